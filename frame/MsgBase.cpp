@@ -1,0 +1,281 @@
+#include "MsgBase.h"
+
+#include "MsgPattern.h"
+#include "callkyt/CException.h"
+#include "callkyt/CStream.h"
+
+CMsgBase::~CMsgBase() = default;
+
+CMsgBase_Array::~CMsgBase_Array() = default;
+
+namespace pricemsg::detail {
+
+namespace {
+
+// A line goes out with its newline in front of it, so a dump starts with a
+// newline and ends without one.
+void Emit(CStream* out, const CString& line) {
+  out->AppendData("\n", 1);
+  out->AppendData(line.ToStr(), line.GetSize());
+}
+
+}  // namespace
+
+// ---- Load ----
+
+int WrongNumber(CMsgBase& self, const CMsg& msg) {
+  self.errtext.Format("invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
+  return MSG_E_MSGNUM;
+}
+
+namespace {
+
+// Below -1 a value read has failed; -1 only says that the tag is absent.
+template <class V>
+int ReadValue(CMsgBase& self, CMsg& msg, int tag, V& v) {
+  int rc = msg.GetValue(tag, &v);
+  if (rc >= KYT_ABSENT) return 0;
+  self.errtext.Format("%s:GET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  return rc;
+}
+
+}  // namespace
+
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CInt& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CDbl& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CBool& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CDate& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CString& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CIntArray& v) {
+  return ReadValue(self, msg, tag, v);
+}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CDblArray& v) {
+  return ReadValue(self, msg, tag, v);
+}
+
+// For sub-messages and arrays any negative read means absent: only the
+// nested Load can fail, and its result goes up unchanged.
+int GetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub, CMsg*& scratch) {
+  if (msg.GetValue(tag, &scratch) < 0 || !scratch) return 0;
+  int rc = sub.Load(scratch);
+  if (rc >= 0) return 0;
+  self.errtext.Format("%s:GET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  return rc;
+}
+
+int GetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr, CMsgArray& scratch) {
+  if (msg.GetValue(tag, &scratch) < 0) return 0;
+  int rc = arr.Load(&scratch);
+  if (rc >= 0) return 0;
+  self.errtext.Format("%s:GET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  return rc;
+}
+
+// ---- ToMsg ----
+
+CMsg* NewMsg(CMsgBase& self) {
+  CMsg* msg;
+  try {
+    CMsgDic* dic = MA_GetMsgDic();
+    msg = new CMsg(self.msgnum, 0, 0, dic);
+  } catch (...) {
+    msg = nullptr;
+  }
+  if (!msg) self.errtext = "Out of memory";
+  return msg;
+}
+
+void DiscardMsg(CMsg* msg) {
+  delete msg;
+}
+
+namespace {
+
+int SetFailed(CMsgBase& self, const CMsg& msg, int tag, int rc) {
+  self.errtext.Format("%s:SET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  return rc;
+}
+
+template <class V>
+int WriteValue(CMsgBase& self, CMsg& msg, int tag, const V& v) {
+  int rc = msg.SetValue(tag, v);
+  return rc < 0 ? SetFailed(self, msg, tag, rc) : 0;
+}
+
+// Each element of an array is one value under the array's tag.
+template <class A>
+int WriteElements(CMsgBase& self, CMsg& msg, int tag, const A& v) {
+  for (int i = 0; i < v.size; ++i) {
+    int rc = msg.SetValue(tag, v.GetAt(i));
+    if (rc < 0) return SetFailed(self, msg, tag, rc);
+  }
+  return 0;
+}
+
+// Hands a sub-message to its parent, which owns it from then on.
+int Attach(CMsgBase& self, CMsg& msg, int tag, CMsg* sub, const char* subFailed) {
+  if (!sub) {
+    self.errtext.Format(subFailed, self.msgname.ToStr(), msg.msgnum, tag);
+    return MSG_E_NOMEM;
+  }
+  int rc = msg.SetValue(tag, sub);
+  return rc < 0 ? SetFailed(self, msg, tag, rc) : 0;
+}
+
+}  // namespace
+
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CInt& v) {
+  return WriteValue(self, msg, tag, v);
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDbl& v) {
+  return WriteValue(self, msg, tag, v);
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CBool& v) {
+  return WriteValue(self, msg, tag, v);
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDate& v) {
+  return WriteValue(self, msg, tag, v);
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CString& v) {
+  return WriteValue(self, msg, tag, v.ToStr());
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CIntArray& v) {
+  return WriteElements(self, msg, tag, v);
+}
+int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDblArray& v) {
+  return WriteElements(self, msg, tag, v);
+}
+
+int SetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub) {
+  return Attach(self, msg, tag, sub.ToMsg(), "%s:SET_SUB_ONE(M%04d.T%d) fail");
+}
+
+int SetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr) {
+  for (int i = 0; i < arr.GetSize(); ++i) {
+    int rc = Attach(self, msg, tag, arr.ToMsg(i), "%s:SET_SUB_ARR(M%04d.T%d) fail");
+    if (rc < 0) return rc;
+  }
+  return 0;
+}
+
+// ---- Dump ----
+
+void DumpHead(const CMsgBase& self, CStream* out, CString& line) {
+  line.Format("            <msgnum> : %d", self.msgnum);
+  Emit(out, line);
+  line.Format("           <msgname> : %s", self.msgname.ToStr());
+  Emit(out, line);
+}
+
+void DumpTail(CStream* out, CString& line) {
+  line = "--------------------------------------";
+  Emit(out, line);
+}
+
+namespace {
+
+void DumpText(CStream* out, CString& line, const char* name, const char* text) {
+  line.Format("%20s : [%s]", name, text);
+  Emit(out, line);
+}
+
+}  // namespace
+
+void DumpVal(CStream* out, CString& line, const char* name, const CInt& v) {
+  if (!v.isSet) return DumpText(out, line, name, "<CInt: unset>");
+  line.Format("%20s : [%d]", name, v.value);
+  Emit(out, line);
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CDbl& v) {
+  if (!v.isSet) return DumpText(out, line, name, "<CDbl: unset>");
+  line.Format("%20s : [%.15e]", name, v.value);
+  Emit(out, line);
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CBool& v) {
+  DumpText(out, line, name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CDate& v) {
+  DumpText(out, line, name, v.isSet ? v.text : "<CDate: unset>");
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CString& v) {
+  if (v.IsEmpty()) return DumpText(out, line, name, v.Repr().ToStr());
+  DumpText(out, line, name, v.ToStr());
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CIntArray& v) {
+  DumpText(out, line, name, v.Repr(", ", false).ToStr());
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CDblArray& v) {
+  DumpText(out, line, name, v.Repr(", ", false).ToStr());
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase& sub) {
+  line.Format("%20s :", name);
+  Emit(out, line);
+  sub.Dump(out);
+}
+
+void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase_Array& arr) {
+  line.Format("%20s :", name);
+  Emit(out, line);
+  arr.Dump(out);
+}
+
+// ---- arrays ----
+
+int OutOfMemory(CMsgBase_Array& self) {
+  self.errtext.Format("%s : Out of memory", self.msgname.ToStr());
+  return MSG_E_NOMEM;
+}
+
+int GrowthStep(int size) {
+  int step = size / 8;
+  return step < 4 ? 4 : step > 1024 ? 1024 : step;
+}
+
+int LoadArray(CMsgBase_Array& self, CMsgArray* arr) {
+  if (!arr) return MSG_E_NULLARR;
+  int rc = self.SetSize(arr->GetSize());
+  if (rc < 0) return rc;
+  for (int i = 0; i < self.GetSize(); ++i) {
+    rc = self.GetAt(i)->Load(arr->GetAt(i));
+    if (rc < 0) return rc;
+  }
+  return 0;
+}
+
+CMsg* ElementToMsg(CMsgBase_Array& self, int index) {
+  CMsgBase* element = self.GetAt(index);
+  return element ? element->ToMsg() : nullptr;
+}
+
+void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) {
+  CString line;
+  for (int i = 0; i < self.GetSize(); ++i) {
+    line.Format("%s [%d]", className, i);
+    Emit(out, line);
+    if (const CMsgBase* element = self.GetAt(i)) element->Dump(out);
+  }
+}
+
+void ThrowOutOfIndex(const char* className, int index, int size) {
+  throw CException(CFormat("%s::[] out of index (0 <= %d < %d)", className, index, size).ToStr(),
+                   MSG_E_INDEX);
+}
+
+}  // namespace pricemsg::detail

@@ -1,0 +1,388 @@
+"""Reading and checking the schema: the field dictionary and the catalogue.
+
+The schema directory holds `fields.txt`, the dictionary (one field a line:
+tag, name, type), and one catalogue file per family (`<family>.txt`), whose
+lines are either field sets
+
+    set *Option request* = mSensitivityB maUnderSpecB ...
+
+or rows
+
+    3540  M_EqStd  *Option request* mOptStd
+
+A row lists the class's own fields in ascending tag order; a set stands for
+its members, and a class holds all its fields, own and from sets, in
+ascending tag order.
+
+`load()` reads everything, checks everything, and gives a `Schema` only if
+there was no error at all; otherwise it raises `SchemaErrors` with every
+error found, each as `file:line: error: text`.
+"""
+
+from __future__ import annotations
+
+import dataclasses
+import os
+import re
+
+# Kind by name prefix, and the value type each kind must have. `m` and `ma`
+# name a message class (`M_<Sub>`) or its array class (`M_<Sub>_Array`).
+VALUE_TYPES = {
+    "i": "CInt",
+    "d": "CDbl",
+    "b": "CBool",
+    "n": "CDate",
+    "s": "CString",
+    "ia": "CIntArray",
+    "da": "CDblArray",
+}
+MESSAGE_KINDS = ("m", "ma")
+ARRAY_KINDS = ("ia", "da", "ma")
+# The single kind that an array kind is the twin of.
+TWIN_OF = {"ia": "i", "da": "d", "ma": "m"}
+
+FIELD_NAME = re.compile(r"^([a-z]+)[A-Z0-9][A-Za-z0-9]*$")
+CLASS_NAME = re.compile(r"^M_[A-Za-z0-9]+$")
+FAMILY_NAME = re.compile(r"^[a-z][a-z0-9]*$")
+ROW_TOKEN = re.compile(r"\*[^*]+\*|\S+")
+SET_LINE = re.compile(r"^set\s+(\*[^*]+\*)\s*=\s*(.*)$")
+
+DICTIONARY = "fields.txt"
+
+
+@dataclasses.dataclass(frozen=True)
+class Loc:
+    path: str
+    line: int
+
+    def __str__(self) -> str:
+        return f"{self.path}:{self.line}"
+
+
+@dataclasses.dataclass
+class Field:
+    name: str
+    tag: int
+    kind: str  # a key of VALUE_TYPES, or "m" / "ma"
+    type: str  # the C++ type of the member
+    sub: str | None  # the message class of an m or ma field
+    loc: Loc
+
+    @property
+    def is_array(self) -> bool:
+        return self.kind in ARRAY_KINDS
+
+
+@dataclasses.dataclass
+class Message:
+    number: int
+    name: str
+    family: str
+    fields: list[Field]  # in ascending tag order
+    loc: Loc
+
+    @property
+    def array_name(self) -> str:
+        return self.name + "_Array"
+
+    def sub_classes(self) -> list[str]:
+        """The message classes of the fields, each once, in field order."""
+        seen: list[str] = []
+        for f in self.fields:
+            if f.sub and f.sub not in seen:
+                seen.append(f.sub)
+        return seen
+
+
+@dataclasses.dataclass
+class Schema:
+    fields: dict[str, Field]
+    messages: list[Message]  # by family, in file order
+    families: list[str]
+
+    def message(self, name: str) -> Message:
+        return self._by_name[name]
+
+    def __post_init__(self) -> None:
+        self._by_name = {m.name: m for m in self.messages}
+
+
+class SchemaErrors(Exception):
+    def __init__(self, errors: list[tuple[Loc, str]]):
+        self.errors = sorted(errors, key=lambda e: (e[0].path, e[0].line))
+        super().__init__("\n".join(f"{loc}: error: {text}" for loc, text in self.errors))
+
+
+class _Reporter:
+    def __init__(self) -> None:
+        self.errors: list[tuple[Loc, str]] = []
+
+    def error(self, loc: Loc, text: str) -> None:
+        self.errors.append((loc, text))
+
+
+def _lines(path: str, shown: str):
+    """Yields (Loc, text) for each line that is not blank or a comment."""
+    with open(path, encoding="utf-8") as fh:
+        for number, raw in enumerate(fh, start=1):
+            text = raw.split("#", 1)[0].strip()
+            if text:
+                yield Loc(shown, number), text
+
+
+def _kind_of(name: str) -> str | None:
+    m = FIELD_NAME.match(name)
+    return m.group(1) if m else None
+
+
+# ---- the dictionary ----
+
+
+def _read_dictionary(path: str, shown: str, rep: _Reporter) -> dict[str, Field]:
+    fields: dict[str, Field] = {}
+    by_tag: dict[int, list[Field]] = {}
+    for loc, text in _lines(path, shown):
+        cols = text.split()
+        if len(cols) != 3:
+            rep.error(loc, f"expected 'tag field type', got {len(cols)} columns")
+            continue
+        tag_text, name, type_ = cols
+        if not tag_text.isdigit() or int(tag_text) <= 0:
+            rep.error(loc, f"tag must be a positive integer, got '{tag_text}'")
+            continue
+        tag = int(tag_text)
+        kind = _kind_of(name)
+        if kind is None:
+            rep.error(loc, f"field name '{name}' is not a lower-case prefix and a capitalised name")
+            continue
+        if kind in VALUE_TYPES:
+            if type_ != VALUE_TYPES[kind]:
+                rep.error(loc, f"field '{name}' has prefix '{kind}', which takes type "
+                               f"{VALUE_TYPES[kind]}, but its type is {type_}")
+                continue
+            sub = None
+        elif kind == "m":
+            if not CLASS_NAME.match(type_):
+                rep.error(loc, f"field '{name}' has prefix 'm', which takes a message class "
+                               f"M_<Name>, but its type is {type_}")
+                continue
+            sub = type_
+        elif kind == "ma":
+            if not (type_.endswith("_Array") and CLASS_NAME.match(type_[: -len("_Array")])):
+                rep.error(loc, f"field '{name}' has prefix 'ma', which takes an array class "
+                               f"M_<Name>_Array, but its type is {type_}")
+                continue
+            sub = type_[: -len("_Array")]
+        else:
+            rep.error(loc, f"field '{name}' has the unknown prefix '{kind}' "
+                           f"(known: {', '.join(list(VALUE_TYPES) + list(MESSAGE_KINDS))})")
+            continue
+        if name in fields:
+            rep.error(loc, f"field '{name}' is already defined ({fields[name].loc})")
+            continue
+        field = Field(name, tag, kind, type_, sub, loc)
+        for other in by_tag.get(tag, []):
+            problem = _twin_problem(other, field)
+            if problem:
+                rep.error(loc, problem)
+                break
+        else:
+            by_tag.setdefault(tag, []).append(field)
+            fields[name] = field
+    return fields
+
+
+def _twin_problem(a: Field, b: Field) -> str | None:
+    """Why two fields may not share a tag, or None if they are twins."""
+    single, array = (a, b) if b.is_array else (b, a)
+    if single.is_array == array.is_array or TWIN_OF.get(array.kind) != single.kind:
+        return (f"tag {b.tag} is already used by field '{a.name}' ({a.loc}); only a single "
+                f"field and its array form may share a tag")
+    if single.sub != array.sub:
+        return (f"twins on tag {b.tag} disagree: '{single.name}' holds {single.sub} but "
+                f"'{array.name}' holds {array.sub}")
+    return None
+
+
+# ---- the catalogue ----
+
+
+@dataclasses.dataclass
+class _Set:
+    name: str
+    members: list[str]
+    loc: Loc
+    used: bool = False
+
+
+@dataclasses.dataclass
+class _Row:
+    number: int
+    name: str
+    family: str
+    tokens: list[str]
+    loc: Loc
+
+
+def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
+                    sets: dict[str, _Set], rows: list[_Row]) -> None:
+    for loc, text in _lines(path, shown):
+        m = SET_LINE.match(text)
+        if m:
+            name, members = m.group(1), m.group(2).split()
+            if name in sets:
+                rep.error(loc, f"set {name} is already defined ({sets[name].loc})")
+            elif not members:
+                rep.error(loc, f"set {name} has no fields")
+            else:
+                sets[name] = _Set(name, members, loc)
+            continue
+        if text.startswith("set"):
+            rep.error(loc, "expected 'set *Name* = field field ...'")
+            continue
+        tokens = ROW_TOKEN.findall(text)
+        if len(tokens) < 2:
+            rep.error(loc, "expected 'number class field ...'")
+            continue
+        number, name, rest = tokens[0], tokens[1], tokens[2:]
+        if not number.isdigit() or int(number) <= 0:
+            rep.error(loc, f"message number must be a positive integer, got '{number}'")
+            continue
+        if not CLASS_NAME.match(name):
+            rep.error(loc, f"class name '{name}' is not M_ and letters or digits")
+            continue
+        rows.append(_Row(int(number), name, family, rest, loc))
+
+
+def _expand(row: _Row, fields: dict[str, Field], sets: dict[str, _Set],
+            rep: _Reporter) -> list[Field] | None:
+    """The fields of a row in tag order, or None after reporting errors."""
+    ok = True
+    members: list[tuple[Field, str]] = []  # with where it came from
+    own: list[Field] = []
+    for token in row.tokens:
+        if token.startswith("*"):
+            s = sets.get(token)
+            if s is None:
+                rep.error(row.loc, f"{row.name}: set {token} is not defined")
+                ok = False
+                continue
+            s.used = True
+            for name in s.members:
+                f = fields.get(name)
+                if f is None:
+                    ok = False  # reported once, at the set
+                    continue
+                members.append((f, f"set {token}"))
+            continue
+        f = fields.get(token)
+        if f is None:
+            rep.error(row.loc, f"{row.name}: unknown field '{token}'")
+            ok = False
+            continue
+        if own and f.tag < own[-1].tag:
+            rep.error(row.loc, f"{row.name}: field '{f.name}' (tag {f.tag}) stands after "
+                               f"'{own[-1].name}' (tag {own[-1].tag}); fields go in tag order")
+            ok = False
+        own.append(f)
+        members.append((f, "the row"))
+    by_tag: dict[int, tuple[Field, str]] = {}
+    for f, origin in members:
+        if f.tag in by_tag:
+            first, first_origin = by_tag[f.tag]
+            what = (f"field '{f.name}' is given twice" if first is f else
+                    f"fields '{first.name}' and '{f.name}' share tag {f.tag}")
+            rep.error(row.loc, f"{row.name}: {what} (from {first_origin} and {origin})")
+            ok = False
+            continue
+        by_tag[f.tag] = (f, origin)
+    if not ok:
+        return None
+    return sorted((f for f, _ in by_tag.values()), key=lambda f: f.tag)
+
+
+def _check_cycles(messages: dict[str, Message], rep: _Reporter) -> None:
+    """A class may not hold itself, by value or through arrays, at any depth."""
+    state: dict[str, int] = {}  # 1 while on the path, 2 when done
+
+    def visit(name: str, path: list[str]) -> None:
+        state[name] = 1
+        msg = messages[name]
+        for f in msg.fields:
+            if not f.sub or f.sub not in messages:
+                continue
+            step = path + [f"{name}.{f.name}"]
+            if state.get(f.sub) == 1:
+                start = next(i for i, p in enumerate(step) if p.startswith(f.sub + "."))
+                rep.error(messages[f.sub].loc,
+                          f"{f.sub} holds itself: {' -> '.join(step[start:])} -> {f.sub}")
+            elif f.sub not in state:
+                visit(f.sub, step)
+        state[name] = 2
+
+    for name in messages:
+        if name not in state:
+            visit(name, [])
+
+
+def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
+    rep = _Reporter()
+
+    def shown(file: str) -> str:
+        return f"{shown_dir}/{file}"
+
+    dic_path = os.path.join(schema_dir, DICTIONARY)
+    if not os.path.isfile(dic_path):
+        raise SchemaErrors([(Loc(shown(DICTIONARY), 0), "the field dictionary is missing")])
+    fields = _read_dictionary(dic_path, shown(DICTIONARY), rep)
+
+    sets: dict[str, _Set] = {}
+    rows: list[_Row] = []
+    families = []
+    for file in sorted(os.listdir(schema_dir)):
+        if not file.endswith(".txt") or file == DICTIONARY:
+            continue
+        family = file[: -len(".txt")]
+        if not FAMILY_NAME.match(family):
+            rep.error(Loc(shown(file), 0), f"family name '{family}' is not lower-case letters")
+            continue
+        families.append(family)
+        _read_catalogue(os.path.join(schema_dir, file), shown(file), family, rep, sets, rows)
+
+    for s in sets.values():
+        for name in s.members:
+            if name not in fields:
+                rep.error(s.loc, f"set {s.name}: unknown field '{name}'")
+        dup = sorted({n for n in s.members if s.members.count(n) > 1})
+        if dup:
+            rep.error(s.loc, f"set {s.name}: field '{dup[0]}' is listed twice")
+
+    messages: dict[str, Message] = {}
+    numbers: dict[int, _Row] = {}
+    names: dict[str, _Row] = {}
+    for row in rows:
+        if row.number in numbers:
+            first = numbers[row.number]
+            rep.error(row.loc, f"{row.name}: number {row.number} is already used by "
+                               f"{first.name} ({first.loc})")
+        else:
+            numbers[row.number] = row
+        if row.name in names:
+            rep.error(row.loc, f"class {row.name} is already defined ({names[row.name].loc})")
+            continue
+        names[row.name] = row
+        expanded = _expand(row, fields, sets, rep)
+        if expanded is not None:
+            messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc)
+
+    for s in sets.values():
+        if not s.used:
+            rep.error(s.loc, f"set {s.name} is defined but no row uses it")
+    for f in fields.values():
+        if f.sub and f.sub not in names:
+            rep.error(f.loc, f"field '{f.name}' holds {f.sub}, which no catalogue row defines")
+    _check_cycles(messages, rep)
+
+    if rep.errors:
+        raise SchemaErrors(rep.errors)
+    return Schema(fields, list(messages.values()), families)

@@ -1,0 +1,63 @@
+// CIntArray and CDblArray: growable arrays of plain values.
+//
+// `size` is the element count and is read directly by the message classes;
+// change it only through the member functions. Allocation failure throws
+// std::bad_alloc.
+#pragma once
+
+#include <cstdint>
+
+#include "callkyt/CString.h"
+
+namespace kyt_detail {
+
+template <class T>
+class ValueArray {
+ public:
+  int32_t size;
+
+  ValueArray() noexcept : size(0), cap_(0), data_(nullptr) {}
+  ValueArray(const ValueArray& other);
+  ValueArray(ValueArray&& other) noexcept;
+  ~ValueArray();
+  ValueArray& operator=(const ValueArray& other);
+  ValueArray& operator=(ValueArray&& other) noexcept;
+
+  // The element at `index`; 0 for an index out of range.
+  T GetAt(int index) const { return index >= 0 && index < size ? data_[index] : T(); }
+  // Sets the element at `index`; false for an index out of range.
+  bool SetAt(int index, T v);
+  // Appends one element and gives the new size.
+  int Add(T v);
+  // Makes `n` elements, keeping the first ones and zeroing the new ones.
+  void SetSize(int n);
+  void RemoveAll() { size = 0; }
+  const T* Data() const { return data_; }
+
+  bool operator==(const ValueArray& other) const;
+  bool operator!=(const ValueArray& other) const { return !(*this == other); }
+
+ protected:
+  void Reserve(int n);
+
+  int32_t cap_;
+  T* data_;
+};
+
+extern template class ValueArray<int32_t>;
+extern template class ValueArray<double>;
+
+}  // namespace kyt_detail
+
+class CIntArray : public kyt_detail::ValueArray<int32_t> {
+ public:
+  // The elements as "%d" texts joined by `sep`; with `braced` the list is
+  // wrapped in "{" and "}". An empty array gives an empty text (or "{}").
+  CString Repr(const char* sep, bool braced) const;
+};
+
+class CDblArray : public kyt_detail::ValueArray<double> {
+ public:
+  // The same with each element as "%.15e".
+  CString Repr(const char* sep, bool braced) const;
+};

@@ -1,0 +1,173 @@
+// CMsg: the generic tagged message of the runtime, and CMsgArray, the view of
+// the repeated sub-messages under one tag.
+//
+// A message has a number and holds values under tags: integers, doubles,
+// booleans and dates (each set or unset), texts, and sub-messages that it
+// owns. Values under one tag keep the order in which they were added, so an
+// array travels as repeated values under its tag. A single value and an array
+// under one tag are the same thing on the wire: a single read takes the first
+// value, an array read takes all set values (an unset single value reads as an
+// empty array).
+//
+// Results of GetValue: 0 when the object was filled, KYT_ABSENT when the tag
+// holds nothing, below -1 on failure (see the codes below). SetValue gives 0
+// or a failure code.
+//
+// With a dictionary (MA_GetMsgDic()), SetValue refuses a tag the dictionary
+// does not know and a value whose type contradicts the tag's, and a set date
+// that is not "YYYYMMDD". A message built with a null dictionary checks
+// nothing; tests use that to build replies that a checked message would
+// refuse.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "callkyt/CArray.h"
+#include "callkyt/CString.h"
+#include "callkyt/CValue.h"
+
+class CMsgDic;
+class CMsgArray;
+class CStream;
+
+// The type of a value under a tag, as the dictionary and CMsg::Value give it.
+enum KytKind {
+  KYT_NONE = 0,
+  KYT_INT = 1,
+  KYT_DBL = 2,
+  KYT_BOOL = 3,
+  KYT_DATE = 4,
+  KYT_STR = 5,
+  KYT_MSG = 6,
+};
+
+enum KytResult {
+  KYT_OK = 0,
+  KYT_ABSENT = -1,   // the tag holds nothing: not a failure
+  KYT_E_TYPE = -2,   // the value is not of the type asked or allowed
+  KYT_E_TAG = -3,    // the dictionary does not know the tag
+  KYT_E_ARG = -4,    // a null pointer, or a sub-message that cannot be attached
+  KYT_E_VALUE = -5,  // a set date that is not a valid "YYYYMMDD"
+  KYT_E_NOMEM = -6,  // the runtime ran out of memory
+};
+
+// The process-wide message dictionary. Built on the first call, never
+// changed afterwards, and safe to use from any number of threads.
+CMsgDic* MA_GetMsgDic();
+
+class CMsg final {
+ public:
+  // `reserved1` and `reserved2` are kept for the service's routing and are
+  // passed as 0. `dic` is the dictionary that SetValue checks against, or null.
+  CMsg(int msgnum, int reserved1, int reserved2, CMsgDic* dic);
+  ~CMsg();
+  CMsg(const CMsg&) = delete;
+  CMsg& operator=(const CMsg&) = delete;
+
+  // Messages come from a per-thread free list: a message tree is made and
+  // freed many times a second, always in blocks of one size.
+  static void* operator new(size_t size);
+  static void operator delete(void* p) noexcept;
+
+  int msgnum;
+
+  int GetValue(int tag, CInt* out);
+  int GetValue(int tag, CDbl* out);
+  int GetValue(int tag, CBool* out);
+  int GetValue(int tag, CDate* out);
+  int GetValue(int tag, CString* out);
+  int GetValue(int tag, CIntArray* out);
+  int GetValue(int tag, CDblArray* out);
+  // The first sub-message under the tag; it stays owned by this message.
+  int GetValue(int tag, CMsg** out);
+  // All sub-messages under the tag, in order; valid while this message is
+  // unchanged.
+  int GetValue(int tag, CMsgArray* out);
+
+  int SetValue(int tag, CInt v);
+  int SetValue(int tag, CDbl v);
+  int SetValue(int tag, CBool v);
+  int SetValue(int tag, CDate v);
+  int SetValue(int tag, const char* text);
+  // One element of a repeated value.
+  int SetValue(int tag, int v);
+  int SetValue(int tag, double v);
+  // Adds a sub-message and takes it over, also when the value is refused:
+  // a refused sub-message is freed at once. A message that already belongs
+  // to a tree (this one or another) is refused with KYT_E_ARG and left alone.
+  int SetValue(int tag, CMsg* sub);
+
+  CMsgDic* GetDic() const { return dic_; }
+
+  // The number of values held, counting each element of a repeated value.
+  int GetValueCount() const { return count_; }
+  // The number of messages in the tree: this one and all below it.
+  int GetTreeSize() const;
+
+  // Reading the values in the order they were added, for printers and tools.
+  struct Value {
+    int tag;
+    int kind;  // a KytKind
+    bool isSet;
+    int32_t i;
+    double d;
+    bool b;
+    const char* text;  // for dates and texts; not terminated
+    int len;
+    CMsg* msg;
+  };
+  class Cursor {
+   public:
+    explicit Cursor(const CMsg& msg) : msg_(msg), pos_(0) {}
+    bool Next(Value* out);
+
+   private:
+    const CMsg& msg_;
+    uint32_t pos_;
+  };
+
+ private:
+  friend class CMsgArray;
+
+  uint8_t* Append(int tag, int kind, bool set, uint32_t payload);
+  int Check(int tag, int kind) const;
+  uint32_t Find(int tag);
+
+  CMsgDic* dic_;
+  CMsg* parent_;
+  uint8_t* buf_;
+  uint32_t size_;
+  uint32_t cap_;
+  uint32_t cursor_;
+  int32_t lastTag_;
+  int32_t count_;
+  bool sorted_;
+  uint32_t subs_;
+  uint8_t local_[64];
+};
+
+class CMsgArray {
+ public:
+  // `refs` says that the array refers to messages owned by their parent
+  // message; it is the only mode and is always true.
+  explicit CMsgArray(bool refs);
+  ~CMsgArray();
+  CMsgArray(const CMsgArray&) = delete;
+  CMsgArray& operator=(const CMsgArray&) = delete;
+
+  int GetSize() const { return size_; }
+  // The message at `index`, or null for an index out of range. Fastest when
+  // read in order.
+  CMsg* GetAt(int index) const;
+
+ private:
+  friend class CMsg;
+
+  const CMsg* msg_;
+  int tag_;
+  int size_;
+  uint32_t first_;
+  mutable int curIndex_;
+  mutable uint32_t curPos_;
+};

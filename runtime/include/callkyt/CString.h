@@ -1,0 +1,81 @@
+// CString: the text type of the message runtime, and CFormat.
+//
+// A text of up to 31 bytes lives inside the object; longer texts go to the
+// heap. Every object in a message tree carries at least two CStrings (its
+// name and its failure text), so the common case allocates nothing.
+// Allocation failure throws std::bad_alloc, as the standard containers do.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+
+class CString {
+ public:
+  CString() noexcept { SetLocalSize(0); }
+  CString(const char* text);  // NOLINT: a text converts to a CString
+  CString(const char* text, int len);
+  CString(const CString& other);
+  CString(CString&& other) noexcept;
+  ~CString();
+
+  CString& operator=(const char* text);
+  CString& operator=(const CString& other);
+  CString& operator=(CString&& other) noexcept;
+
+  // Replaces the content with `len` bytes from `text`.
+  void Assign(const char* text, int len);
+  void Append(const char* text, int len);
+
+  // Replaces the whole content with a printf-style format. The conversions
+  // %d, %s and %e with flags, width and precision are formatted here; any
+  // other format goes to vsnprintf. Gives the new length.
+  int Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  int FormatV(const char* format, va_list args) __attribute__((format(printf, 2, 0)));
+
+  // The terminated text; valid until the string changes.
+  const char* ToStr() const { return IsLocal() ? buf_ : HeapPtr(); }
+  int GetSize() const { return IsLocal() ? kLocalCap - buf_[kTagByte] : HeapSize(); }
+  int IsEmpty() const { return GetSize() == 0; }
+
+  // The text in double quotes, with '"', '\' and control bytes escaped in the
+  // manner of C. So an empty string gives the two characters "".
+  CString Repr() const;
+
+  bool operator==(const CString& other) const;
+  bool operator==(const char* text) const;
+  bool operator!=(const CString& other) const { return !(*this == other); }
+  bool operator!=(const char* text) const { return !(*this == text); }
+
+ private:
+  // Layout: 32 bytes. While local, buf_ holds the text and its terminator and
+  // the last byte holds 31 minus the length, so that a text of 31 bytes ends
+  // with that byte as its terminator. On the heap, the first 16 bytes hold
+  // pointer, size and capacity, and the last byte holds kHeapMark.
+  static constexpr int kLocalCap = 31;
+  static constexpr int kTagByte = 31;
+  static constexpr char kHeapMark = static_cast<char>(0x80);
+
+  bool IsLocal() const { return buf_[kTagByte] != kHeapMark; }
+  void SetLocalSize(int n) {
+    buf_[n] = '\0';
+    buf_[kTagByte] = static_cast<char>(kLocalCap - n);
+  }
+  char* HeapPtr() const;
+  int HeapSize() const;
+  int HeapCap() const;
+  void SetHeap(char* p, int size, int cap);
+  void SetHeapSize(int size);
+  char* Data() { return IsLocal() ? buf_ : HeapPtr(); }
+  // Makes room for `len` bytes plus terminator, keeping the first `keep` bytes.
+  char* Reserve(int len, int keep);
+  void SetSize(int n);
+  void Release();
+
+  char buf_[32];
+};
+
+// A CString built from a printf-style format.
+class CFormat : public CString {
+ public:
+  explicit CFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
+};

@@ -1,0 +1,566 @@
+// Storage of a CMsg: one byte buffer of records, appended in the order of
+// SetValue. A record is
+//
+//   tag   varint of the tag as unsigned 32 bits
+//   head  kind in bits 0-2, set-flag in bit 3, boolean value in bit 4
+//   data  INT: 4 bytes, DBL: 8 bytes, DATE: length byte and text, only when
+//         set; STR: varint length and bytes; MSG: the pointer; BOOL: none
+//
+// An unset value costs two or three bytes, and a message of a few fields fits
+// in the object itself. Readers ask for tags in the order they were written,
+// so lookups start at a cursor left by the previous one; while the tags were
+// added in ascending order (the usual case) a miss is found without a scan.
+#include "callkyt/CMsg.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "Faults.h"
+#include "callkyt/MsgDic.h"
+
+namespace {
+
+constexpr uint32_t kNone = 0xffffffffu;
+constexpr uint8_t kSetBit = 0x08;
+constexpr uint8_t kTrueBit = 0x10;
+
+inline int KindOf(uint8_t head) {
+  return head & 0x07;
+}
+
+struct Rec {
+  int tag;
+  uint8_t head;
+  const uint8_t* data;  // the value bytes: text of a DATE or STR, else the number
+  uint32_t len;         // length of a DATE or STR text
+  uint32_t next;        // position of the next record
+};
+
+inline uint32_t ReadVarint(const uint8_t* b, uint32_t& pos) {
+  uint32_t v = 0;
+  for (int shift = 0;; shift += 7) {
+    uint8_t c = b[pos++];
+    v |= static_cast<uint32_t>(c & 0x7f) << shift;
+    if (!(c & 0x80)) return v;
+  }
+}
+
+inline int VarintLen(uint32_t v) {
+  int n = 1;
+  while (v >= 0x80) {
+    v >>= 7;
+    ++n;
+  }
+  return n;
+}
+
+inline uint8_t* WriteVarint(uint8_t* p, uint32_t v) {
+  while (v >= 0x80) {
+    *p++ = static_cast<uint8_t>(v | 0x80);
+    v >>= 7;
+  }
+  *p++ = static_cast<uint8_t>(v);
+  return p;
+}
+
+inline Rec Decode(const uint8_t* buf, uint32_t pos) {
+  Rec r;
+  r.tag = static_cast<int>(ReadVarint(buf, pos));
+  r.head = buf[pos++];
+  r.len = 0;
+  bool set = r.head & kSetBit;
+  switch (KindOf(r.head)) {
+    case KYT_INT:
+      r.data = buf + pos;
+      pos += set ? 4 : 0;
+      break;
+    case KYT_DBL:
+      r.data = buf + pos;
+      pos += set ? 8 : 0;
+      break;
+    case KYT_DATE:
+      if (set) r.len = buf[pos++];
+      r.data = buf + pos;
+      pos += r.len;
+      break;
+    case KYT_STR:
+      r.len = ReadVarint(buf, pos);
+      r.data = buf + pos;
+      pos += r.len;
+      break;
+    case KYT_MSG:
+      r.data = buf + pos;
+      pos += sizeof(CMsg*);
+      break;
+    default:  // KYT_BOOL: all in the head byte
+      r.data = buf + pos;
+      break;
+  }
+  r.next = pos;
+  return r;
+}
+
+inline CMsg* SubOf(const Rec& r) {
+  CMsg* m;
+  std::memcpy(&m, r.data, sizeof m);
+  return m;
+}
+
+// Per-thread free list of message blocks. Under the sanitizers every message
+// gets its own allocation, so that a use after free is caught.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KYT_POOL 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define KYT_POOL 0
+#endif
+#endif
+#ifndef KYT_POOL
+#define KYT_POOL 1
+#endif
+
+#if KYT_POOL
+struct FreeList {
+  void* head = nullptr;
+  int count = 0;
+  ~FreeList() {
+    while (head) {
+      void* next = *static_cast<void**>(head);
+      ::operator delete(head);
+      head = next;
+    }
+  }
+};
+constexpr int kMaxFree = 1 << 14;
+thread_local FreeList t_free;
+#endif
+
+}  // namespace
+
+void* CMsg::operator new(size_t size) {
+#if KYT_POOL
+  if (size == sizeof(CMsg) && t_free.head) {
+    void* p = t_free.head;
+    t_free.head = *static_cast<void**>(p);
+    --t_free.count;
+    return p;
+  }
+#endif
+  return ::operator new(size);
+}
+
+void CMsg::operator delete(void* p) noexcept {
+  if (!p) return;
+#if KYT_POOL
+  if (t_free.count < kMaxFree) {
+    *static_cast<void**>(p) = t_free.head;
+    t_free.head = p;
+    ++t_free.count;
+    return;
+  }
+#endif
+  ::operator delete(p);
+}
+
+CMsg::CMsg(int num, int /*reserved1*/, int /*reserved2*/, CMsgDic* dic)
+    : msgnum(num),
+      dic_(dic),
+      parent_(nullptr),
+      buf_(local_),
+      size_(0),
+      cap_(sizeof local_),
+      cursor_(0),
+      lastTag_(0),
+      count_(0),
+      sorted_(true),
+      subs_(0) {}
+
+CMsg::~CMsg() {
+  if (subs_ > 0) {
+    for (uint32_t pos = 0; pos < size_;) {
+      Rec r = Decode(buf_, pos);
+      if (KindOf(r.head) == KYT_MSG) delete SubOf(r);
+      pos = r.next;
+    }
+  }
+  if (buf_ != local_) ::operator delete(buf_);
+}
+
+uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
+  uint32_t need = static_cast<uint32_t>(VarintLen(static_cast<uint32_t>(tag))) + 1 + payload;
+  if (cap_ - size_ < need) {
+    if (need > 0x7fffffffu - size_) return nullptr;
+    uint32_t cap = cap_ * 2;
+    if (cap - size_ < need) cap = size_ + need;
+    uint8_t* p = static_cast<uint8_t*>(::operator new(cap, std::nothrow));
+    if (!p) return nullptr;
+    std::memcpy(p, buf_, size_);
+    if (buf_ != local_) ::operator delete(buf_);
+    buf_ = p;
+    cap_ = cap;
+  }
+  uint8_t* p = WriteVarint(buf_ + size_, static_cast<uint32_t>(tag));
+  *p++ = static_cast<uint8_t>(kind | (set ? kSetBit : 0));
+  size_ += need;
+  if (count_ > 0 && tag < lastTag_) sorted_ = false;
+  lastTag_ = tag;
+  ++count_;
+  return p;
+}
+
+int CMsg::Check(int tag, int kind) const {
+  if (!dic_) return KYT_OK;
+  int known = dic_->TagKind(tag);
+  if (known == KYT_NONE) return KYT_E_TAG;
+  return known == kind ? KYT_OK : KYT_E_TYPE;
+}
+
+uint32_t CMsg::Find(int tag) {
+  if (sorted_) {
+    uint32_t pos = 0;
+    if (cursor_ < size_ && Decode(buf_, cursor_).tag <= tag) pos = cursor_;
+    while (pos < size_) {
+      Rec r = Decode(buf_, pos);
+      if (r.tag >= tag) {
+        cursor_ = pos;
+        return r.tag == tag ? pos : kNone;
+      }
+      pos = r.next;
+    }
+    return kNone;
+  }
+  for (uint32_t pos = 0; pos < size_;) {
+    Rec r = Decode(buf_, pos);
+    if (r.tag == tag) return pos;
+    pos = r.next;
+  }
+  return kNone;
+}
+
+#define KYT_FAULT(op, tag)                                               \
+  do {                                                                   \
+    int fault_code;                                                      \
+    if (kyt_detail::FaultFires(op, tag, &fault_code)) return fault_code; \
+  } while (0)
+
+// ---- writing ----
+
+int CMsg::SetValue(int tag, CInt v) {
+  KYT_FAULT(kyt_detail::kFaultSet, tag);
+  if (int rc = Check(tag, KYT_INT)) return rc;
+  uint8_t* p = Append(tag, KYT_INT, v.isSet, v.isSet ? 4 : 0);
+  if (!p) return KYT_E_NOMEM;
+  if (v.isSet) std::memcpy(p, &v.value, 4);
+  return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, int v) {
+  return SetValue(tag, CInt(v));
+}
+
+int CMsg::SetValue(int tag, CDbl v) {
+  KYT_FAULT(kyt_detail::kFaultSet, tag);
+  if (int rc = Check(tag, KYT_DBL)) return rc;
+  uint8_t* p = Append(tag, KYT_DBL, v.isSet, v.isSet ? 8 : 0);
+  if (!p) return KYT_E_NOMEM;
+  if (v.isSet) std::memcpy(p, &v.value, 8);
+  return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, double v) {
+  return SetValue(tag, CDbl(v));
+}
+
+int CMsg::SetValue(int tag, CBool v) {
+  KYT_FAULT(kyt_detail::kFaultSet, tag);
+  if (int rc = Check(tag, KYT_BOOL)) return rc;
+  uint8_t* p = Append(tag, KYT_BOOL, v.isSet, 0);
+  if (!p) return KYT_E_NOMEM;
+  if (v.isSet && v.value) p[-1] |= kTrueBit;
+  return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, CDate v) {
+  KYT_FAULT(kyt_detail::kFaultSet, tag);
+  if (int rc = Check(tag, KYT_DATE)) return rc;
+  if (v.isSet && dic_ && !CDate::IsValidText(v.text)) return KYT_E_VALUE;
+  uint32_t len = static_cast<uint32_t>(strnlen(v.text, CDate::kMaxLen));
+  uint8_t* p = Append(tag, KYT_DATE, v.isSet, v.isSet ? 1 + len : 0);
+  if (!p) return KYT_E_NOMEM;
+  if (v.isSet) {
+    *p = static_cast<uint8_t>(len);
+    std::memcpy(p + 1, v.text, len);
+  }
+  return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, const char* text) {
+  KYT_FAULT(kyt_detail::kFaultSet, tag);
+  if (!text) return KYT_E_ARG;
+  if (int rc = Check(tag, KYT_STR)) return rc;
+  size_t n = std::strlen(text);
+  if (n > 0x7ffffff0u) return KYT_E_NOMEM;
+  uint32_t len = static_cast<uint32_t>(n);
+  uint8_t* p = Append(tag, KYT_STR, true, static_cast<uint32_t>(VarintLen(len)) + len);
+  if (!p) return KYT_E_NOMEM;
+  p = WriteVarint(p, len);
+  std::memcpy(p, text, len);
+  return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, CMsg* sub) {
+  if (!sub || sub->parent_ || sub == this) return KYT_E_ARG;
+  for (const CMsg* up = parent_; up; up = up->parent_) {
+    if (up == sub) return KYT_E_ARG;
+  }
+  int rc = KYT_OK;
+  if (!kyt_detail::FaultFires(kyt_detail::kFaultSet, tag, &rc)) rc = Check(tag, KYT_MSG);
+  if (rc != KYT_OK) {
+    delete sub;
+    return rc;
+  }
+  uint8_t* p = Append(tag, KYT_MSG, true, sizeof sub);
+  if (!p) {
+    delete sub;
+    return KYT_E_NOMEM;
+  }
+  std::memcpy(p, &sub, sizeof sub);
+  sub->parent_ = this;
+  ++subs_;
+  return KYT_OK;
+}
+
+// ---- reading ----
+
+int CMsg::GetValue(int tag, CInt* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_INT) return KYT_E_TYPE;
+  *out = CInt();
+  if (r.head & kSetBit) {
+    std::memcpy(&out->value, r.data, 4);
+    out->isSet = true;
+  }
+  return KYT_OK;
+}
+
+int CMsg::GetValue(int tag, CDbl* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_DBL) return KYT_E_TYPE;
+  *out = CDbl();
+  if (r.head & kSetBit) {
+    std::memcpy(&out->value, r.data, 8);
+    out->isSet = true;
+  }
+  return KYT_OK;
+}
+
+int CMsg::GetValue(int tag, CBool* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_BOOL) return KYT_E_TYPE;
+  *out = CBool();
+  if (r.head & kSetBit) *out = CBool((r.head & kTrueBit) != 0);
+  return KYT_OK;
+}
+
+int CMsg::GetValue(int tag, CDate* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_DATE) return KYT_E_TYPE;
+  *out = CDate();
+  if (r.head & kSetBit) {
+    std::memcpy(out->text, r.data, r.len);
+    out->text[r.len] = '\0';
+    out->isSet = true;
+  }
+  return KYT_OK;
+}
+
+int CMsg::GetValue(int tag, CString* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_STR) return KYT_E_TYPE;
+  try {
+    out->Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
+  } catch (const std::bad_alloc&) {
+    return KYT_E_NOMEM;
+  }
+  return KYT_OK;
+}
+
+namespace {
+
+// Visits the records under `tag` from `pos`, the first of them. While the
+// tags are sorted they stand together; else they are spread over the rest.
+template <class F>
+bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int tag, F f) {
+  while (pos < size) {
+    Rec r = Decode(buf, pos);
+    if (r.tag == tag) {
+      if (!f(r)) return false;
+    } else if (sorted) {
+      break;
+    }
+    pos = r.next;
+  }
+  return true;
+}
+
+template <class Arr, class T, int Kind, int Width>
+int GetArray(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int tag, Arr* out) {
+  int n = 0;
+  bool ok = EachOfTag(buf, size, sorted, pos, tag, [&](const Rec& r) {
+    if (KindOf(r.head) != Kind) return false;
+    if (r.head & kSetBit) ++n;
+    return true;
+  });
+  if (!ok) return KYT_E_TYPE;
+  try {
+    out->SetSize(n);
+  } catch (const std::bad_alloc&) {
+    return KYT_E_NOMEM;
+  }
+  int i = 0;
+  EachOfTag(buf, size, sorted, pos, tag, [&](const Rec& r) {
+    if (r.head & kSetBit) {
+      T v;
+      std::memcpy(&v, r.data, Width);
+      out->SetAt(i++, v);
+    }
+    return true;
+  });
+  return KYT_OK;
+}
+
+}  // namespace
+
+int CMsg::GetValue(int tag, CIntArray* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  return GetArray<CIntArray, int32_t, KYT_INT, 4>(buf_, size_, sorted_, pos, tag, out);
+}
+
+int CMsg::GetValue(int tag, CDblArray* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  return GetArray<CDblArray, double, KYT_DBL, 8>(buf_, size_, sorted_, pos, tag, out);
+}
+
+int CMsg::GetValue(int tag, CMsg** out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  Rec r = Decode(buf_, pos);
+  if (KindOf(r.head) != KYT_MSG) return KYT_E_TYPE;
+  *out = SubOf(r);
+  return KYT_OK;
+}
+
+int CMsg::GetValue(int tag, CMsgArray* out) {
+  KYT_FAULT(kyt_detail::kFaultGet, tag);
+  if (!out) return KYT_E_ARG;
+  out->msg_ = this;
+  out->tag_ = tag;
+  out->size_ = 0;
+  out->curIndex_ = 0;
+  uint32_t pos = Find(tag);
+  if (pos == kNone) return KYT_ABSENT;
+  int n = 0;
+  bool ok = EachOfTag(buf_, size_, sorted_, pos, tag, [&n](const Rec& r) {
+    ++n;
+    return KindOf(r.head) == KYT_MSG;
+  });
+  if (!ok) return KYT_E_TYPE;
+  out->size_ = n;
+  out->first_ = out->curPos_ = pos;
+  return KYT_OK;
+}
+
+int CMsg::GetTreeSize() const {
+  int n = 1;
+  if (subs_ == 0) return n;
+  for (uint32_t pos = 0; pos < size_;) {
+    Rec r = Decode(buf_, pos);
+    if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeSize();
+    pos = r.next;
+  }
+  return n;
+}
+
+bool CMsg::Cursor::Next(Value* out) {
+  if (pos_ >= msg_.size_) return false;
+  Rec r = Decode(msg_.buf_, pos_);
+  Value v{};
+  v.tag = r.tag;
+  v.kind = KindOf(r.head);
+  v.isSet = (r.head & kSetBit) != 0;
+  switch (v.kind) {
+    case KYT_INT:
+      if (v.isSet) std::memcpy(&v.i, r.data, 4);
+      break;
+    case KYT_DBL:
+      if (v.isSet) std::memcpy(&v.d, r.data, 8);
+      break;
+    case KYT_BOOL:
+      v.b = v.isSet && (r.head & kTrueBit);
+      break;
+    case KYT_DATE:
+    case KYT_STR:
+      v.text = reinterpret_cast<const char*>(r.data);
+      v.len = static_cast<int>(r.len);
+      break;
+    case KYT_MSG:
+      v.msg = SubOf(r);
+      break;
+  }
+  pos_ = r.next;
+  *out = v;
+  return true;
+}
+
+// ---- CMsgArray ----
+
+CMsgArray::CMsgArray(bool /*refs*/)
+    : msg_(nullptr), tag_(0), size_(0), first_(0), curIndex_(0), curPos_(0) {}
+
+CMsgArray::~CMsgArray() = default;
+
+CMsg* CMsgArray::GetAt(int index) const {
+  if (index < 0 || index >= size_) return nullptr;
+  if (index < curIndex_) {
+    curIndex_ = 0;
+    curPos_ = first_;
+  }
+  const uint8_t* buf = msg_->buf_;
+  while (curIndex_ < index) {
+    uint32_t pos = Decode(buf, curPos_).next;
+    while (Decode(buf, pos).tag != tag_) pos = Decode(buf, pos).next;
+    curPos_ = pos;
+    ++curIndex_;
+  }
+  return SubOf(Decode(buf, curPos_));
+}

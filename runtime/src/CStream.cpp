@@ -1,0 +1,32 @@
+#include "callkyt/CStream.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+CStream::~CStream() {
+  ::operator delete(data_);
+}
+
+void CStream::AppendData(const char* data, int len) {
+  if (!data || len <= 0) return;
+  size_t n = static_cast<size_t>(len);
+  if (cap_ - size_ < n + 1) {
+    size_t cap = cap_ * 2;
+    if (cap < size_ + n + 1) cap = size_ + n + 1;
+    if (cap < 256) cap = 256;
+    char* p = static_cast<char*>(::operator new(cap));
+    if (data_) std::memcpy(p, data_, size_);
+    ::operator delete(data_);
+    data_ = p;
+    cap_ = cap;
+  }
+  std::memcpy(data_ + size_, data, n);
+  size_ += n;
+  data_[size_] = '\0';
+}
+
+void CStream::Clear() {
+  size_ = 0;
+  if (data_) data_[0] = '\0';
+}

@@ -1,0 +1,313 @@
+// The message pattern on real classes: Load, ToMsg, Dump and Copy, with every
+// failure text and result code they can give.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "TestSupport.h"
+#include "callkyt/MsgDic.h"
+#include "callkyt/Testing.h"
+#include "rates/M_IrCancelable.h"
+#include "shared/M_FdmParam.h"
+#include "shared/M_Greeks.h"
+#include "shared/M_KytVolSurface.h"
+#include "shared/M_SensitivityB.h"
+#include "shared/M_SysReject.h"
+#include "shared/M_TivValue.h"
+#include "shared/M_TreeParam.h"
+#include "shared/M_UnderData.h"
+#include "shared/M_ValOut.h"
+
+using testing_support::BuildSample;
+using testing_support::DumpOf;
+using testing_support::FailingAlloc;
+using testing_support::MsgPtr;
+using testing_support::Text;
+
+namespace {
+
+class Faults : public ::testing::Test {
+ protected:
+  void TearDown() override { MA_ClearFaults(); }
+};
+
+MsgPtr NewMsg(int num) {
+  return MsgPtr(new CMsg(num, 0, 0, MA_GetMsgDic()));
+}
+
+}  // namespace
+
+TEST(MessagePattern, DumpsTheWorkedExamplesByteForByte) {
+  M_SysReject reject;
+  reject.iSysCode = 3;
+  reject.sSysReasonText = "bad tag";
+  EXPECT_EQ(DumpOf(reject),
+            "\n            <msgnum> : 10"
+            "\n           <msgname> : M_SysReject"
+            "\n            iSysCode : [3]"
+            "\n      sSysReasonText : [bad tag]"
+            "\n        iSysRefMsgNo : [<CInt: unset>]"
+            "\n--------------------------------------");
+
+  M_KytVolSurface surface;
+  surface.iVolCrvId = 7;
+  ASSERT_EQ(surface.maKytVolSfcElmt.Grow(), 1);
+  surface.maKytVolSfcElmt[0].dVol = 0.25;
+  EXPECT_EQ(DumpOf(surface),
+            "\n            <msgnum> : 1264"
+            "\n           <msgname> : M_KytVolSurface"
+            "\n           iVolCrvId : [7]"
+            "\n     maKytVolSfcElmt :"
+            "\nM_KytVolSurfaceElmt_Array [0]"
+            "\n            <msgnum> : 1265"
+            "\n           <msgname> : M_KytVolSurfaceElmt"
+            "\n                dVol : [2.500000000000000e-01]"
+            "\n           mTivMatur :"
+            "\n            <msgnum> : 2143"
+            "\n           <msgname> : M_Tiv"
+            "\n               nDate : [<CDate: unset>]"
+            "\n           sDateType : [\"\"]"
+            "\n              sMatur : [\"\"]"
+            "\n--------------------------------------"
+            "\n             dStrike : [<CDbl: unset>]"
+            "\n--------------------------------------"
+            "\n--------------------------------------");
+}
+
+TEST(MessagePattern, DumpFormatsEachKind) {
+  M_IrCancelable c;  // labels of 20 and 22 letters, an integer array
+  c.iEventObservedPeriodNo = -4;
+  c.iaAppPeriodNo.Add(1);
+  c.iaAppPeriodNo.Add(-2);
+  std::string text = DumpOf(c);
+  EXPECT_NE(text.find("\nsCancelableRightSect : [\"\"]\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\niEventObservedPeriodNo : [-4]\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\n       iaAppPeriodNo : [1, -2]\n"), std::string::npos) << text;
+
+  M_SensitivityB s;
+  s.bKytGreeksCalcYN.value = true;  // the flag decides, not the value
+  EXPECT_NE(DumpOf(s).find("bKytGreeksCalcYN : [<CBool: unset>]"), std::string::npos);
+  s.bKytGreeksCalcYN = false;
+  EXPECT_NE(DumpOf(s).find("bKytGreeksCalcYN : [N]"), std::string::npos);
+  s.bKytGreeksCalcYN = true;
+  EXPECT_NE(DumpOf(s).find("bKytGreeksCalcYN : [Y]"), std::string::npos);
+
+  M_Greeks g;  // an empty double array still has its line
+  EXPECT_NE(DumpOf(g).find("\n             daDelta : []\n"), std::string::npos);
+  g.daDelta.Add(-1.5);
+  g.daDelta.Add(1e300);
+  EXPECT_NE(DumpOf(g).find("daDelta : [-1.500000000000000e+00, 1.000000000000000e+300]"),
+            std::string::npos);
+}
+
+TEST(MessagePattern, LoadRefusesAnotherNumberAndTouchesNothing) {
+  M_SysReject reject;
+  reject.iSysCode = 5;
+  MsgPtr other = BuildSample(1239, true);
+  EXPECT_EQ(reject.Load(other.get()), -28);
+  EXPECT_EQ(reject.errtext, "invalid input message of service(1239,10)");
+  EXPECT_EQ(reject.iSysCode.value, 5);
+
+  // Same fields, different numbers: still two classes.
+  M_TreeParam tree;
+  EXPECT_EQ(tree.Load(BuildSample(3394, true).get()), -28);
+  EXPECT_EQ(tree.errtext, "invalid input message of service(3394,3393)");
+  M_FdmParam fdm;
+  EXPECT_EQ(fdm.Load(BuildSample(3393, true).get()), -28);
+}
+
+TEST_F(Faults, ValueAndSubMessageFieldsHaveDifferentThresholds) {
+  MsgPtr msg = BuildSample(10, true);
+  M_SysReject reject;
+  reject.iSysRefMsgNo = 99;
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -1));  // absent: no failure
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 7, -2));  // a failed read of a value
+  EXPECT_EQ(reject.Load(msg.get()), -2);
+  EXPECT_EQ(reject.errtext, "M_SysReject:GET_VAL_ONE(M0010.T7) fail");
+  EXPECT_EQ(reject.iSysRefMsgNo.value, 99);  // not reached
+
+  // Any negative read of a sub-message or an array is an absence.
+  M_KytVolSurface surface;
+  surface.maKytVolSfcElmt.Grow();
+  surface.maKytVolSfcElmt[0].dVol = 1.0;
+  M_TivValue tv;
+  tv.mTivMatur.sMatur = "1Y";
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 1456, -9));
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 695, -9));
+  EXPECT_EQ(surface.Load(BuildSample(1264, true).get()), 0);
+  EXPECT_EQ(tv.Load(BuildSample(1239, true).get()), 0);
+  EXPECT_TRUE(surface.errtext.IsEmpty());
+  EXPECT_TRUE(tv.errtext.IsEmpty());
+  EXPECT_EQ(surface.maKytVolSfcElmt[0].dVol.value, 1.0);
+  EXPECT_EQ(tv.mTivMatur.sMatur, "1Y");
+}
+
+TEST_F(Faults, NestedFailureTellsEachLevelAndReturnsTheFirstCause) {
+  MsgPtr msg = BuildSample(1264, true);
+  M_KytVolSurface surface;
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 198, -7, 1));  // nDate of the second element
+  EXPECT_EQ(surface.Load(msg.get()), -7);
+  EXPECT_EQ(surface.errtext, "M_KytVolSurface:GET_SUB_ARR(M1264.T1456) fail");
+  M_KytVolSurfaceElmt& second = surface.maKytVolSfcElmt[1];
+  EXPECT_EQ(second.errtext, "M_KytVolSurfaceElmt:GET_SUB_ONE(M1265.T695) fail");
+  EXPECT_EQ(second.mTivMatur.errtext, "M_Tiv:GET_VAL_ONE(M2143.T198) fail");
+  EXPECT_TRUE(surface.maKytVolSfcElmt[0].errtext.IsEmpty());
+  EXPECT_TRUE(surface.maKytVolSfcElmt[0].dVol.isSet);  // loaded before the failure
+  EXPECT_TRUE(second.dVol.isSet);
+  EXPECT_FALSE(second.dStrike.isSet);  // after it
+
+  // A sub-message of a wrong number fails the holder with -28.
+  MsgPtr bad = NewMsg(1239);
+  bad->SetValue(695, new CMsg(2032, 0, 0, nullptr));
+  M_TivValue tv;
+  EXPECT_EQ(tv.Load(bad.get()), -28);
+  EXPECT_EQ(tv.errtext, "M_TivValue:GET_SUB_ONE(M1239.T695) fail");
+  EXPECT_EQ(tv.mTivMatur.errtext, "invalid input message of service(2032,2143)");
+
+  // A later success leaves the old text.
+  EXPECT_EQ(tv.Load(BuildSample(1239, true).get()), 0);
+  EXPECT_EQ(tv.errtext, "M_TivValue:GET_SUB_ONE(M1239.T695) fail");
+}
+
+TEST(MessagePattern, LoadKeepsWhatTheMessageLacks) {
+  M_ValOut out;
+  ASSERT_EQ(out.Load(BuildSample(3470, true).get()), 0);
+  std::string first = DumpOf(out.mTermData);
+  MsgPtr partial = NewMsg(3470);
+  ASSERT_EQ(partial->SetValue(4518, BuildSample(3468, true, 2, 7).release()), 0);
+  ASSERT_EQ(out.Load(partial.get()), 0);
+  EXPECT_EQ(DumpOf(out.mTermData), first);
+
+  // A value array the message lacks keeps its elements too; a value the
+  // message holds unset becomes unset.
+  M_UnderData u;
+  u.daCorrCoeff.Add(0.5);
+  u.dCurrentPrice = 10.0;
+  ASSERT_EQ(u.Load(BuildSample(3400, false).get()), 0);
+  EXPECT_EQ(u.daCorrCoeff.size, 1);
+  EXPECT_FALSE(u.dCurrentPrice.isSet);
+}
+
+TEST(MessagePattern, ToMsgWritesEveryFieldDownToTheLeaves) {
+  // A new object writes exactly what the dictionary says the class holds,
+  // unset, with every sub-message and no array element.
+  for (int num : {10, 1239, 1264, 3400, 3470, 2161}) {
+    MsgPtr expected = BuildSample(num, false);
+    const char* name = MA_GetMsgDic()->FindMessage(num)->name;
+    SCOPED_TRACE(name);
+    std::unique_ptr<CMsgBase> obj;
+    switch (num) {
+      case 10:
+        obj.reset(new M_SysReject);
+        break;
+      case 1239:
+        obj.reset(new M_TivValue);
+        break;
+      case 1264:
+        obj.reset(new M_KytVolSurface);
+        break;
+      case 3400:
+        obj.reset(new M_UnderData);
+        break;
+      case 3470:
+        obj.reset(new M_ValOut);
+        break;
+      default:
+        obj.reset(new M_Greeks);
+        break;
+    }
+    MsgPtr msg(obj->ToMsg());
+    ASSERT_TRUE(msg);
+    EXPECT_EQ(Text(msg.get()), Text(expected.get()));
+    MsgPtr again(obj->ToMsg());  // each call makes a new message
+    EXPECT_NE(again.get(), msg.get());
+  }
+  EXPECT_EQ(Text(MsgPtr(M_TivValue().ToMsg()).get()),
+            "M1239 M_TivValue {\n"
+            "  T580 dValue d -\n"
+            "  T695 mTivMatur m M2143 M_Tiv {\n"
+            "    T198 nDate n -\n"
+            "    T775 sDateType s \"\"\n"
+            "    T800 sMatur s \"\"\n"
+            "  }\n"
+            "}\n");
+}
+
+TEST_F(Faults, ToMsgFailuresNameTheFieldAndFreeTheMessage) {
+  M_SysReject reject;
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 8, -3));
+  EXPECT_EQ(reject.ToMsg(), nullptr);
+  EXPECT_EQ(reject.errtext, "M_SysReject:SET_VAL_ONE(M0010.T8) fail");
+
+  M_TivValue tv;
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 198, -3));
+  EXPECT_EQ(tv.ToMsg(), nullptr);
+  EXPECT_EQ(tv.errtext, "M_TivValue:SET_SUB_ONE(M1239.T695) fail");
+  EXPECT_EQ(tv.mTivMatur.errtext, "M_Tiv:SET_VAL_ONE(M2143.T198) fail");
+
+  // Attaching a finished sub-message can fail too: then it is the holder's
+  // SET_VAL_ONE.
+  M_TivValue tv2;
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 695, -4));
+  EXPECT_EQ(tv2.ToMsg(), nullptr);
+  EXPECT_EQ(tv2.errtext, "M_TivValue:SET_VAL_ONE(M1239.T695) fail");
+
+  M_KytVolSurface surface;
+  surface.maKytVolSfcElmt.SetSize(3);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 928, -3, 2));  // dStrike of the third element
+  EXPECT_EQ(surface.ToMsg(), nullptr);
+  EXPECT_EQ(surface.errtext, "M_KytVolSurface:SET_SUB_ARR(M1264.T1456) fail");
+  EXPECT_EQ(surface.maKytVolSfcElmt[2].errtext, "M_KytVolSurfaceElmt:SET_VAL_ONE(M1265.T928) fail");
+
+  // Three values of an array go out one by one; the second fails.
+  M_Greeks g;
+  for (double d : {1.0, 2.0, 3.0}) g.daDelta.Add(d);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 612, -3, 1));
+  EXPECT_EQ(g.ToMsg(), nullptr);
+  EXPECT_EQ(g.errtext, "M_Greeks:SET_VAL_ONE(M2161.T612) fail");
+  EXPECT_EQ(MA_PendingFaults(), 0);
+}
+
+TEST(MessagePattern, ToMsgWithoutMemorySaysSo) {
+  M_SysReject reject;
+  CMsg* msg = nullptr;
+  // A new thread has no spare message blocks, so its first message is a
+  // real allocation.
+  std::thread([&] {
+    MA_GetMsgDic();
+    FailingAlloc::FailAt(0);
+    msg = reject.ToMsg();
+    FailingAlloc::Off();
+  }).join();
+  EXPECT_EQ(msg, nullptr);
+  EXPECT_EQ(reject.errtext, "Out of memory");
+}
+
+TEST(MessagePattern, CopyTakesFieldsButNotIdentity) {
+  M_KytVolSurface src;
+  ASSERT_EQ(src.Load(BuildSample(1264, true).get()), 0);
+  src.errtext = "from before";
+  M_KytVolSurface dst;
+  dst.errtext = "mine";
+  dst.maKytVolSfcElmt.SetSize(5);
+  dst.Copy(src);
+  EXPECT_EQ(DumpOf(dst), DumpOf(src));
+  EXPECT_EQ(dst.errtext, "mine");
+  EXPECT_EQ(dst.maKytVolSfcElmt.GetSize(), 2);
+  EXPECT_NE(&dst.maKytVolSfcElmt[0], &src.maKytVolSfcElmt[0]);
+
+  // A date's flag is copied with it, so an unset source unsets.
+  M_TivValue a, b;
+  b.mTivMatur.nDate.Set("20240229");
+  b.Copy(a);
+  EXPECT_FALSE(b.mTivMatur.nDate.isSet);
+  a.mTivMatur.nDate.Set("20240229");
+  b.Copy(a);
+  EXPECT_STREQ(b.mTivMatur.nDate.text, "20240229");
+
+  // Copying an object onto itself changes nothing.
+  std::string before = DumpOf(src);
+  src.Copy(src);
+  src.maKytVolSfcElmt.Copy(src.maKytVolSfcElmt);
+  EXPECT_EQ(DumpOf(src), before);
+}

@@ -1,0 +1,62 @@
+// Helpers shared by the tests: text forms of objects and messages, sample
+// messages built from the dictionary, and an allocator that can be made to
+// fail.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "MsgBase.h"
+#include "callkyt/CMsg.h"
+
+namespace testing_support {
+
+using MsgPtr = std::unique_ptr<CMsg>;
+
+// The text form of a message tree (callkyt/MsgText.h).
+std::string Text(const CMsg* msg);
+// What Dump writes.
+std::string DumpOf(const CMsgBase& obj);
+std::string DumpOf(const CMsgBase_Array& arr);
+
+// A message of class `msgnum` as the dictionary describes it. Filled: every
+// value set (to values that vary with the seed), three values in each value
+// array, two elements in each repeated sub-message down to `wideDepth`
+// levels and one below. Not filled: what a new object writes, every value
+// unset, every sub-message present, no array element.
+MsgPtr BuildSample(int msgnum, bool filled, int wideDepth = 2, unsigned seed = 1);
+
+// Counts allocations through operator new, and makes one fail on demand.
+class FailingAlloc {
+ public:
+  // The `n`-th allocation from now (counting from 0) throws std::bad_alloc.
+  static void FailAt(long n);
+  static void Off();
+  // Allocations since the last Reset.
+  static long Count();
+  static void Reset();
+  // True if the armed failure has happened.
+  static bool Fired();
+};
+
+// Runs `f` once for each allocation it makes, failing that one, until a
+// run makes no failing allocation; gives the number of failure points.
+template <class F>
+long ForEachAllocationFailure(F f) {
+  long n = 0;
+  for (;; ++n) {
+    FailingAlloc::FailAt(n);
+    f();
+    bool fired = FailingAlloc::Fired();
+    FailingAlloc::Off();
+    if (!fired) return n;
+  }
+}
+
+}  // namespace testing_support
+
+// Lets test failures show a CString as text.
+inline void PrintTo(const CString& s, std::ostream* os) {
+  *os << '"' << s.ToStr() << '"';
+}
