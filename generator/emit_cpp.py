@@ -66,7 +66,7 @@ namespace {
 struct Fields {
   template <class V>
   bool operator()(V&$param) const {
-    return $visits;
+$visits    return true;
   }
 };
 
@@ -76,25 +76,32 @@ $name::$name() {
   msgnum = $number;
   msgname = "$name";
 }
-$name::~$name() = default;
-int $name::Load(CMsg* msg) { return pd::Load(*this, msg, Fields()); }
-CMsg* $name::ToMsg() { return pd::ToMsg(*this, Fields()); }
-void $name::Dump(CStream* out) const { pd::Dump(*this, out, Fields()); }
-void $name::Copy(const $name& src) { pd::Copy(*this, src, Fields()); }
+$definitions""")
 
-$array::$array() : capacity(0), size(0), items(nullptr) {}
-$array::~$array() { pd::RemoveAll(*this); }
-void $array::RemoveAll() { pd::RemoveAll(*this); }
-int $array::Load(CMsgArray* arr) { return pd::LoadArray(*this, arr); }
-CMsg* $array::ToMsg(int index) { return pd::ElementToMsg(*this, index); }
-int $array::SetSize(int n) { return pd::SetSize(*this, n); }
-int $array::Grow() { return pd::Grow(*this); }
-int $array::GetSize() const { return size; }
-$name* $array::GetAt(int index) const { return pd::GetAt(*this, index); }
-$name& $array::operator[](int index) const { return pd::At(*this, index, "$array"); }
-void $array::Dump(CStream* out) const { pd::DumpArray(*this, out, "$array"); }
-void $array::Copy(const $array& src) { pd::CopyArray(*this, src); }
-""")
+# The operations of a class and of its array class: one call into the frame
+# each. $name and $array are filled in before use.
+OPERATIONS = [
+    ("$name::~$name()", "= default;"),
+    ("int $name::Load(CMsg* msg)", "return pd::Load(*this, msg, Fields());"),
+    ("CMsg* $name::ToMsg()", "return pd::ToMsg(*this, Fields());"),
+    ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, Fields());"),
+    ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, Fields());"),
+    None,
+    ("$array::$array()", ": capacity(0), size(0), items(nullptr) {}"),
+    ("$array::~$array()", "pd::RemoveAll(*this);"),
+    ("void $array::RemoveAll()", "pd::RemoveAll(*this);"),
+    ("int $array::Load(CMsgArray* arr)", "return pd::LoadArray(*this, arr);"),
+    ("CMsg* $array::ToMsg(int index)", "return pd::ElementToMsg(*this, index);"),
+    ("int $array::SetSize(int n)", "return pd::SetSize(*this, n);"),
+    ("int $array::Grow()", "return pd::Grow(*this);"),
+    ("int $array::GetSize() const", "return size;"),
+    ("$name* $array::GetAt(int index) const", "return pd::GetAt(*this, index);"),
+    ("$name& $array::operator[](int index) const", 'return pd::At(*this, index, "$array");'),
+    ("void $array::Dump(CStream* out) const", 'pd::DumpArray(*this, out, "$array");'),
+    ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src);"),
+]
+
+COLUMNS = 100
 
 
 def header_path(msg: Message) -> str:
@@ -106,9 +113,8 @@ def source_path(msg: Message) -> str:
 
 
 def _member(field: Field) -> tuple[str, str]:
-    """The declaration of a member and its comment: tag and kind."""
-    what = f"{field.kind} {field.sub}" if field.sub else field.kind
-    return f"{field.type} {field.name};", f"// T{field.tag} {what}"
+    """The declaration of a member and its comment, the tag."""
+    return f"{field.type} {field.name};", f"// T{field.tag}"
 
 
 def _members(msg: Message) -> str:
@@ -120,14 +126,43 @@ def _members(msg: Message) -> str:
 
 def _visits(msg: Message) -> str:
     if not msg.fields:
-        return "true"
-    calls = [f'v({f.tag}, "{f.name}", &{msg.name}::{f.name})' for f in msg.fields]
-    return " &&\n           ".join(calls)
+        return ""
+    calls = [f'    if (!v({f.tag}, "{f.name}", &C::{f.name})) return false;\n'
+             for f in msg.fields]
+    return f"    using C = {msg.name};\n" + "".join(calls)
+
+
+def _definition(signature: str, body: str) -> str:
+    """A function on one line where it fits, else with its body indented."""
+    if body.startswith("="):
+        return f"{signature} {body}\n"
+    if body.startswith(":"):  # a constructor's member initializers
+        line = f"{signature} {body}"
+        return line + "\n" if len(line) <= COLUMNS else f"{signature}\n    {body}\n"
+    line = f"{signature} {{ {body} }}"
+    if len(line) <= COLUMNS:
+        return line + "\n"
+    if len(signature) + 2 > COLUMNS:  # the parameters go on a line of their own
+        head, params = signature.split("(", 1)
+        signature = f"{head}(\n    {params}"
+    return f"{signature} {{\n  {body}\n}}\n"
+
+
+def _definitions(msg: Message) -> str:
+    names = {"name": msg.name, "array": msg.array_name}
+    out = []
+    for op in OPERATIONS:
+        if op is None:
+            out.append("\n")
+            continue
+        signature, body = (Template(part).substitute(names) for part in op)
+        out.append(_definition(signature, body))
+    return "".join(out)
 
 
 def header(schema: Schema, msg: Message) -> str:
-    includes = "".join(f'#include "{header_path(schema.message(s))[len("messages/"):]}"\n'
-                       for s in msg.sub_classes())
+    includes = "".join(f'#include "{path}"\n' for path in sorted(
+        header_path(schema.message(s))[len("messages/"):] for s in msg.sub_classes()))
     return HEADER.substitute(
         family=msg.family, number=msg.number, name=msg.name, array=msg.array_name,
         includes=includes, members=_members(msg))
@@ -135,5 +170,5 @@ def header(schema: Schema, msg: Message) -> str:
 
 def source(msg: Message) -> str:
     return SOURCE.substitute(
-        family=msg.family, number=msg.number, name=msg.name, array=msg.array_name,
-        param=" v" if msg.fields else "", visits=_visits(msg))
+        family=msg.family, number=msg.number, name=msg.name,
+        param=" v" if msg.fields else "", visits=_visits(msg), definitions=_definitions(msg))

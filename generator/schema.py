@@ -46,6 +46,7 @@ CLASS_NAME = re.compile(r"^M_[A-Za-z0-9]+$")
 FAMILY_NAME = re.compile(r"^[a-z][a-z0-9]*$")
 ROW_TOKEN = re.compile(r"\*[^*]+\*|\S+")
 SET_LINE = re.compile(r"^set\s+(\*[^*]+\*)\s*=\s*(.*)$")
+NUMBER = re.compile(r"^[0-9]+$")
 
 DICTIONARY = "fields.txt"
 
@@ -147,7 +148,7 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter) -> dict[str, Field]:
             rep.error(loc, f"expected 'tag field type', got {len(cols)} columns")
             continue
         tag_text, name, type_ = cols
-        if not tag_text.isdigit() or int(tag_text) <= 0:
+        if not NUMBER.match(tag_text) or int(tag_text) <= 0:
             rep.error(loc, f"tag must be a positive integer, got '{tag_text}'")
             continue
         tag = int(tag_text)
@@ -245,7 +246,7 @@ def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
             rep.error(loc, "expected 'number class field ...'")
             continue
         number, name, rest = tokens[0], tokens[1], tokens[2:]
-        if not number.isdigit() or int(number) <= 0:
+        if not NUMBER.match(number) or int(number) <= 0:
             rep.error(loc, f"message number must be a positive integer, got '{number}'")
             continue
         if not CLASS_NAME.match(name):

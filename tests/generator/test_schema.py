@@ -1,0 +1,284 @@
+"""Tests of the schema reader and checker (generator/schema.py) and of the
+generator's command line (generator/msggen.py)."""
+
+import collections
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(ROOT, "generator"))
+
+from schema import SchemaErrors, load  # noqa: E402
+
+# A small schema with every kind of field. Line numbers matter to the error
+# table below: comments and blank lines count. The twins are listed array
+# first; sets list their members in any order; `M_Deal` reaches `M_Leg` both
+# directly and through `M_Terms` (a diamond, not a cycle).
+FIXTURE = {
+    "fields.txt": [
+        "# tag field type",                # 1
+        "10   iCount    CInt",             # 2
+        "20   dPrice    CDbl",             # 3
+        "30   bFlag     CBool",            # 4
+        "40   nStart    CDate",            # 5
+        "50   sName     CString",          # 6
+        "55   iaDays    CIntArray",        # 7
+        "60   daRates   CDblArray",        # 8
+        "",                                # 9
+        "70   maLeg     M_Leg_Array",      # 10
+        "70   mLeg      M_Leg",            # 11
+        "75   mTerms    M_Terms",          # 12
+        "80   mFarLeg   M_Leg",            # 13
+        "90   sNote     CString   # free text",  # 14
+    ],
+    "alpha.txt": [
+        "# Legs and terms",                                # 1
+        "set *Common* = sNote dPrice",                     # 2
+        "",                                                # 3
+        "100  M_Leg    dPrice nStart",                     # 4
+        "101  M_Terms  iCount *Common* bFlag maLeg",       # 5
+    ],
+    "beta.txt": [
+        "set *Deal head* = sName iCount",                  # 1
+        "200  M_Deal   *Deal head* bFlag mLeg mTerms mFarLeg  # deal",  # 2
+        "201  M_Curve  iaDays daRates *Common*",           # 3
+    ],
+}
+
+
+def write_schema(folder, edits=()):
+    """Writes the fixture into `folder`; an edit (file, line, text) replaces
+    that line, or appends when the line is one past the end; text may hold
+    several lines."""
+    files = {name: list(lines) for name, lines in FIXTURE.items()}
+    for file, line, text in edits:
+        lines = files[file]
+        assert 1 <= line <= len(lines) + 1, (file, line)
+        lines[line - 1: line] = [text]
+    os.makedirs(folder, exist_ok=True)
+    for name, lines in files.items():
+        with open(os.path.join(folder, name), "w", encoding="utf-8") as fh:
+            fh.write("\n".join(lines) + "\n")
+    return folder
+
+
+# (file, line, new text, fragment of the error at that line), in the order the
+# checks come in schema.py. Each mutation must give that one error and no other.
+ERRORS = [
+    ("fields.txt", 15, "110  iExtra", "got 2 columns"),
+    ("fields.txt", 15, "110  iExtra  CInt  CInt", "got 4 columns"),
+    ("fields.txt", 15, "0    iZero   CInt", "positive integer, got '0'"),
+    ("fields.txt", 15, "-5   iNeg    CInt", "positive integer, got '-5'"),
+    ("fields.txt", 15, "110  iextra  CInt", "'iextra' is not a lower-case prefix"),
+    ("fields.txt", 15, "110  Extra   CInt", "'Extra' is not a lower-case prefix"),
+    ("fields.txt", 15, "110  i_Extra CInt", "'i_Extra' is not a lower-case prefix"),
+    ("fields.txt", 15, "110  dFoo    CInt", "takes type CDbl, but its type is CInt"),
+    ("fields.txt", 15, "110  iaFoo   CInt", "takes type CIntArray, but its type is CInt"),
+    ("fields.txt", 15, "110  mFoo    CInt", "takes a message class M_<Name>, but its type is CInt"),
+    ("fields.txt", 15, "110  mFoo    M_Leg_Array", "but its type is M_Leg_Array"),
+    ("fields.txt", 15, "110  maFoo   M_Leg", "takes an array class M_<Name>_Array"),
+    ("fields.txt", 15, "110  xFoo    CInt", "unknown prefix 'x'"),
+    ("fields.txt", 15, "110  dbFoo   CDbl", "unknown prefix 'db'"),
+    ("fields.txt", 15, "110  dPrice  CDbl", "'dPrice' is already defined (schema/fields.txt:3)"),
+    ("fields.txt", 15, "20   dOther  CDbl", "tag 20 is already used by field 'dPrice'"),
+    ("fields.txt", 15, "60   daOther CDblArray", "tag 60 is already used by field 'daRates'"),
+    ("fields.txt", 15, "10   daCount CDblArray", "tag 10 is already used by field 'iCount'"),
+    # A third field on a twin tag clashes with one of the pair.
+    ("fields.txt", 15, "70   maLeg2  M_Leg_Array", "tag 70 is already used by field 'maLeg'"),
+    ("fields.txt", 15, "70   iSeventy CInt", "tag 70 is already used by field 'maLeg'"),
+    ("fields.txt", 15, "75   maTerms M_Leg_Array",
+     "twins on tag 75 disagree: 'mTerms' holds M_Terms but 'maTerms' holds M_Leg"),
+    ("beta.txt", 4, "set *Common* = dPrice",
+     "set *Common* is already defined (schema/alpha.txt:2)"),
+    ("beta.txt", 4, "set *Empty* =", "set *Empty* has no fields"),
+    ("beta.txt", 4, "set Common = dPrice", "expected 'set *Name* = field field ...'"),
+    ("beta.txt", 4, "300", "expected 'number class field ...'"),
+    ("beta.txt", 4, "0    M_Extra dPrice", "message number must be a positive integer, got '0'"),
+    ("beta.txt", 4, "300  Extra   dPrice", "class name 'Extra' is not M_"),
+    # An unknown set member is reported once, at the set, not at each row.
+    ("alpha.txt", 2, "set *Common* = sNote dPrice dNope", "set *Common*: unknown field 'dNope'"),
+    ("beta.txt", 4, "300  M_Extra dNope", "M_Extra: unknown field 'dNope'"),
+    ("beta.txt", 4, "300  M_Extra *Nope*", "M_Extra: set *Nope* is not defined"),
+    ("beta.txt", 4, "300  M_Extra iCount bFlag dPrice",
+     "field 'dPrice' (tag 20) stands after 'bFlag' (tag 30)"),
+    ("beta.txt", 4, "300  M_Extra dPrice *Common*",
+     "field 'dPrice' is given twice (from the row and set *Common*)"),
+    ("beta.txt", 4, "300  M_Extra dPrice dPrice", "field 'dPrice' is given twice"),
+    ("beta.txt", 4, "300  M_Extra *Deal head* *Common* mLeg maLeg",
+     "M_Extra: fields 'mLeg' and 'maLeg' share tag 70"),
+    ("beta.txt", 4, "100  M_Extra dPrice",
+     "M_Extra: number 100 is already used by M_Leg (schema/alpha.txt:4)"),
+    ("beta.txt", 4, "300  M_Leg   dPrice",
+     "class M_Leg is already defined (schema/alpha.txt:4)"),
+    ("alpha.txt", 6, "set *Spare* = dPrice", "set *Spare* is defined but no row uses it"),
+    ("fields.txt", 15, "110  mGhost  M_Ghost", "'mGhost' holds M_Ghost, which no catalogue row"),
+    ("fields.txt", 15, "110  maGhost M_Ghost_Array", "'maGhost' holds M_Ghost, which no catalogue"),
+    ("alpha.txt", 4, "100  M_Leg    dPrice nStart maLeg",
+     "M_Leg holds itself: M_Leg.maLeg -> M_Leg"),
+    ("alpha.txt", 4, "100  M_Leg    dPrice nStart mTerms",
+     "M_Leg holds itself: M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
+]
+
+
+class SchemaTest(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.mkdtemp(prefix="schema_test_")
+        self.addCleanup(shutil.rmtree, self.tmp)
+
+    def errors_of(self, folder):
+        with self.assertRaises(SchemaErrors) as cm:
+            load(folder, "schema")
+        return cm.exception.errors
+
+    def test_valid_fixture(self):
+        s = load(write_schema(os.path.join(self.tmp, "ok")), "schema")
+        self.assertEqual(s.families, ["alpha", "beta"])
+        self.assertEqual([m.name for m in s.messages], ["M_Leg", "M_Terms", "M_Deal", "M_Curve"])
+        self.assertEqual(sorted({f.kind for f in s.fields.values()}),
+                         sorted("i d b n s ia da m ma".split()))
+        layouts = {
+            "M_Leg": "dPrice nStart",
+            "M_Terms": "iCount dPrice bFlag maLeg sNote",
+            "M_Deal": "iCount bFlag sName mLeg mTerms mFarLeg",
+            "M_Curve": "dPrice iaDays daRates sNote",
+        }
+        for name, layout in layouts.items():
+            msg = s.message(name)
+            self.assertEqual([f.name for f in msg.fields], layout.split(), name)
+        deal = s.message("M_Deal")
+        self.assertEqual((deal.number, deal.family, str(deal.loc)),
+                         (200, "beta", "schema/beta.txt:2"))
+        self.assertEqual(deal.sub_classes(), ["M_Leg", "M_Terms"])
+        self.assertEqual(s.message("M_Curve").sub_classes(), [])
+        m, ma = s.fields["mLeg"], s.fields["maLeg"]
+        self.assertEqual((m.tag, m.kind, m.sub, m.type, m.is_array),
+                         (70, "m", "M_Leg", "M_Leg", False))
+        self.assertEqual((ma.tag, ma.kind, ma.sub, ma.type, ma.is_array),
+                         (70, "ma", "M_Leg", "M_Leg_Array", True))
+        self.assertEqual(str(s.fields["sNote"].loc), "schema/fields.txt:14")
+        self.assertEqual((s.fields["iaDays"].sub, s.fields["iaDays"].is_array), (None, True))
+
+    def test_each_error_at_its_line(self):
+        for n, (file, line, text, fragment) in enumerate(ERRORS):
+            with self.subTest(file=file, text=text):
+                errors = self.errors_of(write_schema(os.path.join(self.tmp, str(n)),
+                                                     [(file, line, text)]))
+                self.assertEqual(len(errors), 1, errors)
+                self.assertEqual(str(errors[0][0]), f"schema/{file}:{line}")
+                self.assertIn(fragment, errors[0][1])
+
+    def test_all_errors_reported_in_file_and_line_order(self):
+        # Found in another order: the dictionary first, cycles last. Line 12
+        # sorts after line 4 only by number. The cycle is entered from M_Top,
+        # which is not on it.
+        folder = write_schema(self.tmp, [
+            ("fields.txt", 15, "110  mGhost  M_Ghost"),
+            ("fields.txt", 16, "0    iZero   CInt"),
+            ("alpha.txt", 3, "99   M_Top    mFarLeg"),
+            ("alpha.txt", 4, "100  M_Leg    dPrice nStart mTerms"),
+            ("alpha.txt", 6, "\n" * 6 + "set *Spare* = dPrice"),
+            ("beta.txt", 4, "300  M_Extra dNope"),
+        ])
+        with self.assertRaises(SchemaErrors) as cm:
+            load(folder, "schema")
+        expected = [("schema/alpha.txt:4", "M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
+                    ("schema/alpha.txt:12", "no row uses"),
+                    ("schema/beta.txt:4", "unknown field 'dNope'"),
+                    ("schema/fields.txt:15", "holds M_Ghost"),
+                    ("schema/fields.txt:16", "positive integer")]
+        got = [(str(loc), msg) for loc, msg in cm.exception.errors]
+        self.assertEqual([loc for loc, _ in got], [loc for loc, _ in expected], got)
+        for (_, msg), (_, fragment) in zip(got, expected):
+            self.assertIn(fragment, msg)
+        lines = str(cm.exception).splitlines()
+        self.assertEqual([line.split(": error: ")[0] for line in lines],
+                         [loc for loc, _ in expected])
+
+    def run_msggen(self, *args):
+        script = os.path.join(ROOT, "generator", "msggen.py")
+        return subprocess.run([sys.executable, script, *args], capture_output=True, text=True)
+
+    def tree(self, out):
+        found = {}
+        for base, _, names in os.walk(out):
+            for name in names:
+                path = os.path.join(base, name)
+                found[os.path.relpath(path, out).replace(os.sep, "/")] = os.stat(path).st_mtime_ns
+        return found
+
+    def test_command_line(self):
+        out = os.path.join(self.tmp, "out")
+        os.makedirs(out)
+        bad = write_schema(os.path.join(self.tmp, "bad"), [("beta.txt", 4, "300  M_Extra dNope"),
+                                                           ("fields.txt", 15, "110  iX")])
+        for extra in ([], ["--check"]):
+            r = self.run_msggen("--schema", bad, "--out", out, *extra)
+            self.assertEqual(r.returncode, 1, r.stderr)
+            flagged = re.findall(r"^(schema/\w+\.txt:\d+): error: ", r.stderr, re.M)
+            self.assertEqual(flagged, ["schema/beta.txt:4", "schema/fields.txt:15"], r.stderr)
+            self.assertEqual(self.tree(out), {})
+
+        good = write_schema(os.path.join(self.tmp, "good"))
+        r = self.run_msggen("--schema", good, "--out", out, "--check")
+        self.assertEqual((r.returncode, self.tree(out)), (0, {}), r.stderr)
+        r = self.run_msggen("--schema", good, "--out", out)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve"]}
+        expected = {"callkyt_dat/KytDicData.cpp"}
+        for family, names in classes.items():
+            expected.add(f"messages/{family}/all.h")
+            expected.update(f"messages/{family}/{n}{ext}" for n in names for ext in (".h", ".cpp"))
+        self.assertEqual(set(self.tree(out)), expected)
+
+        # Back-date everything: a file rewritten with the same text would show.
+        for rel in expected:
+            os.utime(os.path.join(out, rel), ns=(10**18, 10**18))
+        r = self.run_msggen("--schema", good, "--out", out)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        self.assertEqual(self.tree(out), dict.fromkeys(expected, 10**18))
+
+        write_schema(good, [("beta.txt", 3, "")])  # M_Curve is gone
+        r = self.run_msggen("--schema", good, "--out", out)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        after = self.tree(out)
+        gone = {"messages/beta/M_Curve.h", "messages/beta/M_Curve.cpp"}
+        self.assertEqual(set(after), expected - gone)
+        changed = {rel for rel, t in after.items() if t != 10**18}
+        self.assertEqual(changed, {"messages/beta/all.h", "callkyt_dat/KytDicData.cpp"})
+        with open(os.path.join(out, "messages/beta/all.h"), encoding="utf-8") as fh:
+            self.assertNotIn("M_Curve", fh.read())
+
+    # A digit that is not ASCII ('²' passes str.isdigit()) is an error, not a crash.
+    def test_number_with_a_non_ascii_digit_is_an_error(self):
+        for n, (file, line, text) in enumerate([("fields.txt", 15, "\u00b2  iExtra  CInt"),
+                                                ("beta.txt", 4, "\u00b2  M_Extra dPrice")]):
+            with self.subTest(text=text):
+                errors = self.errors_of(write_schema(os.path.join(self.tmp, str(n)),
+                                                     [(file, line, text)]))
+                self.assertEqual(str(errors[0][0]), f"schema/{file}:{line}")
+
+    def test_real_schema(self):
+        s = load(os.path.join(ROOT, "schema"), "schema")
+        self.assertEqual(len(s.messages), 1159)
+        self.assertEqual(len(s.fields), 1071)
+        self.assertEqual(len({f.tag for f in s.fields.values()}), 1044)
+        kinds = collections.Counter(f.kind for f in s.fields.values())
+        self.assertEqual(kinds, {"i": 49, "d": 163, "b": 53, "n": 27, "s": 134, "ia": 1,
+                                 "da": 16, "m": 426, "ma": 202})
+        numbers = [m.number for m in s.messages]
+        self.assertEqual(len(set(numbers)), len(numbers))
+        self.assertEqual(s.message("M_SysReject").number, 10)
+        others = sorted(n for n in numbers if n != 10)
+        self.assertEqual((others[0], others[-1]), (1239, 4862))
+        for msg in s.messages:
+            tags = [f.tag for f in msg.fields]
+            self.assertEqual(tags, sorted(set(tags)), msg.name)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,177 @@
+// The families as they meet in real requests: field order across sets, twin
+// tags in their two forms, look-alike classes, message counts, the deepest
+// nesting and failures deep inside a request.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "callkyt/MsgDic.h"
+#include "callkyt/Testing.h"
+#include "equity/M_EqDblBinBarr.h"
+#include "equity/M_EqDisp.h"
+#include "equity/M_EqPrdicDisp.h"
+#include "equity/M_EqStd.h"
+#include "equity/M_EqSwapStarAutoBarrSwit.h"
+#include "equity/M_EqSwapStarAutoPlain.h"
+#include "equity/M_OptCmb.h"
+#include "equity/M_StarCpnTgt.h"
+#include "fx/M_FxStd.h"
+#include "hybrid/M_HbNoteDualMultiRngAccr.h"
+#include "rates/M_CmpstRIdxC.h"
+#include "rates/M_IrCombiCRCpnU.h"
+#include "rates/M_IrFloaterCombiCpnU.h"
+#include "rates/M_IrMultiAccrFixedCpn.h"
+#include "rates/M_IrRatchetCombiCpnU.h"
+#include "shared/M_KytVolCurve.h"
+
+using namespace testing_support;
+
+namespace {
+
+// The names of the top-level fields of a message, in the order written.
+std::vector<std::string> FieldOrder(const CMsg& msg) {
+  const CMsgDic& dic = *MA_GetMsgDic();
+  const KytMsgInfo* info = dic.FindMessage(msg.msgnum);
+  std::vector<std::string> names;
+  CMsg::Cursor cur(msg);
+  CMsg::Value v;
+  while (cur.Next(&v)) {
+    const char* name = dic.FindMessageField(*info, v.tag)->name;
+    if (names.empty() || names.back() != name) names.push_back(name);
+  }
+  return names;
+}
+
+int Depth(const CMsg& msg) {
+  int deepest = 0;
+  CMsg::Cursor cur(msg);
+  CMsg::Value v;
+  while (cur.Next(&v)) {
+    if (v.kind == KYT_MSG) deepest = std::max(deepest, Depth(*v.msg));
+  }
+  return deepest + 1;
+}
+
+template <class T>
+MsgPtr Fresh() {
+  T obj;
+  return MsgPtr(obj.ToMsg());
+}
+
+}  // namespace
+
+TEST(Vocabulary, SetFieldsAndOwnFieldsInterleaveByTag) {
+  // Filled samples, since a fresh object writes no array element.
+  M_EqDblBinBarr bin;
+  ASSERT_EQ(bin.Load(BuildSample(bin.msgnum, true).get()), 0);
+  EXPECT_EQ(FieldOrder(*MsgPtr(bin.ToMsg())),
+            (std::vector<std::string>{"mMonBarr", "mSensitivityB", "maUnderSpecB", "maUnderData",
+                                      "mInstInfo", "maRisklessCrv", "mDcntCrv", "mOptSched",
+                                      "mOptDblBinBarr"}));
+  M_StarCpnTgt star;
+  ASSERT_EQ(star.Load(BuildSample(star.msgnum, true).get()), 0);
+  EXPECT_EQ(FieldOrder(*MsgPtr(star.ToMsg())),
+            (std::vector<std::string>{"mMcParam", "mSensitivityB", "maUnderSpecB", "maUnderData",
+                                      "mInstInfo", "maRisklessCrv", "mDcntCrv", "mMonTgt",
+                                      "mCpnSched", "maTgtCpnPff"}));
+}
+
+TEST(Vocabulary, TwinTagsReadInEitherForm) {
+  // Two elements under 4533, as M_EqPrdicDisp writes its group: M_EqDisp
+  // reads the first into its single field; a single one reads as a group.
+  M_EqPrdicDisp group;
+  group.maUnderSpecB.SetSize(2);
+  group.maUnderSpecB[0].sCcy = "KRW";
+  group.maUnderSpecB[1].sCcy = "USD";
+  M_EqDisp disp;
+  M_UnderSpecB_Array& specs = group.maUnderSpecB;
+  MsgPtr twoSpecs(new CMsg(disp.msgnum, 0, 0, nullptr));
+  for (int i = 0; i < 2; ++i) twoSpecs->SetValue(4533, specs.ToMsg(i));
+  ASSERT_EQ(disp.Load(twoSpecs.get()), 0);
+  EXPECT_EQ(disp.mUnderSpecB.sCcy, "KRW");
+
+  MsgPtr oneSpec(disp.ToMsg());
+  M_EqPrdicDisp back;
+  MsgPtr renumbered(new CMsg(back.msgnum, 0, 0, nullptr));
+  renumbered->SetValue(4533, disp.mUnderSpecB.ToMsg());
+  ASSERT_EQ(back.Load(renumbered.get()), 0);
+  ASSERT_EQ(back.maUnderSpecB.GetSize(), 1);
+  EXPECT_EQ(back.maUnderSpecB[0].sCcy, "KRW");
+
+  // dFixedRate and daFixedRate share tag 239.
+  M_IrMultiAccrFixedCpn multi;
+  for (double r : {0.01, 0.02, 0.03}) multi.daFixedRate.Add(r);
+  MsgPtr rates(multi.ToMsg());
+  MsgPtr asSingle(new CMsg(M_CmpstRIdxC().msgnum, 0, 0, nullptr));
+  CDblArray values;
+  ASSERT_EQ(rates->GetValue(239, &values), 0);
+  for (int i = 0; i < values.size; ++i) asSingle->SetValue(239, values.GetAt(i));
+  M_CmpstRIdxC single;
+  ASSERT_EQ(single.Load(asSingle.get()), 0);
+  EXPECT_EQ(single.dFixedRate.value, 0.01);
+
+  single.dFixedRate.Clear();  // an unset single value is an empty group
+  MsgPtr unset(new CMsg(multi.msgnum, 0, 0, nullptr));
+  unset->SetValue(239, single.dFixedRate);
+  ASSERT_EQ(multi.Load(unset.get()), 0);
+  EXPECT_EQ(multi.daFixedRate.size, 0);
+}
+
+TEST(Vocabulary, LookAlikeClassesRefuseEachOther) {
+  M_FxStd fx;
+  EXPECT_EQ(fx.Load(Fresh<M_EqStd>().get()), -28);
+  EXPECT_EQ(fx.errtext, "invalid input message of service(3540,3566)");
+
+  // M_KytCapVolElmt has the fields of M_KytVolElmt; inside a curve it fails
+  // the curve.
+  MsgPtr curve = BuildSample(2139, true);
+  MsgPtr bad(new CMsg(2139, 0, 0, nullptr));
+  bad->SetValue(722, BuildSample(2136, true).release());
+  bad->SetValue(722, BuildSample(2137, true).release());
+  M_KytVolCurve c;
+  EXPECT_EQ(c.Load(bad.get()), -28);
+  EXPECT_EQ(c.errtext, "M_KytVolCurve:GET_SUB_ARR(M2139.T722) fail");
+  EXPECT_EQ(c.maKytVolElmt[1].errtext, "invalid input message of service(2137,2136)");
+  EXPECT_TRUE(c.maKytVolElmt[0].dVol.isSet);
+}
+
+TEST(Vocabulary, FreshObjectsWriteWholeTrees) {
+  EXPECT_EQ(Fresh<M_OptCmb>()->GetTreeSize(), 75);
+  EXPECT_EQ(Fresh<M_EqSwapStarAutoBarrSwit>()->GetTreeSize(), 28);
+  EXPECT_EQ(Fresh<M_IrFloaterCombiCpnU>()->GetTreeSize(), 58);
+  EXPECT_EQ(Fresh<M_IrRatchetCombiCpnU>()->GetTreeSize(), 59);
+  EXPECT_EQ(Fresh<M_IrCombiCRCpnU>()->GetTreeSize(), 4);
+}
+
+TEST(Vocabulary, TheDeepestRequestSurvivesEveryOperation) {
+  MsgPtr sample = BuildSample(M_HbNoteDualMultiRngAccr().msgnum, true, 3);
+  EXPECT_EQ(Depth(*sample), 8);
+  M_HbNoteDualMultiRngAccr note;
+  ASSERT_EQ(note.Load(sample.get()), 0) << note.errtext.ToStr();
+  MsgPtr back(note.ToMsg());
+  EXPECT_EQ(Text(back.get()), Text(sample.get()));
+  M_HbNoteDualMultiRngAccr copy;
+  copy.Copy(note);
+  EXPECT_EQ(DumpOf(copy), DumpOf(note));
+  EXPECT_EQ(Text(MsgPtr(copy.ToMsg()).get()), Text(sample.get()));
+}
+
+TEST(Vocabulary, AFailureDeepInAnEquitySwapNamesEveryLevel) {
+  M_EqSwapStarAutoPlain swap;
+  MsgPtr sample = BuildSample(swap.msgnum, true);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 449, -5));  // sStarUnderType of the payoff
+  EXPECT_EQ(swap.Load(sample.get()), -5);
+  MA_ClearFaults();
+  EXPECT_EQ(swap.errtext, "M_EqSwapStarAutoPlain:GET_SUB_ONE(M4113.T4775) fail");
+  EXPECT_EQ(swap.mStarAutoPlain.errtext, "M_StarAutoPlain:GET_SUB_ONE(M3503.T4538) fail");
+  EXPECT_EQ(swap.mStarAutoPlain.mStarAutoPlainPayoff.errtext,
+            "M_StarAutoPlainPayoff:GET_VAL_ONE(M3475.T449) fail");
+  // The note leg comes first by tag and was read whole.
+  EXPECT_TRUE(swap.mIrNoteVanilla.errtext.IsEmpty());
+  MsgPtr noteMsg(swap.mIrNoteVanilla.ToMsg());
+  CMsg* sub = nullptr;
+  ASSERT_EQ(sample->GetValue(4772, &sub), 0);
+  EXPECT_EQ(Text(noteMsg.get()), Text(sub));
+}
