@@ -1,2 +1,684 @@
+// The runtime the message classes stand on: CString and its formatter, the
+// value types and arrays, CException, CStream, and CMsg with the dictionary,
+// the fault hooks and the text form.
 #include <gtest/gtest.h>
-TEST(Runtime, Placeholder) {}
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+
+#include "TestSupport.h"
+#include "callkyt/CArray.h"
+#include "callkyt/CException.h"
+#include "callkyt/CMsg.h"
+#include "callkyt/CStream.h"
+#include "callkyt/CString.h"
+#include "callkyt/CValue.h"
+#include "callkyt/MsgDic.h"
+#include "callkyt/Testing.h"
+
+using testing_support::MsgPtr;
+using testing_support::Text;
+
+namespace {
+
+class Faults : public ::testing::Test {
+ protected:
+  void TearDown() override { MA_ClearFaults(); }
+};
+
+MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(num, 0, 0, dic)); }
+
+CMsg* NewSub(int num = 2143) { return new CMsg(num, 0, 0, MA_GetMsgDic()); }
+
+CDate Date(const char* text) {
+  CDate d;
+  d.Set(text);
+  return d;
+}
+
+CDblArray Dbls(std::initializer_list<double> values) {
+  CDblArray a;
+  for (double v : values) a.Add(v);
+  return a;
+}
+
+// "abc...zab..." of `len` bytes, so that a shifted copy shows.
+std::string Pattern(int len) {
+  std::string s;
+  for (int i = 0; i < len; ++i) s += static_cast<char>('a' + i % 26);
+  return s;
+}
+
+std::string Str(const CString& s) {
+  return std::string(s.ToStr(), static_cast<size_t>(s.GetSize()));
+}
+
+// Short texts of values, "-" for unset, so that a failure shows the value.
+std::string Show(const CInt& v) { return v.isSet ? std::to_string(v.value) : "-"; }
+std::string Show(const CDbl& v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.17g", v.value);
+  return v.isSet ? buf : "-";
+}
+std::string Show(const CBool& v) { return !v.isSet ? "-" : v.value ? "Y" : "N"; }
+std::string Show(const CDate& v) { return v.isSet ? v.text : "-"; }
+std::string Show(const CString& v) { return '"' + Str(v) + '"'; }
+std::string Show(const CIntArray& a) {
+  std::string s;
+  for (int i = 0; i < a.size; ++i) s += (i ? "," : "") + std::to_string(a.GetAt(i));
+  return "{" + s + "}";
+}
+std::string Show(const CDblArray& a) {
+  std::string s;
+  for (int i = 0; i < a.size; ++i) s += (i ? "," : "") + Show(CDbl(a.GetAt(i)));
+  return "{" + s + "}";
+}
+
+// GetValue into an object that starts as `init`: what the object holds
+// afterwards, after the result code unless that is KYT_OK.
+template <class T>
+std::string Read(CMsg& msg, int tag, T init = T()) {
+  int rc = msg.GetValue(tag, &init);
+  return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + Show(init);
+}
+
+}  // namespace
+
+TEST(CStringTest, KeepsTextsOnBothSidesOfTheInlineLimit) {
+  for (int len : {0, 1, 30, 31, 32, 33, 200}) {
+    SCOPED_TRACE(len);
+    const std::string text = Pattern(len);
+    CString s(text.c_str());
+    EXPECT_EQ(s.GetSize(), len);
+    EXPECT_EQ(Str(s), text);
+    EXPECT_EQ(s.ToStr()[len], '\0');
+
+    CString copy(s);
+    CString moved(std::move(copy));
+    EXPECT_EQ(moved, s);
+    EXPECT_STREQ(copy.ToStr(), "");
+    copy = "usable after the move";
+    EXPECT_EQ(copy, "usable after the move");
+    CString target(Pattern(50).c_str());  // a heap text to be given up
+    target = std::move(moved);
+    EXPECT_EQ(target, s);
+    EXPECT_TRUE(moved.IsEmpty());
+
+    // Byte by byte across the limit, back to a short text, and on again.
+    CString grown;
+    for (char c : text) grown.Append(&c, 1);
+    EXPECT_EQ(grown, s);
+    grown = "xy";
+    EXPECT_EQ(grown, CString("xy"));
+    grown.Append(text.c_str(), len);
+    EXPECT_EQ(Str(grown), "xy" + text);
+
+    // Its own text, whole or in part, as the source.
+    if (len < 4) continue;
+    CString& same = s;
+    s = same;
+    s = std::move(same);
+    EXPECT_EQ(Str(s), text);
+    s.Append(s.ToStr(), s.GetSize());  // grows while reading itself
+    EXPECT_EQ(Str(s), text + text);
+    s = s.ToStr() + 1;
+    EXPECT_EQ(Str(s), (text + text).substr(1));
+    s.Assign(s.ToStr() + 2, 5);
+    EXPECT_EQ(Str(s), (text + text).substr(3, 5));
+  }
+  CString s("keep");
+  s.Append(nullptr, 3);
+  s.Append("xyz", 0);
+  s.Append("xyz", -1);
+  EXPECT_EQ(s, "keep");
+  s.Assign(nullptr, 3);
+  EXPECT_TRUE(s.IsEmpty());
+  s = Pattern(40).c_str();
+  s = static_cast<const char*>(nullptr);
+  EXPECT_TRUE(s.IsEmpty());
+  EXPECT_TRUE(CString("abc", -1).IsEmpty());
+}
+
+TEST(CStringTest, ComparesAndQuotes) {
+  CString embedded("ab\0c", 4);
+  EXPECT_EQ(embedded.GetSize(), 4);
+  EXPECT_NE(embedded, "ab");
+  EXPECT_NE(embedded, CString("ab"));
+  EXPECT_EQ(embedded, CString("ab\0c", 4));
+  EXPECT_NE(CString("abc"), "abd");
+  EXPECT_NE(CString("abc"), "abcd");
+  EXPECT_NE(CString(Pattern(40).c_str()), Pattern(41).c_str());
+
+  EXPECT_EQ(CString().Repr(), "\"\"");
+  EXPECT_EQ(CString("say \"hi\"").Repr(), "\"say \\\"hi\\\"\"");
+  EXPECT_EQ(CString("C:\\dir").Repr(), "\"C:\\\\dir\"");
+  EXPECT_EQ(CString("one\ntwo").Repr(), "\"one\\ntwo\"");
+  EXPECT_EQ(CString("a\x01z").Repr(), "\"a\\x01z\"");
+  EXPECT_EQ(CString("\x7f\t").Repr(), "\"\\x7f\\t\"");
+  EXPECT_EQ(CString("caf\xc3\xa9").Repr(), "\"caf\xc3\xa9\"");  // UTF-8 passes as it is
+}
+
+// Formats with CString::Format, CFormat and snprintf; all three must agree
+// byte for byte, and Format gives the length.
+#define EXPECT_FORMATS_AS_SNPRINTF(...)                      \
+  do {                                                       \
+    SCOPED_TRACE(#__VA_ARGS__);                              \
+    int n = std::snprintf(nullptr, 0, __VA_ARGS__);          \
+    std::string want(static_cast<size_t>(n) + 1, '\0');      \
+    std::snprintf(&want[0], want.size(), __VA_ARGS__);       \
+    want.resize(static_cast<size_t>(n));                     \
+    CString got("a stale text longer than the inline room"); \
+    EXPECT_EQ(got.Format(__VA_ARGS__), n);                   \
+    EXPECT_EQ(Str(got), want);                               \
+    EXPECT_EQ(Str(CFormat(__VA_ARGS__)), want);              \
+  } while (0)
+
+TEST(CStringTest, FormatWritesWhatSnprintfWrites) {
+  // The formats of the message classes.
+  EXPECT_FORMATS_AS_SNPRINTF("%d|%04d|%s|%20s|%.15e", -28, 10, "M_Tiv", "iSysCode", 0.1);
+  EXPECT_FORMATS_AS_SNPRINTF("%s:GET_VAL_ONE(M%04d.T%d) fail", "M_Tiv", 2143, 198);
+  // Integers and texts.
+  EXPECT_FORMATS_AS_SNPRINTF("%d|%d|%04d|%04d|%04d", INT_MIN, INT_MAX, -7, 123456, INT_MIN);
+  EXPECT_FORMATS_AS_SNPRINTF("%-8d|%-8d|%+d|%+d|% d|% d", -42, INT_MIN, 5, 0, 5, -5);
+  EXPECT_FORMATS_AS_SNPRINTF("%.3d|%8.3d|%.0d|%3.0d|%i", -5, 5, 0, 0, -1);
+  EXPECT_FORMATS_AS_SNPRINTF("%s|%-20s|%.3s|%.10s|%5.2s", "", "left", "abcdef", "ab", "xyz");
+  // Doubles at the edges of the type.
+  EXPECT_FORMATS_AS_SNPRINTF("%e|%e|%e|%.0e|%.0e", 0.0, -0.0, 2.5, 2.5, 3.5);
+  EXPECT_FORMATS_AS_SNPRINTF("%.15e|%.15e|%.15e|%.15e", 1e300, 5e-324, DBL_MAX, -DBL_MAX);
+  EXPECT_FORMATS_AS_SNPRINTF("%e|%e|%e|%.15e", HUGE_VAL, -HUGE_VAL, std::nan(""), -std::nan(""));
+  EXPECT_FORMATS_AS_SNPRINTF("%12.3e|%-12.3e|%012.3e|%012.3e", -1.5, 1.0, -1.5, HUGE_VAL);
+  EXPECT_FORMATS_AS_SNPRINTF("%+.2e|% e|%+e|%.15e", 9.999, 1.0, std::nan(""),
+                             2.2250738585072014e-308);
+  EXPECT_FORMATS_AS_SNPRINTF("100%% of %d%%|%%", 3);
+  // Formats left to vsnprintf, alone and mixed with the ones done here.
+  EXPECT_FORMATS_AS_SNPRINTF("%x|%5.1f|%ld", 255, 3.14159, -123456789012L);
+  EXPECT_FORMATS_AS_SNPRINTF("%d %x %s %e", 1, 2, "mixed", 0.5);
+  // Longer than the 256 bytes the formatter starts with, on either path.
+  const std::string text = Pattern(300);
+  EXPECT_FORMATS_AS_SNPRINTF("%s", text.c_str());
+  EXPECT_FORMATS_AS_SNPRINTF("%300d|%-280s|%.300e", 42, "left", 1.0);
+  EXPECT_FORMATS_AS_SNPRINTF("%.300f", 1.0);
+  for (int len : {253, 254, 255, 256}) {  // 255 to 258 bytes
+    EXPECT_FORMATS_AS_SNPRINTF("%x%s", 10, Pattern(len).c_str());
+  }
+
+  // An argument may be the string's own text.
+  CString s("abc");
+  EXPECT_EQ(s.Format("[%s|%s]", s.ToStr(), s.ToStr()), 9);
+  EXPECT_EQ(s, "[abc|abc]");
+  s = Pattern(40).c_str();
+  s.Format("%s%s", s.ToStr(), "!");
+  EXPECT_EQ(Str(s), Pattern(40) + "!");
+}
+
+TEST(CDateTest, SetTakesUpToEightCharactersAndIsValidTextChecksTheCalendar) {
+  CDate d;
+  EXPECT_TRUE(d.Set("20240229"));
+  EXPECT_EQ(Show(d), "20240229");
+  EXPECT_FALSE(d.Set("202403011"));  // refused: the date stays as it was
+  EXPECT_FALSE(d.Set(nullptr));
+  EXPECT_EQ(Show(d), "20240229");
+  EXPECT_TRUE(d.Set(d.text + 4));  // from its own text, and not a date
+  EXPECT_EQ(Show(d), "0229");
+  EXPECT_TRUE(d.Set(""));
+  EXPECT_FALSE(d.isSet);
+  EXPECT_STREQ(d.text, "");
+
+  for (const char* ok : {"20000229", "20240229", "19991231", "00010101", "99991231", "20240430"}) {
+    EXPECT_TRUE(CDate::IsValidText(ok)) << ok;
+  }
+  for (const char* bad :
+       {"19000229", "20230229", "20241301", "20240001", "20240100", "20240431", "20240132",
+        "00000101", "2024022a", "2024-2-1", " 2024010", "2024010", "202401011", "", "ABCDEFGH"}) {
+    EXPECT_FALSE(CDate::IsValidText(bad)) << bad;
+  }
+  EXPECT_FALSE(CDate::IsValidText(nullptr));
+}
+
+TEST(ValueArrays, GrowCopyAndPrint) {
+  CIntArray a;
+  EXPECT_EQ(a.GetAt(0), 0);
+  EXPECT_FALSE(a.SetAt(0, 1));
+  EXPECT_EQ(a.Repr(", ", false), "");
+  EXPECT_EQ(a.Repr(", ", true), "{}");
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(a.Add(i * 10 - 40), i + 1);
+  EXPECT_EQ(a.GetAt(-1), 0);
+  EXPECT_EQ(a.GetAt(9), 0);
+  EXPECT_FALSE(a.SetAt(9, 1));
+  EXPECT_FALSE(a.SetAt(-1, 1));
+  EXPECT_TRUE(a.SetAt(8, INT_MIN));
+  EXPECT_EQ(a.Repr(", ", false), "-40, -30, -20, -10, 0, 10, 20, 30, -2147483648");
+  a.SetSize(3);
+  a.SetSize(6);  // the dropped elements come back as zeros
+  EXPECT_EQ(a.Repr(",", true), "{-40,-30,-20,0,0,0}");
+
+  CIntArray b(a);
+  EXPECT_TRUE(b.SetAt(0, 1));
+  EXPECT_EQ(a.GetAt(0), -40);
+  CIntArray small;
+  small.Add(5);
+  small = a;  // grows to take a longer array
+  CIntArray& same = small;
+  small = same;
+  EXPECT_EQ(Show(small), Show(a));
+  CIntArray moved(std::move(small));
+  EXPECT_EQ(Show(moved), Show(a));
+  EXPECT_EQ(small.size, 0);
+  EXPECT_EQ(small.Add(7), 1);
+  a.SetSize(-1);
+  EXPECT_EQ(a.size, 0);
+
+  CDblArray d = Dbls({-1.5, 1e300, 5e-324});
+  EXPECT_EQ(d.Repr(", ", false),
+            "-1.500000000000000e+00, 1.000000000000000e+300, 4.940656458412465e-324");
+  d.SetSize(4);
+  EXPECT_EQ(d.Repr(";", true),
+            "{-1.500000000000000e+00;1.000000000000000e+300;4.940656458412465e-324;"
+            "0.000000000000000e+00}");
+}
+
+TEST(CExceptionTest, KeepsACopyOfItsTextAndItsCode) {
+  char buf[32];
+  std::strcpy(buf, "first text");
+  CException e(buf, -28);
+  std::strcpy(buf, "changed");
+  EXPECT_STREQ(e.GetText(), "first text");
+  EXPECT_EQ(e.GetCode(), -28);
+
+  const std::string text = Pattern(400);
+  try {
+    throw CException(text.c_str(), 7);
+  } catch (const CException& caught) {
+    EXPECT_EQ(std::string(caught.GetText()), text.substr(0, CException::kMaxText));
+    EXPECT_EQ(caught.GetCode(), 7);
+  }
+  EXPECT_EQ(std::string(CException(text.substr(0, 255).c_str(), 0).GetText()), text.substr(0, 255));
+}
+
+TEST(CMsgValues, EveryKindRoundTripsAndRefusalsChangeNothing) {
+  MsgPtr m = NewMsg(10);
+  const std::string text = Pattern(300);  // a length of two varint bytes
+  CDate stale = Date("garbage");          // unset: its text is never looked at
+  stale.isSet = false;
+  ASSERT_EQ(m->SetValue(6, CInt(INT_MIN)), KYT_OK);
+  ASSERT_EQ(m->SetValue(7, text.c_str()), KYT_OK);
+  ASSERT_EQ(m->SetValue(8, CInt()), KYT_OK);
+  ASSERT_EQ(m->SetValue(101, CBool(false)), KYT_OK);
+  ASSERT_EQ(m->SetValue(175, CBool()), KYT_OK);
+  ASSERT_EQ(m->SetValue(188, CDate()), KYT_OK);
+  ASSERT_EQ(m->SetValue(198, Date("20240229")), KYT_OK);
+  ASSERT_EQ(m->SetValue(205, stale), KYT_OK);
+  ASSERT_EQ(m->SetValue(239, CDbl(-0.0)), KYT_OK);
+  ASSERT_EQ(m->SetValue(580, CDbl()), KYT_OK);
+  ASSERT_EQ(m->SetValue(775, ""), KYT_OK);
+  ASSERT_EQ(m->SetValue(876, CBool(true)), KYT_OK);
+  ASSERT_EQ(m->SetValue(5146, -3), KYT_OK);
+  ASSERT_EQ(m->GetValueCount(), 13);
+
+  // Read into objects that hold something else first.
+  EXPECT_EQ(Read(*m, 6, CInt(5)), "-2147483648");
+  EXPECT_EQ(Read(*m, 8, CInt(5)), "-");
+  EXPECT_EQ(Read(*m, 7, CString("stale")), Show(CString(text.c_str())));
+  EXPECT_EQ(Read(*m, 775, CString("stale")), "\"\"");
+  EXPECT_EQ(Read(*m, 101, CBool(true)), "N");
+  EXPECT_EQ(Read(*m, 175, CBool(true)), "-");
+  EXPECT_EQ(Read(*m, 876, CBool(false)), "Y");
+  EXPECT_EQ(Read(*m, 188, Date("19991231")), "-");
+  EXPECT_EQ(Read(*m, 198, Date("1999")), "20240229");
+  EXPECT_EQ(Read(*m, 205, Date("19991231")), "-");
+  EXPECT_EQ(Read(*m, 239, CDbl(1.0)), "-0");
+  EXPECT_EQ(Read(*m, 580, CDbl(1.0)), "-");
+  EXPECT_EQ(Read(*m, 5146, CIntArray()), "{-3}");
+
+  // An absent tag leaves the object as it was.
+  EXPECT_EQ(Read(*m, 612, CInt(5)), "rc -1: 5");
+  EXPECT_EQ(Read(*m, 612, CDbl(2.5)), "rc -1: 2.5");
+  EXPECT_EQ(Read(*m, 612, Dbls({4.0})), "rc -1: {4}");
+  EXPECT_EQ(Read(*m, 800, CString("keep")), "rc -1: \"keep\"");
+  EXPECT_EQ(Read(*m, 222, Date("20000101")), "rc -1: 20000101");
+  EXPECT_EQ(Read(*m, 9, CBool(true)), "rc -1: Y");
+  CMsg* sub = m.get();
+  EXPECT_EQ(m->GetValue(695, &sub), KYT_ABSENT);
+  EXPECT_EQ(sub, m.get());
+  CMsgArray subs(true);
+  EXPECT_EQ(m->GetValue(695, &subs), KYT_ABSENT);
+  EXPECT_EQ(subs.GetSize(), 0);
+
+  // A value read as another type; a null object.
+  EXPECT_EQ(Read(*m, 6, CDbl()), "rc -2: -");
+  EXPECT_EQ(Read(*m, 7, CInt()), "rc -2: -");
+  EXPECT_EQ(Read(*m, 198, CString()), "rc -2: \"\"");
+  EXPECT_EQ(Read(*m, 876, CDate()), "rc -2: -");
+  EXPECT_EQ(Read(*m, 6, Dbls({4.0})), "rc -2: {4}");
+  EXPECT_EQ(m->GetValue(6, &sub), KYT_E_TYPE);
+  EXPECT_EQ(m->GetValue(6, &subs), KYT_E_TYPE);
+  EXPECT_EQ(m->GetValue(6, static_cast<CInt*>(nullptr)), KYT_E_ARG);
+
+  // What the dictionary refuses is not added.
+  EXPECT_EQ(m->SetValue(9, CInt(1)), KYT_E_TAG);
+  EXPECT_EQ(m->SetValue(100000, "far"), KYT_E_TAG);
+  EXPECT_EQ(m->SetValue(-1, CInt(1)), KYT_E_TAG);
+  EXPECT_EQ(m->SetValue(6, CDbl(1.0)), KYT_E_TYPE);
+  EXPECT_EQ(m->SetValue(7, CInt(1)), KYT_E_TYPE);
+  EXPECT_EQ(m->SetValue(612, 3), KYT_E_TYPE);
+  EXPECT_EQ(m->SetValue(6, NewSub()), KYT_E_TYPE);
+  for (const char* bad : {"20240230", "19000229", "20241301", "2024", "2024022a"}) {
+    EXPECT_EQ(m->SetValue(198, Date(bad)), KYT_E_VALUE) << bad;
+  }
+  EXPECT_EQ(m->SetValue(7, static_cast<const char*>(nullptr)), KYT_E_ARG);
+  EXPECT_EQ(m->GetValueCount(), 13);
+
+  // Without a dictionary nothing is checked.
+  MsgPtr raw = NewMsg(10, nullptr);
+  EXPECT_EQ(raw->GetDic(), nullptr);
+  EXPECT_EQ(raw->SetValue(9, CInt(1)), KYT_OK);
+  EXPECT_EQ(raw->SetValue(6, CDbl(2.5)), KYT_OK);
+  EXPECT_EQ(raw->SetValue(198, Date("20241399")), KYT_OK);
+  EXPECT_EQ(raw->SetValue(100000, "far"), KYT_OK);
+  EXPECT_EQ(raw->SetValue(876, NewSub()), KYT_OK);
+  EXPECT_EQ(Read<CInt>(*raw, 9), "1");
+  EXPECT_EQ(Read<CDbl>(*raw, 6), "2.5");
+  EXPECT_EQ(Read<CDate>(*raw, 198), "20241399");
+  EXPECT_EQ(Read<CString>(*raw, 100000), "\"far\"");
+  EXPECT_EQ(raw->GetValue(876, &sub), KYT_OK);
+  EXPECT_EQ(sub->msgnum, 2143);
+}
+
+TEST(CMsgValues, SingleAndArrayFormsShareATag) {
+  MsgPtr m = NewMsg(2161);
+  for (double v : {1.5, -2.0, 3.25}) ASSERT_EQ(m->SetValue(612, v), KYT_OK);
+  ASSERT_EQ(m->SetValue(239, CDbl(7.0)), KYT_OK);
+  ASSERT_EQ(m->SetValue(580, CDbl()), KYT_OK);
+  CMsg* first = NewSub();
+  CMsg* second = NewSub();
+  ASSERT_EQ(m->SetValue(695, first), KYT_OK);
+  ASSERT_EQ(m->SetValue(695, second), KYT_OK);
+
+  EXPECT_EQ(Read<CDbl>(*m, 612), "1.5");
+  EXPECT_EQ(Read(*m, 612, Dbls({99.0})), "{1.5,-2,3.25}");
+  EXPECT_EQ(Read(*m, 239, Dbls({99.0})), "{7}");
+  EXPECT_EQ(Read(*m, 580, Dbls({99.0})), "{}");  // unset: no element
+  CMsg* sub = nullptr;
+  EXPECT_EQ(m->GetValue(695, &sub), KYT_OK);
+  EXPECT_EQ(sub, first);
+  CMsgArray subs(true);
+  EXPECT_EQ(m->GetValue(695, &subs), KYT_OK);
+  ASSERT_EQ(subs.GetSize(), 2);
+  EXPECT_EQ(subs.GetAt(0), first);
+  EXPECT_EQ(subs.GetAt(1), second);
+
+  // An array never takes part of a tag that holds another type.
+  CIntArray ia;
+  ia.Add(42);
+  EXPECT_EQ(Read(*m, 612, ia), "rc -2: {42}");
+  MsgPtr raw = NewMsg(2161, nullptr);
+  ASSERT_EQ(raw->SetValue(612, 1.0), KYT_OK);
+  ASSERT_EQ(raw->SetValue(612, 2), KYT_OK);
+  ASSERT_EQ(raw->SetValue(612, 3.0), KYT_OK);
+  ASSERT_EQ(raw->SetValue(695, NewSub()), KYT_OK);
+  ASSERT_EQ(raw->SetValue(695, 4.0), KYT_OK);
+  EXPECT_EQ(Read(*raw, 612, Dbls({99.0})), "rc -2: {99}");
+  EXPECT_EQ(Read<CDbl>(*raw, 612), "1");  // the first value alone is a double
+  EXPECT_EQ(raw->GetValue(695, &subs), KYT_E_TYPE);
+  EXPECT_EQ(subs.GetSize(), 0);
+}
+
+TEST(CMsgValues, FindsValuesInAnyOrderOfAdding) {
+  // Descending tags: lookups cannot stop at the first greater tag.
+  MsgPtr m = NewMsg(10);
+  ASSERT_EQ(m->SetValue(876, CBool(true)), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, 1.0), KYT_OK);
+  ASSERT_EQ(m->SetValue(198, Date("20240101")), KYT_OK);
+  ASSERT_EQ(m->SetValue(7, "seven"), KYT_OK);
+  ASSERT_EQ(m->SetValue(6, CInt(6)), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, 2.0), KYT_OK);  // apart from the first under its tag
+  for (int k = 0; k < 200; ++k) ASSERT_EQ(m->SetValue(5146, 200 - k), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, 3.0), KYT_OK);
+  EXPECT_EQ(m->GetValueCount(), 207);
+  EXPECT_EQ(Read<CInt>(*m, 8), "rc -1: -");
+  EXPECT_EQ(Read<CInt>(*m, 6), "6");
+  EXPECT_EQ(Read<CString>(*m, 7), "\"seven\"");
+  EXPECT_EQ(Read<CBool>(*m, 900), "rc -1: -");
+  EXPECT_EQ(Read<CBool>(*m, 876), "Y");
+  EXPECT_EQ(Read<CDate>(*m, 198), "20240101");
+  EXPECT_EQ(Read<CDbl>(*m, 612), "1");
+  EXPECT_EQ(Read<CDblArray>(*m, 612), "{1,2,3}");
+  CIntArray ia;
+  EXPECT_EQ(m->GetValue(5146, &ia), KYT_OK);
+  ASSERT_EQ(ia.size, 200);
+  EXPECT_EQ(ia.GetAt(0), 200);
+  EXPECT_EQ(ia.GetAt(199), 1);
+
+  // Ascending tags, read forwards, backwards and with misses in between.
+  MsgPtr up = NewMsg(10);
+  ASSERT_EQ(up->SetValue(6, CInt(6)), KYT_OK);
+  ASSERT_EQ(up->SetValue(7, "t"), KYT_OK);
+  ASSERT_EQ(up->SetValue(8, CInt(8)), KYT_OK);
+  ASSERT_EQ(up->SetValue(612, 0.5), KYT_OK);
+  ASSERT_EQ(up->SetValue(612, 1.5), KYT_OK);
+  ASSERT_EQ(up->SetValue(876, CBool(false)), KYT_OK);
+  EXPECT_EQ(Read<CBool>(*up, 876), "N");
+  EXPECT_EQ(Read<CInt>(*up, 8), "8");
+  EXPECT_EQ(Read<CDbl>(*up, 700), "rc -1: -");
+  EXPECT_EQ(Read<CDblArray>(*up, 612), "{0.5,1.5}");
+  EXPECT_EQ(Read<CInt>(*up, 6), "6");
+  EXPECT_EQ(Read<CInt>(*up, 5), "rc -1: -");
+  EXPECT_EQ(Read<CInt>(*up, 5000), "rc -1: -");
+  EXPECT_EQ(Read<CString>(*up, 7), "\"t\"");
+}
+
+TEST(CMsgValues, SubMessageArraysWalkInAnyOrder) {
+  for (bool spread : {false, true}) {
+    SCOPED_TRACE(spread ? "spread between other tags" : "side by side");
+    MsgPtr root = NewMsg(10);
+    CMsg* kids[4];
+    for (int k = 0; k < 4; ++k) {
+      kids[k] = NewSub();
+      ASSERT_EQ(root->SetValue(695, kids[k]), KYT_OK);
+      if (spread) {
+        ASSERT_EQ(k % 2 ? root->SetValue(6, CInt(k)) : root->SetValue(612, 1.0), KYT_OK);
+      }
+    }
+    ASSERT_EQ(kids[1]->SetValue(695, NewSub()), KYT_OK);
+    EXPECT_EQ(root->GetTreeSize(), 6);
+    EXPECT_EQ(root->GetValueCount(), spread ? 8 : 4);
+    CMsgArray subs(true);
+    ASSERT_EQ(root->GetValue(695, &subs), KYT_OK);
+    ASSERT_EQ(subs.GetSize(), 4);
+    for (int k : {2, 0, 3, 3, 1, 0, 1, 2, 3, 2, 1, 0}) EXPECT_EQ(subs.GetAt(k), kids[k]) << k;
+    EXPECT_EQ(subs.GetAt(-1), nullptr);
+    EXPECT_EQ(subs.GetAt(4), nullptr);
+  }
+}
+
+TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
+  MsgPtr a = NewMsg(1239);
+  CMsg* child = NewSub();
+  CMsg* grandchild = NewSub();
+  ASSERT_EQ(a->SetValue(695, child), KYT_OK);
+  ASSERT_EQ(child->SetValue(695, grandchild), KYT_OK);
+
+  // Each of these is refused and stays where it is.
+  MsgPtr b = NewMsg(1239);
+  EXPECT_EQ(b->SetValue(695, child), KYT_E_ARG);             // has a parent
+  EXPECT_EQ(a->SetValue(695, a.get()), KYT_E_ARG);           // itself
+  EXPECT_EQ(grandchild->SetValue(695, a.get()), KYT_E_ARG);  // its root
+  EXPECT_EQ(child->SetValue(695, grandchild), KYT_E_ARG);    // its child already
+  EXPECT_EQ(b->SetValue(695, static_cast<CMsg*>(nullptr)), KYT_E_ARG);
+  EXPECT_EQ(b->GetValueCount(), 0);
+  EXPECT_EQ(a->GetValueCount(), 1);
+  EXPECT_EQ(a->GetTreeSize(), 3);
+  CMsg* got = nullptr;
+  EXPECT_EQ(a->GetValue(695, &got), KYT_OK);
+  EXPECT_EQ(got, child);
+  EXPECT_EQ(child->GetValue(695, &got), KYT_OK);
+  EXPECT_EQ(got, grandchild);
+  EXPECT_EQ(grandchild->GetValue(695, &got), KYT_ABSENT);
+
+  // A refused sub-message is freed with all below it.
+  CMsg* doomed = NewSub();
+  ASSERT_EQ(doomed->SetValue(695, NewSub()), KYT_OK);
+  ASSERT_EQ(doomed->SetValue(800, Pattern(100).c_str()), KYT_OK);
+  EXPECT_EQ(b->SetValue(9, doomed), KYT_E_TAG);
+  EXPECT_EQ(b->GetValueCount(), 0);
+
+  // A wide tree goes with its root.
+  MsgPtr wide = NewMsg(1264);
+  for (int k = 0; k < 50; ++k) {
+    CMsg* e = NewSub(1265);
+    ASSERT_EQ(e->SetValue(612, k * 0.5), KYT_OK);
+    ASSERT_EQ(e->SetValue(695, NewSub()), KYT_OK);
+    ASSERT_EQ(wide->SetValue(1456, e), KYT_OK);
+  }
+  EXPECT_EQ(wide->GetTreeSize(), 101);
+  EXPECT_EQ(wide->GetValueCount(), 50);
+  wide.reset();
+}
+
+TEST_F(Faults, ArmedFaultTakesTheChosenCallOnly) {
+  EXPECT_FALSE(MA_ArmFault(3, 6, -1));
+  EXPECT_FALSE(MA_ArmFault(0, 6, -1));
+  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 0));
+  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 2));
+  EXPECT_FALSE(MA_ArmFault(MA_FAULT_GET, 6, -1, -1));
+  EXPECT_EQ(MA_PendingFaults(), 0);
+
+  MsgPtr m = NewMsg(10);
+  MsgPtr other = NewMsg(10);
+  ASSERT_EQ(m->SetValue(6, CInt(1)), KYT_OK);
+  ASSERT_EQ(m->SetValue(7, "x"), KYT_OK);
+  ASSERT_EQ(other->SetValue(6, CInt(2)), KYT_OK);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -9, 2));
+  EXPECT_EQ(MA_PendingFaults(), 1);
+  EXPECT_EQ(Read<CString>(*m, 7), "\"x\"");       // another tag
+  EXPECT_EQ(m->SetValue(6, CInt(3)), KYT_OK);     // another operation
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");              // first call
+  EXPECT_EQ(Read<CInt>(*other, 6), "2");          // second, in another message
+  EXPECT_EQ(Read(*m, 6, CInt(77)), "rc -9: 77");  // third
+  EXPECT_EQ(MA_PendingFaults(), 0);
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+
+  // Each fault counts the calls on its tag for itself.
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -11, 1));
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -12));
+  EXPECT_EQ(Read<CInt>(*m, 6), "rc -12: -");
+  EXPECT_EQ(Read<CInt>(*m, 6), "rc -11: -");
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+
+  // Tag 0 takes any tag; a failed SetValue adds nothing and frees its
+  // sub-message.
+  const int count = m->GetValueCount();
+  CMsg* sub = NewSub();
+  ASSERT_EQ(sub->SetValue(198, Date("20240101")), KYT_OK);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
+  EXPECT_EQ(m->SetValue(876, CBool(true)), -7);
+  EXPECT_EQ(m->SetValue(876, CBool(true)), KYT_OK);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
+  EXPECT_EQ(m->SetValue(695, sub), -7);
+  EXPECT_EQ(m->GetValue(695, &sub), KYT_ABSENT);
+  EXPECT_EQ(m->GetValueCount(), count + 1);
+
+  // Reads of arrays fail the same way and leave the array alone.
+  ASSERT_EQ(m->SetValue(612, 1.0), KYT_OK);
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 612, -13));
+  EXPECT_EQ(Read(*m, 612, Dbls({5.0})), "rc -13: {5}");
+
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 0, -2));
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 7, -3, 5));
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -4, 1));
+  EXPECT_EQ(MA_PendingFaults(), 3);
+  MA_ClearFaults();
+  EXPECT_EQ(MA_PendingFaults(), 0);
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+  EXPECT_EQ(m->SetValue(7, "y"), KYT_OK);
+}
+
+TEST(MsgText, WritesEveryKindOfValue) {
+  MsgPtr root = NewMsg(2161);  // M_Greeks, which holds daDelta under 612
+  ASSERT_EQ(root->SetValue(6, CInt(-7)), KYT_OK);
+  ASSERT_EQ(root->SetValue(8, CInt()), KYT_OK);
+  ASSERT_EQ(root->SetValue(7, "a\"b\n"), KYT_OK);
+  ASSERT_EQ(root->SetValue(198, Date("20240229")), KYT_OK);
+  ASSERT_EQ(root->SetValue(188, CDate()), KYT_OK);
+  ASSERT_EQ(root->SetValue(612, 0.1), KYT_OK);
+  ASSERT_EQ(root->SetValue(239, CDbl(1.0 / 3)), KYT_OK);
+  ASSERT_EQ(root->SetValue(580, CDbl()), KYT_OK);
+  ASSERT_EQ(root->SetValue(101, CBool(true)), KYT_OK);
+  ASSERT_EQ(root->SetValue(876, CBool(false)), KYT_OK);
+  ASSERT_EQ(root->SetValue(175, CBool()), KYT_OK);
+  ASSERT_EQ(root->SetValue(5146, 3), KYT_OK);
+  ASSERT_EQ(root->SetValue(775, ""), KYT_OK);
+  CMsg* unknown = NewSub(99);  // a number the dictionary lacks
+  ASSERT_EQ(root->SetValue(695, unknown), KYT_OK);
+  ASSERT_EQ(unknown->SetValue(612, -2.5), KYT_OK);
+  for (double v : {1e300, 5e-324, -0.0, 100.0}) ASSERT_EQ(unknown->SetValue(239, v), KYT_OK);
+  CMsg* tiv = NewSub();
+  ASSERT_EQ(unknown->SetValue(695, tiv), KYT_OK);
+  ASSERT_EQ(tiv->SetValue(198, CDate()), KYT_OK);
+  ASSERT_EQ(tiv->SetValue(800, "1Y"), KYT_OK);
+  ASSERT_EQ(unknown->SetValue(695, NewSub()), KYT_OK);
+
+  // Names of a twin tag: the message's own field where the dictionary knows
+  // the message, else the form that fits the number of values.
+  EXPECT_EQ(Text(root.get()),
+            "M2161 M_Greeks {\n"
+            "  T6 iSysCode i -7\n"
+            "  T8 iSysRefMsgNo i -\n"
+            "  T7 sSysReasonText s \"a\\\"b\\n\"\n"
+            "  T198 nDate n \"20240229\"\n"
+            "  T188 nExerEndDate n -\n"
+            "  T612 daDelta d 0.1\n"
+            "  T239 dFixedRate d 0.3333333333333333\n"
+            "  T580 dValue d -\n"
+            "  T101 bAbsYN b Y\n"
+            "  T876 bKytGreeksCalcYN b N\n"
+            "  T175 bCliqYN b -\n"
+            "  T5146 iaAppPeriodNo i 3\n"
+            "  T775 sDateType s \"\"\n"
+            "  T695 mTivMatur m M99 {\n"
+            "    T612 dDelta d -2.5\n"
+            "    T239 daFixedRate d 1e+300\n"
+            "    T239 daFixedRate d 5e-324\n"
+            "    T239 daFixedRate d -0\n"
+            "    T239 daFixedRate d 100\n"
+            "    T695 maTivMatur m M2143 M_Tiv {\n"
+            "      T198 nDate n -\n"
+            "      T800 sMatur s \"1Y\"\n"
+            "    }\n"
+            "    T695 maTivMatur m M2143 M_Tiv {\n"
+            "    }\n"
+            "  }\n"
+            "}\n");
+
+  MsgPtr bare = NewMsg(1000000, nullptr);
+  ASSERT_EQ(bare->SetValue(9, CInt(1)), KYT_OK);
+  EXPECT_EQ(Text(bare.get()), "M1000000 {\n  T9 i 1\n}\n");
+}
+
+TEST(CStreamTest, CollectsWhatIsAppended) {
+  CStream out;
+  out.AppendData(nullptr, 5);
+  out.AppendData("abc", 0);
+  out.AppendData("abc", -1);
+  EXPECT_EQ(out.GetSize(), 0);
+  EXPECT_STREQ(out.ToStr(), "");
+  out.AppendData("abc", 2);
+  std::string want = "ab" + Pattern(1000);
+  out.AppendData(want.c_str() + 2, 1000);
+  for (int k = 0; k < 300; ++k) {
+    out.AppendData("xyz", 3);
+    want += "xyz";
+  }
+  EXPECT_EQ(out.GetSize(), static_cast<int>(want.size()));
+  EXPECT_EQ(std::string(out.ToStr()), want);
+  out.Clear();
+  EXPECT_EQ(out.GetSize(), 0);
+  EXPECT_STREQ(out.ToStr(), "");
+  out.AppendData("z", 1);
+  EXPECT_STREQ(out.ToStr(), "z");
+}
