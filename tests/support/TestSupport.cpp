@@ -123,18 +123,10 @@ void FailingAlloc::FailAt(long n) {
   g_fired = false;
   g_failAt = n;
 }
-void FailingAlloc::Off() {
-  g_failAt = -1;
-}
-long FailingAlloc::Count() {
-  return g_count;
-}
-void FailingAlloc::Reset() {
-  g_count = 0;
-}
-bool FailingAlloc::Fired() {
-  return g_fired;
-}
+void FailingAlloc::Off() { g_failAt = -1; }
+long FailingAlloc::Count() { return g_count; }
+void FailingAlloc::Reset() { g_count = 0; }
+bool FailingAlloc::Fired() { return g_fired; }
 
 }  // namespace testing_support
 
@@ -153,18 +145,20 @@ void* operator new(size_t size) {
   return p;
 }
 
-void* operator new[](size_t size) {
-  return operator new(size);
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (...) {
+    return nullptr;
+  }
 }
-void operator delete(void* p) noexcept {
-  std::free(p);
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+  return operator new(size, tag);
 }
-void operator delete[](void* p) noexcept {
-  std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-  std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-  std::free(p);
-}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, size_t) noexcept { std::free(p); }
+void operator delete[](void* p, size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }

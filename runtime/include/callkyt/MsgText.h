@@ -1,10 +1,15 @@
 // The text form of a generic message tree, for logs, tests and message files.
 //
 //   M1264 M_KytVolSurface {
-//     T1248 iVolCrvId i 7
-//     T4524 maKytVolSfcElmt M1265 M_KytVolSurfaceElmt {
-//       T1251 dVol d 0.25
-//       T1230 dStrike d -
+//     T598 iVolCrvId i 7
+//     T1456 maKytVolSfcElmt m M1265 M_KytVolSurfaceElmt {
+//       T636 dVol d 0.25
+//       T695 mTivMatur m M2143 M_Tiv {
+//         T198 nDate n "20261123"
+//         T775 sDateType s ""
+//         T800 sMatur s ""
+//       }
+//       T928 dStrike d -
 //     }
 //   }
 //
@@ -12,7 +17,8 @@
 // indented by two blanks. A value line is the tag, the field name from the
 // dictionary (left out for a tag it does not know), the type letter and the
 // value: i, d, b (Y or N), n (a quoted date), s (a quoted text) or "-" for an
-// unset value; m for a sub-message, written as a nested block. Doubles are
+// unset value; m and the sub-message as a nested block. Texts are quoted with
+// the escapes \" \\ \n \t \r and \xHH (always two hex digits). Doubles are
 // written in the shortest form that reads back exactly.
 #pragma once
 
