@@ -139,7 +139,10 @@ def _kind_of(name: str) -> str | None:
 # ---- the dictionary ----
 
 
-def _read_dictionary(path: str, shown: str, rep: _Reporter) -> dict[str, Field]:
+def _read_dictionary(path: str, shown: str, rep: _Reporter,
+                     rejected: set[str]) -> dict[str, Field]:
+    """The fields of the dictionary; the names of rejected lines go to `rejected`,
+    so that rows naming them add no errors of their own."""
     fields: dict[str, Field] = {}
     by_tag: dict[int, list[Field]] = {}
     for loc, text in _lines(path, shown):
@@ -148,6 +151,7 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter) -> dict[str, Field]:
             rep.error(loc, f"expected 'tag field type', got {len(cols)} columns")
             continue
         tag_text, name, type_ = cols
+        rejected.add(name)
         if not NUMBER.match(tag_text) or int(tag_text) <= 0:
             rep.error(loc, f"tag must be a positive integer, got '{tag_text}'")
             continue
@@ -190,6 +194,7 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter) -> dict[str, Field]:
         else:
             by_tag.setdefault(tag, []).append(field)
             fields[name] = field
+            rejected.discard(name)
     return fields
 
 
@@ -255,7 +260,7 @@ def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
         rows.append(_Row(int(number), name, family, rest, loc))
 
 
-def _expand(row: _Row, fields: dict[str, Field], sets: dict[str, _Set],
+def _expand(row: _Row, fields: dict[str, Field], rejected: set[str], sets: dict[str, _Set],
             rep: _Reporter) -> list[Field] | None:
     """The fields of a row in tag order, or None after reporting errors."""
     ok = True
@@ -278,7 +283,8 @@ def _expand(row: _Row, fields: dict[str, Field], sets: dict[str, _Set],
             continue
         f = fields.get(token)
         if f is None:
-            rep.error(row.loc, f"{row.name}: unknown field '{token}'")
+            if token not in rejected:  # else told at its dictionary line
+                rep.error(row.loc, f"{row.name}: unknown field '{token}'")
             ok = False
             continue
         if own and f.tag < own[-1].tag:
@@ -335,7 +341,8 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
     dic_path = os.path.join(schema_dir, DICTIONARY)
     if not os.path.isfile(dic_path):
         raise SchemaErrors([(Loc(shown(DICTIONARY), 0), "the field dictionary is missing")])
-    fields = _read_dictionary(dic_path, shown(DICTIONARY), rep)
+    rejected: set[str] = set()
+    fields = _read_dictionary(dic_path, shown(DICTIONARY), rep, rejected)
 
     sets: dict[str, _Set] = {}
     rows: list[_Row] = []
@@ -352,7 +359,7 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
 
     for s in sets.values():
         for name in s.members:
-            if name not in fields:
+            if name not in fields and name not in rejected:
                 rep.error(s.loc, f"set {s.name}: unknown field '{name}'")
         dup = sorted({n for n in s.members if s.members.count(n) > 1})
         if dup:
@@ -372,7 +379,7 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
             rep.error(row.loc, f"class {row.name} is already defined ({names[row.name].loc})")
             continue
         names[row.name] = row
-        expanded = _expand(row, fields, sets, rep)
+        expanded = _expand(row, fields, rejected, sets, rep)
         if expanded is not None:
             messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc)
 

@@ -86,10 +86,10 @@ TEST(Vocabulary, TwinTagsReadInEitherForm) {
   group.maUnderSpecB[0].sCcy = "KRW";
   group.maUnderSpecB[1].sCcy = "USD";
   M_EqDisp disp;
-  M_UnderSpecB_Array& specs = group.maUnderSpecB;
-  MsgPtr twoSpecs(new CMsg(disp.msgnum, 0, 0, nullptr));
-  for (int i = 0; i < 2; ++i) twoSpecs->SetValue(4533, specs.ToMsg(i));
-  ASSERT_EQ(disp.Load(twoSpecs.get()), 0);
+  M_UnderSpecB_Array& underlyings = group.maUnderSpecB;
+  MsgPtr twoUnderlyings(new CMsg(disp.msgnum, 0, 0, nullptr));
+  for (int i = 0; i < 2; ++i) twoUnderlyings->SetValue(4533, underlyings.ToMsg(i));
+  ASSERT_EQ(disp.Load(twoUnderlyings.get()), 0);
   EXPECT_EQ(disp.mUnderSpecB.sCcy, "KRW");
 
   MsgPtr oneSpec(disp.ToMsg());

@@ -37,7 +37,7 @@ void TextBuffer::Fill(char c, int n) {
 namespace {
 
 // One conversion of a format: %[flags][width][.precision]conv.
-struct Spec {
+struct Conversion {
   bool left = false;
   bool plus = false;
   bool space = false;
@@ -50,7 +50,7 @@ struct Spec {
 // Parses the conversion that starts after '%'. Gives the end of it, or null
 // if it is one that FormatFast does not handle (length modifiers, '*', '#',
 // and any conversion but d, i, s, e and %).
-const char* ParseSpec(const char* p, Spec& s) {
+const char* ParseConversion(const char* p, Conversion& s) {
   for (;; ++p) {
     if (*p == '-') {
       s.left = true;
@@ -91,8 +91,8 @@ const char* ParseSpec(const char* p, Spec& s) {
 bool AllFast(const char* format) {
   for (const char* p = format; *p; ++p) {
     if (*p != '%') continue;
-    Spec s;
-    p = ParseSpec(p + 1, s);
+    Conversion s;
+    p = ParseConversion(p + 1, s);
     if (!p) return false;
     --p;
   }
@@ -100,7 +100,7 @@ bool AllFast(const char* format) {
 }
 
 // Writes `body` (with an optional sign before it) padded to the width.
-void Pad(TextBuffer& out, const Spec& s, char sign, const char* body, int len, bool zeroPad) {
+void Pad(TextBuffer& out, const Conversion& s, char sign, const char* body, int len, bool zeroPad) {
   int total = len + (sign ? 1 : 0);
   int pad = s.width > total ? s.width - total : 0;
   if (!s.left && !zeroPad) out.Fill(' ', pad);
@@ -110,7 +110,7 @@ void Pad(TextBuffer& out, const Spec& s, char sign, const char* body, int len, b
   if (s.left) out.Fill(' ', pad);
 }
 
-void PutInt(TextBuffer& out, const Spec& s, int v) {
+void PutInt(TextBuffer& out, const Conversion& s, int v) {
   char digits[16];
   unsigned long long mag = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : v;
   char* end = std::to_chars(digits, digits + sizeof digits, mag).ptr;
@@ -127,14 +127,14 @@ void PutInt(TextBuffer& out, const Spec& s, int v) {
   Pad(out, s, sign, digits, len, s.zero && s.precision < 0);
 }
 
-void PutText(TextBuffer& out, const Spec& s, const char* text) {
+void PutText(TextBuffer& out, const Conversion& s, const char* text) {
   if (!text) text = "(null)";
   size_t len =
       s.precision >= 0 ? strnlen(text, static_cast<size_t>(s.precision)) : std::strlen(text);
   Pad(out, s, 0, text, static_cast<int>(len), false);
 }
 
-void PutExp(TextBuffer& out, const Spec& s, double v) {
+void PutExp(TextBuffer& out, const Conversion& s, double v) {
   int precision = s.precision < 0 ? 6 : s.precision;
   char stack[64];
   char* buf = stack;
@@ -170,8 +170,8 @@ void FormatFast(TextBuffer& out, const char* format, va_list args) {
       return;
     }
     out.Append(p, static_cast<size_t>(pct - p));
-    Spec s;
-    p = ParseSpec(pct + 1, s);
+    Conversion s;
+    p = ParseConversion(pct + 1, s);
     switch (s.conv) {
       case 'd':
       case 'i':
