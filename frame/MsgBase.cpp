@@ -1,5 +1,8 @@
 #include "MsgBase.h"
 
+#include <cstdarg>
+#include <cstdio>
+
 #include "MsgPattern.h"
 #include "callkyt/CException.h"
 #include "callkyt/CStream.h"
@@ -11,6 +14,25 @@ CMsgBase_Array::~CMsgBase_Array() = default;
 namespace pricemsg::detail {
 
 namespace {
+
+// Writes a failure text. It must not fail itself: when memory is short and
+// the text does not fit in the string's own buffer, it is cut to what fits.
+__attribute__((format(printf, 2, 3))) void FailText(CString& errtext, const char* format,
+                                                    ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  va_list again;
+  va_copy(again, args);
+  try {
+    errtext.FormatV(format, args);
+  } catch (...) {
+    char cut[32];
+    std::vsnprintf(cut, sizeof cut, format, again);
+    errtext = cut;  // at most 31 bytes: kept without allocating
+  }
+  va_end(again);
+  va_end(args);
+}
 
 // A line goes out with its newline in front of it, so a dump starts with a
 // newline and ends without one.
@@ -24,7 +46,7 @@ void Emit(CStream* out, const CString& line) {
 // ---- Load ----
 
 int WrongNumber(CMsgBase& self, const CMsg& msg) {
-  self.errtext.Format("invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
+  FailText(self.errtext, "invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
   return MSG_E_MSGNUM;
 }
 
@@ -35,27 +57,17 @@ template <class V>
 int ReadValue(CMsgBase& self, CMsg& msg, int tag, V& v) {
   int rc = msg.GetValue(tag, &v);
   if (rc >= KYT_ABSENT) return 0;
-  self.errtext.Format("%s:GET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  FailText(self.errtext, "%s:GET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
   return rc;
 }
 
 }  // namespace
 
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CInt& v) {
-  return ReadValue(self, msg, tag, v);
-}
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDbl& v) {
-  return ReadValue(self, msg, tag, v);
-}
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CBool& v) {
-  return ReadValue(self, msg, tag, v);
-}
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDate& v) {
-  return ReadValue(self, msg, tag, v);
-}
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CString& v) {
-  return ReadValue(self, msg, tag, v);
-}
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CInt& v) { return ReadValue(self, msg, tag, v); }
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CDbl& v) { return ReadValue(self, msg, tag, v); }
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CBool& v) { return ReadValue(self, msg, tag, v); }
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CDate& v) { return ReadValue(self, msg, tag, v); }
+int GetVal(CMsgBase& self, CMsg& msg, int tag, CString& v) { return ReadValue(self, msg, tag, v); }
 int GetVal(CMsgBase& self, CMsg& msg, int tag, CIntArray& v) {
   return ReadValue(self, msg, tag, v);
 }
@@ -69,7 +81,7 @@ int GetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub, CMsg*& scratch) {
   if (msg.GetValue(tag, &scratch) < 0 || !scratch) return 0;
   int rc = sub.Load(scratch);
   if (rc >= 0) return 0;
-  self.errtext.Format("%s:GET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  FailText(self.errtext, "%s:GET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
   return rc;
 }
 
@@ -77,7 +89,7 @@ int GetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr, CMsgArray& s
   if (msg.GetValue(tag, &scratch) < 0) return 0;
   int rc = arr.Load(&scratch);
   if (rc >= 0) return 0;
-  self.errtext.Format("%s:GET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  FailText(self.errtext, "%s:GET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
   return rc;
 }
 
@@ -95,14 +107,12 @@ CMsg* NewMsg(CMsgBase& self) {
   return msg;
 }
 
-void DiscardMsg(CMsg* msg) {
-  delete msg;
-}
+void DiscardMsg(CMsg* msg) { delete msg; }
 
 namespace {
 
 int SetFailed(CMsgBase& self, const CMsg& msg, int tag, int rc) {
-  self.errtext.Format("%s:SET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
+  FailText(self.errtext, "%s:SET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
   return rc;
 }
 
@@ -122,10 +132,18 @@ int WriteElements(CMsgBase& self, CMsg& msg, int tag, const A& v) {
   return 0;
 }
 
-// Hands a sub-message to its parent, which owns it from then on.
-int Attach(CMsgBase& self, CMsg& msg, int tag, CMsg* sub, const char* subFailed) {
+// Hands a sub-message to its parent, which owns it from then on. A null
+// sub-message is the failure of its own ToMsg, of a single field or of an
+// element of an array.
+int Attach(CMsgBase& self, CMsg& msg, int tag, CMsg* sub, bool element) {
   if (!sub) {
-    self.errtext.Format(subFailed, self.msgname.ToStr(), msg.msgnum, tag);
+    if (element) {
+      FailText(self.errtext, "%s:SET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum,
+               tag);
+    } else {
+      FailText(self.errtext, "%s:SET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum,
+               tag);
+    }
     return MSG_E_NOMEM;
   }
   int rc = msg.SetValue(tag, sub);
@@ -157,12 +175,12 @@ int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDblArray& v) {
 }
 
 int SetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub) {
-  return Attach(self, msg, tag, sub.ToMsg(), "%s:SET_SUB_ONE(M%04d.T%d) fail");
+  return Attach(self, msg, tag, sub.ToMsg(), false);
 }
 
 int SetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr) {
   for (int i = 0; i < arr.GetSize(); ++i) {
-    int rc = Attach(self, msg, tag, arr.ToMsg(i), "%s:SET_SUB_ARR(M%04d.T%d) fail");
+    int rc = Attach(self, msg, tag, arr.ToMsg(i), true);
     if (rc < 0) return rc;
   }
   return 0;
@@ -239,7 +257,7 @@ void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase_Array
 // ---- arrays ----
 
 int OutOfMemory(CMsgBase_Array& self) {
-  self.errtext.Format("%s : Out of memory", self.msgname.ToStr());
+  FailText(self.errtext, "%s : Out of memory", self.msgname.ToStr());
   return MSG_E_NOMEM;
 }
 

@@ -63,24 +63,12 @@ void DumpVal(CStream* out, CString& line, const char* name, const CDblArray& v);
 void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase& sub);
 void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase_Array& arr);
 
-inline void CopyVal(CInt& dst, const CInt& src) {
-  dst = src;
-}
-inline void CopyVal(CDbl& dst, const CDbl& src) {
-  dst = src;
-}
-inline void CopyVal(CBool& dst, const CBool& src) {
-  dst = src;
-}
-inline void CopyVal(CString& dst, const CString& src) {
-  dst = src;
-}
-inline void CopyVal(CIntArray& dst, const CIntArray& src) {
-  dst = src;
-}
-inline void CopyVal(CDblArray& dst, const CDblArray& src) {
-  dst = src;
-}
+inline void CopyVal(CInt& dst, const CInt& src) { dst = src; }
+inline void CopyVal(CDbl& dst, const CDbl& src) { dst = src; }
+inline void CopyVal(CBool& dst, const CBool& src) { dst = src; }
+inline void CopyVal(CString& dst, const CString& src) { dst = src; }
+inline void CopyVal(CIntArray& dst, const CIntArray& src) { dst = src; }
+inline void CopyVal(CDblArray& dst, const CDblArray& src) { dst = src; }
 inline void CopyVal(CDate& dst, const CDate& src) {
   dst.Set(src.text);
   dst.isSet = src.isSet;
@@ -295,15 +283,18 @@ int SetSize(A& a, int size) {
   return a.size;
 }
 
+// After a failed SetSize the slots from the failure on are null, and with
+// them the slot array itself may be: such an element is no element.
 template <class A>
 auto GetAt(const A& a, int index) {
-  return index >= 0 && index < a.size ? a.items[index] : nullptr;
+  return index >= 0 && index < a.size && a.items ? a.items[index] : nullptr;
 }
 
 template <class A>
 auto& At(const A& a, int index, const char* className) {
-  if (index < 0 || index >= a.size) ThrowOutOfIndex(className, index, a.size);
-  return *a.items[index];
+  auto* element = GetAt(a, index);
+  if (!element) ThrowOutOfIndex(className, index, a.size);
+  return *element;
 }
 
 template <class A>

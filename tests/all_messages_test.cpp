@@ -1,9 +1,20 @@
-#include "AllMessages.h"
+// Every generated class against the dictionary it was generated with.
+#include <gtest/gtest.h>
+
+#include "ClassCases.h"
 #include "TestSupport.h"
 
 using namespace testing_support;
 
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(AllMessages);
+namespace {
+
+class AllMessages : public ::testing::TestWithParam<ClassCase> {};
+
+std::string CaseName(const ::testing::TestParamInfo<ClassCase>& info) { return info.param.name; }
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Schema, AllMessages, ::testing::ValuesIn(AllClasses()), CaseName);
 
 // A new object writes every field unset; a filled message loads and writes
 // back unchanged; a second object loading that message, and a copy, dump the

@@ -31,9 +31,7 @@ class Faults : public ::testing::Test {
   void TearDown() override { MA_ClearFaults(); }
 };
 
-MsgPtr NewMsg(int num) {
-  return MsgPtr(new CMsg(num, 0, 0, MA_GetMsgDic()));
-}
+MsgPtr NewMsg(int num) { return MsgPtr(new CMsg(num, 0, 0, MA_GetMsgDic())); }
 
 }  // namespace
 

@@ -25,9 +25,7 @@ constexpr uint32_t kNone = 0xffffffffu;
 constexpr uint8_t kSetBit = 0x08;
 constexpr uint8_t kTrueBit = 0x10;
 
-inline int KindOf(uint8_t head) {
-  return head & 0x07;
-}
+inline int KindOf(uint8_t head) { return head & 0x07; }
 
 struct Rec {
   int tag;
@@ -122,6 +120,16 @@ inline CMsg* SubOf(const Rec& r) {
 #endif
 
 #if KYT_POOL
+// The environment variable KYT_MSG_POOL=0 turns the free list off, so that
+// memory checkers see every message as an allocation of its own.
+bool PoolOn() {
+  static const bool on = [] {
+    const char* v = std::getenv("KYT_MSG_POOL");
+    return !(v && std::strcmp(v, "0") == 0);
+  }();
+  return on;
+}
+
 struct FreeList {
   void* head = nullptr;
   int count = 0;
@@ -141,7 +149,7 @@ thread_local FreeList t_free;
 
 void* CMsg::operator new(size_t size) {
 #if KYT_POOL
-  if (size == sizeof(CMsg) && t_free.head) {
+  if (size == sizeof(CMsg) && t_free.head && PoolOn()) {
     void* p = t_free.head;
     t_free.head = *static_cast<void**>(p);
     --t_free.count;
@@ -154,7 +162,7 @@ void* CMsg::operator new(size_t size) {
 void CMsg::operator delete(void* p) noexcept {
   if (!p) return;
 #if KYT_POOL
-  if (t_free.count < kMaxFree) {
+  if (t_free.count < kMaxFree && PoolOn()) {
     *static_cast<void**>(p) = t_free.head;
     t_free.head = p;
     ++t_free.count;
@@ -256,9 +264,7 @@ int CMsg::SetValue(int tag, CInt v) {
   return KYT_OK;
 }
 
-int CMsg::SetValue(int tag, int v) {
-  return SetValue(tag, CInt(v));
-}
+int CMsg::SetValue(int tag, int v) { return SetValue(tag, CInt(v)); }
 
 int CMsg::SetValue(int tag, CDbl v) {
   KYT_FAULT(kyt_detail::kFaultSet, tag);
@@ -269,9 +275,7 @@ int CMsg::SetValue(int tag, CDbl v) {
   return KYT_OK;
 }
 
-int CMsg::SetValue(int tag, double v) {
-  return SetValue(tag, CDbl(v));
-}
+int CMsg::SetValue(int tag, double v) { return SetValue(tag, CDbl(v)); }
 
 int CMsg::SetValue(int tag, CBool v) {
   KYT_FAULT(kyt_detail::kFaultSet, tag);

@@ -4,9 +4,7 @@
 #include <cstring>
 #include <new>
 
-CStream::~CStream() {
-  ::operator delete(data_);
-}
+CStream::~CStream() { ::operator delete(data_); }
 
 void CStream::AppendData(const char* data, int len) {
   if (!data || len <= 0) return;

@@ -67,13 +67,9 @@ CString::CString(const char* text) : CString() {
   if (text) Assign(text, static_cast<int>(std::strlen(text)));
 }
 
-CString::CString(const char* text, int len) : CString() {
-  Assign(text, len);
-}
+CString::CString(const char* text, int len) : CString() { Assign(text, len); }
 
-CString::CString(const CString& other) : CString() {
-  Assign(other.ToStr(), other.GetSize());
-}
+CString::CString(const CString& other) : CString() { Assign(other.ToStr(), other.GetSize()); }
 
 CString::CString(CString&& other) noexcept {
   std::memcpy(buf_, other.buf_, sizeof buf_);

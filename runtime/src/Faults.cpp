@@ -63,6 +63,4 @@ void MA_ClearFaults() {
   kyt_detail::g_armedFaults.store(0, std::memory_order_relaxed);
 }
 
-int MA_PendingFaults() {
-  return kyt_detail::g_armedFaults.load(std::memory_order_relaxed);
-}
+int MA_PendingFaults() { return kyt_detail::g_armedFaults.load(std::memory_order_relaxed); }

@@ -1,9 +1,7 @@
 #include "TestSupport.h"
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 
 #include "callkyt/CStream.h"
 #include "callkyt/MsgDic.h"
@@ -111,54 +109,4 @@ MsgPtr BuildSample(int msgnum, bool filled, int wideDepth, unsigned seed) {
   return s.Build(msgnum, 0);
 }
 
-namespace {
-
-std::atomic<long> g_failAt{-1};
-std::atomic<long> g_count{0};
-std::atomic<bool> g_fired{false};
-
-}  // namespace
-
-void FailingAlloc::FailAt(long n) {
-  g_fired = false;
-  g_failAt = n;
-}
-void FailingAlloc::Off() { g_failAt = -1; }
-long FailingAlloc::Count() { return g_count; }
-void FailingAlloc::Reset() { g_count = 0; }
-bool FailingAlloc::Fired() { return g_fired; }
-
 }  // namespace testing_support
-
-// Every operator new of the test program, and of the libraries it loads,
-// comes here.
-void* operator new(size_t size) {
-  using namespace testing_support;
-  ++g_count;
-  long at = g_failAt.load();
-  if (at >= 0 && g_failAt.fetch_sub(1) == 0) {
-    g_fired = true;
-    throw std::bad_alloc();
-  }
-  void* p = std::malloc(size ? size : 1);
-  if (!p) throw std::bad_alloc();
-  return p;
-}
-
-void* operator new[](size_t size) { return operator new(size); }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
-void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
-  return operator new(size, tag);
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, size_t) noexcept { std::free(p); }
-void operator delete[](void* p, size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }

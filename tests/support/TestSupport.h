@@ -27,36 +27,32 @@ std::string DumpOf(const CMsgBase_Array& arr);
 // unset, every sub-message present, no array element.
 MsgPtr BuildSample(int msgnum, bool filled, int wideDepth = 2, unsigned seed = 1);
 
-// Counts allocations through operator new, and makes one fail on demand.
+// The operator new of the test programs (FailingAlloc.cpp): counts what is
+// allocated and freed, and fails one allocation on demand.
 class FailingAlloc {
  public:
   // The `n`-th allocation from now (counting from 0) throws std::bad_alloc.
   static void FailAt(long n);
   static void Off();
-  // Allocations since the last Reset.
-  static long Count();
-  static void Reset();
   // True if the armed failure has happened.
   static bool Fired();
+  // Blocks allocated and not yet freed, in the whole process.
+  static long Live();
 };
 
-// Runs `f` once for each allocation it makes, failing that one, until a
-// run makes no failing allocation; gives the number of failure points.
+// Runs `f(n)` for n = 0, 1, ... where f arms FailAt(n) around the operation
+// it tests, until a run in which the armed failure did not happen; gives the
+// number of runs in which it did.
 template <class F>
 long ForEachAllocationFailure(F f) {
-  long n = 0;
-  for (;; ++n) {
-    FailingAlloc::FailAt(n);
-    f();
-    bool fired = FailingAlloc::Fired();
+  for (long n = 0;; ++n) {
+    f(n);
     FailingAlloc::Off();
-    if (!fired) return n;
+    if (!FailingAlloc::Fired()) return n;
   }
 }
 
 }  // namespace testing_support
 
 // Lets test failures show a CString as text.
-inline void PrintTo(const CString& s, std::ostream* os) {
-  *os << '"' << s.ToStr() << '"';
-}
+inline void PrintTo(const CString& s, std::ostream* os) { *os << '"' << s.ToStr() << '"'; }

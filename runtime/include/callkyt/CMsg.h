@@ -66,7 +66,8 @@ class CMsg final {
   CMsg& operator=(const CMsg&) = delete;
 
   // Messages come from a per-thread free list: a message tree is made and
-  // freed many times a second, always in blocks of one size.
+  // freed many times a second, always in blocks of one size. KYT_MSG_POOL=0
+  // in the environment turns the list off (for memory checkers).
   static void* operator new(size_t size);
   static void operator delete(void* p) noexcept;
 

@@ -1,16 +1,15 @@
-// A check that every generated class runs against the dictionary it was
-// generated with: each family's test unit lists its classes with the
-// family's PRICEMSG_EACH_<FAMILY> macro.
+// Every generated class as a case for tests that walk the whole vocabulary:
+// its name and number, and what such a test needs beyond the virtual
+// operations (construction and the typed Copy).
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <memory>
-#include <string>
+#include <vector>
 
 #include "MsgBase.h"
 
-// What the check needs of a class beyond its virtual operations.
+namespace testing_support {
+
 struct ClassCase {
   const char* name;
   int number;
@@ -36,8 +35,7 @@ ClassCase CaseOf(const char* name, int number) {
 
 #define PRICEMSG_CLASS_CASE(Name, Number) CaseOf<Name, Name##_Array>(#Name, Number),
 
-inline std::string CaseName(const ::testing::TestParamInfo<ClassCase>& info) {
-  return info.param.name;
-}
+// Every class of the schema, family by family in catalogue order.
+const std::vector<ClassCase>& AllClasses();
 
-class AllMessages : public ::testing::TestWithParam<ClassCase> {};
+}  // namespace testing_support

@@ -1,0 +1,98 @@
+#!/usr/bin/env bash
+# Builds and runs the project's checks. With no argument it runs them all,
+# in this order; name one or more to run only those.
+#
+#   plain     GCC build, every test                              (build/)
+#   asan      clang build with AddressSanitizer, UndefinedBehavior-
+#             Sanitizer and LeakSanitizer, every test            (build-asan/)
+#   fuzz      the fuzzer on the seed corpus for FUZZ_SECONDS
+#             (default 60), in the asan build
+#   tsan      clang build with ThreadSanitizer, every test       (build-tsan/)
+#   memcheck  the tests under valgrind memcheck, in the plain build
+#
+# Any failure, sanitizer report, fuzzer crash or memcheck error stops the
+# script with a non-zero status.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+FUZZ_SECONDS=${FUZZ_SECONDS:-60}
+stages=("$@")
+((${#stages[@]})) || stages=(plain asan fuzz tsan memcheck)
+
+say() { printf '\n==== %s\n' "$*"; }
+
+configure() {  # dir, then cmake options
+  local dir=$1
+  shift
+  [[ -f $dir/build.ninja ]] || cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+}
+
+plain() {
+  say "plain build and tests"
+  configure build
+  cmake --build build
+  ctest --test-dir build --output-on-failure
+}
+
+sanitized() {  # kind, dir
+  CC=clang CXX=clang++ configure "$2" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DPRICEMSG_SANITIZE="$1" -DPRICEMSG_FUZZ=$([[ $1 == address ]] && echo ON || echo OFF)
+  cmake --build "$2"
+}
+
+asan() {
+  say "AddressSanitizer, UndefinedBehaviorSanitizer, LeakSanitizer"
+  sanitized address build-asan
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --test-dir build-asan --output-on-failure
+}
+
+fuzz() {
+  say "fuzzing for ${FUZZ_SECONDS}s"
+  sanitized address build-asan
+  local root work rc=0
+  root=$(pwd)
+  work=$(mktemp -d)
+  # The committed corpus stays as it is; what the run adds goes to $work.
+  (cd "$work" && "$root/build-asan/tests/fuzz_load" -max_total_time="$FUZZ_SECONDS" \
+    -max_len=8192 -timeout=10 -print_final_stats=1 corpus "$root/tests/fuzz/corpus" \
+    >fuzz.log 2>&1) || rc=$?
+  grep -E 'INITED|DONE|stat::number_of_executed_units|stat::average_exec' "$work/fuzz.log" || true
+  if ((rc)); then
+    tail -60 "$work/fuzz.log"
+    echo "the fuzzer failed (status $rc); its input and log are in $work"
+    return 1
+  fi
+  rm -rf "$work"
+}
+
+tsan() {
+  say "ThreadSanitizer"
+  sanitized thread build-tsan
+  TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure
+}
+
+memcheck() {
+  say "valgrind memcheck"
+  configure build
+  cmake --build build
+  local t
+  for t in runtime_test message_pattern_test array_pattern_test vocabulary_test \
+           all_messages_test fuzz_replay_test thread_test; do
+    echo "-- $t"
+    KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \
+      --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
+      "build/tests/$t" --gtest_brief=1 >/dev/null
+  done
+  echo "-- note_client"
+  KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \
+    --errors-for-leak-kinds=definite,indirect build/examples/note_client >/dev/null
+  echo "memcheck: no errors, no leaks"
+}
+
+for stage in "${stages[@]}"; do
+  case $stage in
+    plain | asan | fuzz | tsan | memcheck) "$stage" ;;
+    *) echo "unknown stage '$stage' (plain, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
+  esac
+done

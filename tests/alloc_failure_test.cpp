@@ -1,0 +1,185 @@
+// Every allocation of ToMsg, Load, Copy, SetSize and Grow on large requests
+// fails once, in turn: each run must end with the code and text of the
+// pattern, leave objects that can be destroyed, and leak nothing.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <new>
+#include <regex>
+#include <string>
+#include <thread>
+
+#include "TestSupport.h"
+#include "equity/M_EqCmb.h"
+#include "equity/M_EqSwapStarAutoBarrSwit.h"
+#include "hybrid/M_HbNoteDualMultiRngAccr.h"
+
+using namespace testing_support;
+
+namespace {
+
+// Runs `f` in a thread of its own, so that it starts with no spare message
+// blocks and each run allocates the same way.
+template <class F>
+void InFreshThread(F f) {
+  std::thread(f).join();
+}
+
+// Checks that a run freed all it allocated.
+class NoLeak {
+ public:
+  NoLeak() : before_(FailingAlloc::Live()) {}
+  bool Holds() const { return FailingAlloc::Live() == before_; }
+
+ private:
+  long before_;
+};
+
+void Report(const char* what, const char* name, long points) {
+  std::printf("[ points   ] %s %s: %ld allocation failures\n", what, name, points);
+  ::testing::Test::RecordProperty(std::string(what) + "_" + name, static_cast<int>(points));
+}
+
+// An M_EqCmb with eight legs, each filled.
+MsgPtr EightLegs() {
+  M_EqCmb cmb;
+  EXPECT_EQ(cmb.Load(BuildSample(cmb.msgnum, true).get()), 0);
+  M_OptCmb_Array legs;
+  legs.SetSize(8);
+  for (int i = 0; i < 8; ++i) legs[i].Copy(cmb.maOptCmb[i % 2]);
+  cmb.maOptCmb.Copy(legs);
+  return MsgPtr(cmb.ToMsg());
+}
+
+template <class T>
+void SweepMessage(const char* name, const CMsg& sample) {
+  MA_GetMsgDic();
+  T reference;
+  ASSERT_EQ(reference.Load(const_cast<CMsg*>(&sample)), 0);
+  const std::string text = Text(&sample);
+  const std::string dump = DumpOf(reference);
+  const std::regex setText(R"(M_\w+:SET_(VAL_ONE|SUB_ONE|SUB_ARR)\(M\d{4}\.T\d+\) fail)");
+  const std::regex getText(R"(M_\w+:GET_(VAL_ONE|SUB_ONE|SUB_ARR)\(M\d{4}\.T\d+\) fail)");
+
+  long points = ForEachAllocationFailure([&](long n) {
+    bool fired = false, ok = false;
+    std::string err;
+    err.reserve(200);
+    NoLeak leak;
+    InFreshThread([&] {
+      T obj;
+      obj.Load(const_cast<CMsg*>(&sample));
+      FailingAlloc::FailAt(n);
+      MsgPtr msg(obj.ToMsg());
+      FailingAlloc::Off();
+      fired = FailingAlloc::Fired();
+      err = obj.errtext.ToStr();
+      ok = msg ? !fired && Text(msg.get()) == text && DumpOf(obj) == dump
+               : fired && (err == "Out of memory" || std::regex_match(err, setText));
+    });
+    EXPECT_TRUE(ok) << "ToMsg, allocation " << n << ": " << err;
+    EXPECT_TRUE(leak.Holds()) << "ToMsg, allocation " << n;
+  });
+  Report("ToMsg", name, points);
+
+  points = ForEachAllocationFailure([&](long n) {
+    int rc = 0;
+    std::string err;
+    err.reserve(200);
+    NoLeak leak;
+    InFreshThread([&] {
+      T obj;
+      FailingAlloc::FailAt(n);
+      rc = obj.Load(const_cast<CMsg*>(&sample));
+      FailingAlloc::Off();
+      err = obj.errtext.ToStr();
+      if (rc == 0 && DumpOf(obj) != dump) rc = 1;
+    });
+    if (FailingAlloc::Fired()) {
+      // An array out of memory, or a value the runtime could not take.
+      EXPECT_TRUE(rc == -11 || rc == KYT_E_NOMEM) << "Load, allocation " << n << ": " << rc;
+      EXPECT_TRUE(std::regex_match(err, getText)) << "Load, allocation " << n << ": " << err;
+    } else {
+      EXPECT_EQ(rc, 0);
+    }
+    EXPECT_TRUE(leak.Holds()) << "Load, allocation " << n;
+  });
+  Report("Load", name, points);
+
+  // Copy tells nothing: an array that cannot grow keeps its text, and a
+  // value that cannot be copied throws std::bad_alloc.
+  points = ForEachAllocationFailure([&](long n) {
+    NoLeak leak;
+    bool same = false;
+    InFreshThread([&] {
+      T src;
+      src.Load(const_cast<CMsg*>(&sample));
+      T dst;
+      FailingAlloc::FailAt(n);
+      try {
+        dst.Copy(src);
+      } catch (const std::bad_alloc&) {
+      }
+      FailingAlloc::Off();
+      same = DumpOf(dst) == dump;
+    });
+    if (!FailingAlloc::Fired()) {
+      EXPECT_TRUE(same) << "Copy";
+    }
+    EXPECT_TRUE(leak.Holds()) << "Copy, allocation " << n;
+  });
+  Report("Copy", name, points);
+}
+
+}  // namespace
+
+TEST(AllocationFailure, EquityCombinationWithEightLegs) {
+  MsgPtr sample = EightLegs();
+  SweepMessage<M_EqCmb>("M_EqCmb", *sample);
+}
+
+TEST(AllocationFailure, EquitySwap) {
+  SweepMessage<M_EqSwapStarAutoBarrSwit>("M_EqSwapStarAutoBarrSwit",
+                                         *BuildSample(M_EqSwapStarAutoBarrSwit().msgnum, true));
+}
+
+TEST(AllocationFailure, HybridNoteWithFilledArrays) {
+  SweepMessage<M_HbNoteDualMultiRngAccr>("M_HbNoteDualMultiRngAccr",
+                                         *BuildSample(M_HbNoteDualMultiRngAccr().msgnum, true));
+}
+
+TEST(AllocationFailure, SetSizeAndGrowOfLegs) {
+  long points = ForEachAllocationFailure([](long n) {
+    NoLeak leak;
+    InFreshThread([n] {
+      M_OptCmb_Array legs;
+      FailingAlloc::FailAt(n);
+      int rc = legs.SetSize(8);
+      FailingAlloc::Off();
+      bool fired = FailingAlloc::Fired();
+      EXPECT_EQ(rc, fired ? -11 : 8);
+      if (fired) {
+        EXPECT_EQ(legs.errtext, " : Out of memory");
+      }
+      EXPECT_EQ(legs.SetSize(2), 2);  // a failed array takes another SetSize
+    });
+    EXPECT_TRUE(leak.Holds()) << "SetSize, allocation " << n;
+  });
+  Report("SetSize", "M_OptCmb_Array", points);
+
+  points = ForEachAllocationFailure([](long n) {
+    NoLeak leak;
+    InFreshThread([n] {
+      M_OptCmb_Array legs;
+      for (int i = 0; i < 4; ++i) legs.Grow();
+      FailingAlloc::FailAt(n);
+      int rc = legs.Grow();  // a new slot array and a new element
+      FailingAlloc::Off();
+      EXPECT_EQ(rc, FailingAlloc::Fired() ? -11 : 5);
+      EXPECT_EQ(legs.GetSize(), FailingAlloc::Fired() ? 4 : 5);
+      EXPECT_GT(legs.Grow(), 0);  // still sound
+    });
+    EXPECT_TRUE(leak.Holds()) << "Grow, allocation " << n;
+  });
+  Report("Grow", "M_OptCmb_Array", points);
+}
