@@ -515,6 +515,17 @@ int CMsg::GetTreeSize() const {
   return n;
 }
 
+long CMsg::GetTreeMemory() const {
+  long n = static_cast<long>(sizeof(CMsg)) + (buf_ != local_ ? static_cast<long>(cap_) : 0);
+  if (subs_ == 0) return n;
+  for (uint32_t pos = 0; pos < size_;) {
+    Rec r = Decode(buf_, pos);
+    if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeMemory();
+    pos = r.next;
+  }
+  return n;
+}
+
 bool CMsg::Cursor::Next(Value* out) {
   if (pos_ >= msg_.size_) return false;
   Rec r = Decode(msg_.buf_, pos_);

@@ -31,8 +31,8 @@ namespace {
 
 struct Sampler {
   CMsgDic& dic;
+  const SampleShape& shape;
   bool filled;
-  int wideDepth;
   unsigned seed;
 
   unsigned Next() {
@@ -93,7 +93,11 @@ struct Sampler {
         Value(*msg, f);
         continue;
       }
-      int n = !f.isArray ? 1 : !filled ? 0 : depth < wideDepth ? 2 : 1;
+      int n = !f.isArray                ? 1
+              : !filled                 ? 0
+              : f.tag == shape.tag      ? shape.tagElements
+              : depth < shape.wideDepth ? shape.elements
+                                        : 1;
       for (int k = 0; k < n; ++k) {
         if (msg->SetValue(f.tag, Build(f.subNum, depth + 1).release()) < 0) std::abort();
       }
@@ -104,9 +108,16 @@ struct Sampler {
 
 }  // namespace
 
-MsgPtr BuildSample(int msgnum, bool filled, int wideDepth, unsigned seed) {
-  Sampler s{*MA_GetMsgDic(), filled, wideDepth, seed};
+MsgPtr BuildSample(int msgnum, const SampleShape& shape, unsigned seed) {
+  Sampler s{*MA_GetMsgDic(), shape, shape.filled, seed};
   return s.Build(msgnum, 0);
+}
+
+MsgPtr BuildSample(int msgnum, bool filled, int wideDepth, unsigned seed) {
+  SampleShape shape;
+  shape.filled = filled;
+  shape.wideDepth = wideDepth;
+  return BuildSample(msgnum, shape, seed);
 }
 
 }  // namespace testing_support

@@ -27,6 +27,16 @@ std::string DumpOf(const CMsgBase_Array& arr);
 // unset, every sub-message present, no array element.
 MsgPtr BuildSample(int msgnum, bool filled, int wideDepth = 2, unsigned seed = 1);
 
+// The same with the shape spelled out.
+struct SampleShape {
+  bool filled = true;
+  int elements = 2;     // elements of each repeated sub-message, down to wideDepth
+  int wideDepth = 2;    // and one element below it
+  int tag = 0;          // the repeated sub-message under this tag (at any depth)
+  int tagElements = 0;  // gets this many elements instead
+};
+MsgPtr BuildSample(int msgnum, const SampleShape& shape, unsigned seed = 1);
+
 // The operator new of the test programs (FailingAlloc.cpp): counts what is
 // allocated and freed, and fails one allocation on demand.
 class FailingAlloc {

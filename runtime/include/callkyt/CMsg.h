@@ -105,6 +105,9 @@ class CMsg final {
   int GetValueCount() const { return count_; }
   // The number of messages in the tree: this one and all below it.
   int GetTreeSize() const;
+  // The bytes of memory the tree holds: its message objects and the value
+  // buffers that did not fit in them.
+  long GetTreeMemory() const;
 
   // Reading the values in the order they were added, for printers and tools.
   struct Value {

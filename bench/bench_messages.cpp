@@ -1,0 +1,244 @@
+// The message classes against Protocol Buffers on the same data.
+//
+// Each workload is one generic message tree, built from the dictionary with
+// deterministic values; our object is loaded from it, and the protobuf
+// message is filled from it field by field through reflection, so that both
+// sides hold the same values. Every operation is timed on both sides in the
+// same run, and the program ends with the ratios.
+#include <benchmark/benchmark.h>
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "callkyt/CStream.h"
+#include "equity.pb.h"
+#include "equity/M_EqCmb.h"
+#include "rates.pb.h"
+#include "rates/M_IrNoteFlterHwMc.h"
+#include "shared.pb.h"
+#include "shared/M_KytRateCurveB.h"
+#include "shared/M_SysReject.h"
+
+namespace pb = google::protobuf;
+using testing_support::MsgPtr;
+
+namespace {
+
+// Sets the fields of `out` from the values of `msg`, by tag.
+void FillProto(const CMsg& msg, pb::Message& out) {
+  const pb::Descriptor* d = out.GetDescriptor();
+  const pb::Reflection* r = out.GetReflection();
+  CMsg::Cursor cur(msg);
+  CMsg::Value v;
+  while (cur.Next(&v)) {
+    const pb::FieldDescriptor* f = d->FindFieldByNumber(v.tag);
+    if (!f) std::abort();
+    bool many = f->is_repeated();
+    if (!v.isSet && v.kind != KYT_STR && v.kind != KYT_MSG) continue;
+    switch (f->cpp_type()) {
+      case pb::FieldDescriptor::CPPTYPE_INT32:
+        many ? r->AddInt32(&out, f, v.i) : r->SetInt32(&out, f, v.i);
+        break;
+      case pb::FieldDescriptor::CPPTYPE_DOUBLE:
+        many ? r->AddDouble(&out, f, v.d) : r->SetDouble(&out, f, v.d);
+        break;
+      case pb::FieldDescriptor::CPPTYPE_BOOL:
+        r->SetBool(&out, f, v.b);
+        break;
+      case pb::FieldDescriptor::CPPTYPE_STRING:
+        r->SetString(&out, f, std::string(v.text, static_cast<size_t>(v.len)));
+        break;
+      case pb::FieldDescriptor::CPPTYPE_MESSAGE:
+        FillProto(*v.msg, many ? *r->AddMessage(&out, f) : *r->MutableMessage(&out, f));
+        break;
+      default:
+        std::abort();
+    }
+  }
+}
+
+// Messages in a protobuf tree, counted as CMsg::GetTreeSize counts.
+int CountProto(const pb::Message& m) {
+  int n = 1;
+  std::vector<const pb::FieldDescriptor*> fields;
+  m.GetReflection()->ListFields(m, &fields);
+  for (const pb::FieldDescriptor* f : fields) {
+    if (f->cpp_type() != pb::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    if (f->is_repeated()) {
+      for (int i = 0; i < m.GetReflection()->FieldSize(m, f); ++i) {
+        n += CountProto(m.GetReflection()->GetRepeatedMessage(m, f, i));
+      }
+    } else {
+      n += CountProto(m.GetReflection()->GetMessage(m, f));
+    }
+  }
+  return n;
+}
+
+template <class T, class P>
+struct Workload {
+  const char* name;
+  MsgPtr sample;
+  T obj;
+  P proto;
+  int messages = 0;
+
+  Workload(const char* n, int number, const testing_support::SampleShape& shape) : name(n) {
+    sample = testing_support::BuildSample(number, shape);
+    if (obj.Load(sample.get()) != 0) std::abort();
+    FillProto(*sample, proto);
+    messages = sample->GetTreeSize();
+    if (CountProto(proto) != messages) std::abort();
+  }
+};
+
+void PerMessage(benchmark::State& state, int messages) {
+  state.counters["msgs"] = messages;
+  state.counters["ns/msg"] =
+      benchmark::Counter(static_cast<double>(messages) * static_cast<double>(state.iterations()),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+template <class W>
+void Register(W& w) {
+  std::string n = w.name;
+  // Writing the message.
+  benchmark::RegisterBenchmark((n + "/ours/ToMsg").c_str(), [&w](benchmark::State& st) {
+    for (auto _ : st) MsgPtr m(w.obj.ToMsg());
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/protobuf/Serialize").c_str(), [&w](benchmark::State& st) {
+    std::string out;
+    for (auto _ : st) w.proto.SerializeToString(&out);
+    PerMessage(st, w.messages);
+  });
+  // Reading it into an object that is used again and again.
+  benchmark::RegisterBenchmark((n + "/ours/Load").c_str(), [&w](benchmark::State& st) {
+    MsgPtr m(w.obj.ToMsg());
+    decltype(w.obj) target;
+    for (auto _ : st) benchmark::DoNotOptimize(target.Load(m.get()));
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/protobuf/Parse").c_str(), [&w](benchmark::State& st) {
+    std::string wire = w.proto.SerializeAsString();
+    decltype(w.proto) target;
+    for (auto _ : st) benchmark::DoNotOptimize(target.ParseFromString(wire));
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/RoundTrip").c_str(), [&w](benchmark::State& st) {
+    decltype(w.obj) target;
+    for (auto _ : st) {
+      MsgPtr m(w.obj.ToMsg());
+      benchmark::DoNotOptimize(target.Load(m.get()));
+    }
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/protobuf/RoundTrip").c_str(), [&w](benchmark::State& st) {
+    decltype(w.proto) target;
+    std::string wire;
+    for (auto _ : st) {
+      w.proto.SerializeToString(&wire);
+      benchmark::DoNotOptimize(target.ParseFromString(wire));
+    }
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/Dump").c_str(), [&w](benchmark::State& st) {
+    for (auto _ : st) {
+      CStream out;
+      w.obj.Dump(&out);
+      benchmark::DoNotOptimize(out.GetSize());
+    }
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/protobuf/DebugString").c_str(), [&w](benchmark::State& st) {
+    for (auto _ : st) benchmark::DoNotOptimize(w.proto.DebugString());
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/Copy").c_str(), [&w](benchmark::State& st) {
+    decltype(w.obj) target;
+    for (auto _ : st) target.Copy(w.obj);
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/protobuf/CopyFrom").c_str(), [&w](benchmark::State& st) {
+    decltype(w.proto) target;
+    for (auto _ : st) target.CopyFrom(w.proto);
+    PerMessage(st, w.messages);
+  });
+}
+
+// Collects the times of all runs while printing them as usual.
+class Collector : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+        ns_[run.benchmark_name()] = run.GetAdjustedRealTime();
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  double Ns(const std::string& name) const {
+    auto it = ns_.find(name);
+    return it == ns_.end() ? 0.0 : it->second;
+  }
+
+ private:
+  std::map<std::string, double> ns_;
+};
+
+void Ratio(const Collector& c, const char* w, const char* what, const char* ours,
+           const char* theirs, bool oursOverTheirs, const char* target) {
+  std::string base = std::string(w) + "/";
+  double a = c.Ns(base + "ours/" + ours);
+  double b = c.Ns(base + "protobuf/" + theirs);
+  if (a <= 0 || b <= 0) return;
+  double ratio = oursOverTheirs ? a / b : b / a;
+  std::printf("%-22s %-10s %12.0f %12.0f %8.2f  %s\n", w, what, a, b, ratio, target);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  testing_support::SampleShape w1;
+  w1.tag = 4711;  // maRateCrvTenor
+  w1.tagElements = 500;
+  testing_support::SampleShape w2;
+  w2.tag = 4938;  // maOptCmb
+  w2.tagElements = 8;
+  testing_support::SampleShape w3;
+  w3.elements = 3;
+  testing_support::SampleShape w4;
+  Workload<M_KytRateCurveB, pricemsg_pb::M_KytRateCurveB> curve("W1_KytRateCurveB", 3691, w1);
+  Workload<M_EqCmb, pricemsg_pb::M_EqCmb> cmb("W2_EqCmb", M_EqCmb().msgnum, w2);
+  Workload<M_IrNoteFlterHwMc, pricemsg_pb::M_IrNoteFlterHwMc> note("W3_IrNoteFlterHwMc", 3721, w3);
+  Workload<M_SysReject, pricemsg_pb::M_SysReject> reject("W4_SysReject", 10, w4);
+  Register(curve);
+  Register(cmb);
+  Register(note);
+  Register(reject);
+
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+
+  std::printf("\nRatios (real time per operation, one run, ns):\n");
+  std::printf("%-22s %-10s %12s %12s %8s  %s\n", "workload", "operation", "ours", "protobuf",
+              "ratio", "target");
+  for (const char* w : {"W1_KytRateCurveB", "W2_EqCmb", "W3_IrNoteFlterHwMc", "W4_SysReject"}) {
+    Ratio(collector, w, "roundtrip", "RoundTrip", "RoundTrip", true, "ours/theirs <= 0.8");
+    Ratio(collector, w, "dump", "Dump", "DebugString", false, "theirs/ours >= 5");
+    Ratio(collector, w, "copy", "Copy", "CopyFrom", true, "ours/theirs <= 1");
+  }
+  MsgPtr tree(cmb.obj.ToMsg());
+  std::printf(
+      "\nMemory of W2 (%d messages): CMsg tree %ld bytes, protobuf SpaceUsedLong %zu bytes\n",
+      cmb.messages, tree->GetTreeMemory(), cmb.proto.SpaceUsedLong());
+  benchmark::Shutdown();
+  return 0;
+}
