@@ -7,7 +7,8 @@
 #             Sanitizer and LeakSanitizer, every test            (build-asan/)
 #   fuzz      the fuzzer on the seed corpus for FUZZ_SECONDS
 #             (default 60), in the asan build
-#   tsan      clang build with ThreadSanitizer, every test       (build-tsan/)
+#   tsan      clang build with ThreadSanitizer, every test that does
+#             not replace operator new                           (build-tsan/)
 #   memcheck  the tests under valgrind memcheck, in the plain build
 #
 # Any failure, sanitizer report, fuzzer crash or memcheck error stops the
@@ -39,7 +40,6 @@ sanitized() {  # kind, dir
   # message units build in little more than half the time of -O2 -g.
   CC=clang CXX=clang++ configure "$2" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
-    -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
     -DPRICEMSG_SANITIZE="$1" -DPRICEMSG_FUZZ=$([[ $1 == address ]] && echo ON || echo OFF)
   cmake --build "$2"
 }
