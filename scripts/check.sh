@@ -3,6 +3,9 @@
 # in this order; name one or more to run only those.
 #
 #   plain     GCC build, every test                              (build/)
+#   package   the plain build installed into a scratch prefix; a client
+#             outside the tree built against it with find_package and
+#             with pkg-config, and run
 #   asan      clang build with AddressSanitizer, UndefinedBehavior-
 #             Sanitizer and LeakSanitizer, every test            (build-asan/)
 #   fuzz      the fuzzer on the seed corpus for FUZZ_SECONDS
@@ -18,7 +21,7 @@ cd "$(dirname "$0")/.."
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
-((${#stages[@]})) || stages=(plain asan fuzz tsan memcheck)
+((${#stages[@]})) || stages=(plain package asan fuzz tsan memcheck)
 
 say() { printf '\n==== %s\n' "$*"; }
 
@@ -33,6 +36,52 @@ plain() {
   configure build
   cmake --build build
   ctest --test-dir build --output-on-failure
+}
+
+package() {
+  say "installed package: a client with find_package and with pkg-config"
+  configure build
+  cmake --build build
+  local work prefix libdir
+  work=$(mktemp -d)
+  prefix=$work/prefix
+  echo "installing into $prefix"
+  cmake --install build --prefix "$prefix" >/dev/null
+  libdir=$(dirname "$(find "$prefix" -name libpricemsg.so)")
+  if [[ -n $(find "$prefix" -name '*.cpp' -o -name '*.a' -o -name MsgPattern.h) ]]; then
+    echo "sources, static libraries or internal headers were installed" >&2
+    return 1
+  fi
+  # The installed libraries find each other through their own runpath.
+  local pricemsg_deps callkyt_deps
+  pricemsg_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libpricemsg.so")
+  callkyt_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libcallkyt.so")
+  if [[ $pricemsg_deps != *"libcallkyt.so => $libdir/"* ||
+        $callkyt_deps != *"libcallkyt_dat.so => $libdir/"* ]]; then
+    printf '%s\n' "the installed libraries do not find each other in $libdir:" \
+      "$pricemsg_deps" "$callkyt_deps" >&2
+    return 1
+  fi
+
+  echo "-- find_package"
+  cmake -S tests/package -B "$work/cmake-client" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" |
+    grep 'pricemsg '
+  grep -q "^pricemsg_DIR:PATH=$prefix/" "$work/cmake-client/CMakeCache.txt" || {
+    echo "the client found a pricemsg outside $prefix" >&2
+    return 1
+  }
+  cmake --build "$work/cmake-client"
+  "$work/cmake-client/package_client"
+
+  echo "-- pkg-config"
+  local flags
+  flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg)
+  echo "pkg-config --cflags --libs pricemsg: $flags"
+  # shellcheck disable=SC2086  # the flags are words
+  g++ -std=c++17 -Wall -Wextra -Werror tests/package/main.cpp $flags -Wl,-rpath,"$libdir" \
+    -o "$work/pc-client"
+  "$work/pc-client"
+  rm -rf "$work"
 }
 
 sanitized() {  # kind, dir
@@ -97,7 +146,7 @@ memcheck() {
 
 for stage in "${stages[@]}"; do
   case $stage in
-    plain | asan | fuzz | tsan | memcheck) "$stage" ;;
-    *) echo "unknown stage '$stage' (plain, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
+    plain | package | asan | fuzz | tsan | memcheck) "$stage" ;;
+    *) echo "unknown stage '$stage' (plain, package, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
   esac
 done

@@ -1,0 +1,85 @@
+# What `cmake --install` puts under the prefix:
+#
+#   include/pricemsg/callkyt/*.h           the runtime's headers
+#   include/pricemsg/MsgBase.h             the frame header the classes include
+#   include/pricemsg/<family>/M_*.h, all.h the message classes
+#   lib/libpricemsg.so, libcallkyt.so, libcallkyt_dat.so
+#   lib/cmake/pricemsg/                    find_package(pricemsg)
+#   lib/pkgconfig/pricemsg.pc              pkg-config pricemsg
+#
+# (lib/ is CMAKE_INSTALL_LIBDIR, include/ CMAKE_INSTALL_INCLUDEDIR.)
+#
+# The installed tree can be moved as a whole: the libraries find each other
+# through a $ORIGIN runpath, the CMake files and the pkg-config file locate
+# the prefix from where they lie. Tests, examples and MsgPattern.h (which only
+# the generated sources include) stay out.
+include(CMakePackageConfigHelpers)
+
+# ---- headers ----
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/runtime/include/callkyt
+  DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h")
+install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
+# The generator's list, not a glob of the build tree, so that a class taken
+# out of the schema is not installed from a stale header.
+set(pricemsg_families "")
+foreach(header IN LISTS PRICEMSG_GEN_MESSAGE_HEADERS)
+  get_filename_component(dir ${header} DIRECTORY)
+  get_filename_component(family ${dir} NAME)
+  list(APPEND pricemsg_family_headers_${family} ${header})
+  list(APPEND pricemsg_families ${family})
+endforeach()
+list(REMOVE_DUPLICATES pricemsg_families)
+foreach(family IN LISTS pricemsg_families)
+  install(FILES ${pricemsg_family_headers_${family}}
+    DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR}/${family})
+endforeach()
+
+# ---- libraries ----
+# libpricemsg has a versioned soname: its ABI changes with the schema. The
+# runtime libraries keep plain names so that the service's own can be put in
+# their place.
+set_target_properties(pricemsg PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+set_target_properties(pricemsg callkyt PROPERTIES INSTALL_RPATH "\$ORIGIN")
+install(TARGETS pricemsg callkyt callkyt_dat
+  EXPORT pricemsgTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+# ---- CMake package: pricemsg::pricemsg, pricemsg::callkyt, pricemsg::callkyt_dat ----
+set(pricemsg_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pricemsg)
+install(EXPORT pricemsgTargets NAMESPACE pricemsg:: DESTINATION ${pricemsg_cmake_dir})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/pricemsgConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/pricemsgConfig.cmake
+  INSTALL_DESTINATION ${pricemsg_cmake_dir})
+# Before 1.0 a minor version may change the classes; only the same minor
+# version is compatible.
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/pricemsgConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/pricemsgConfig.cmake
+              ${CMAKE_BINARY_DIR}/pricemsgConfigVersion.cmake
+  DESTINATION ${pricemsg_cmake_dir})
+
+# ---- pkg-config ----
+# The prefix is taken relative to the file's own directory, which holds for
+# any --prefix and DESTDIR given at install time; absolute directories are
+# written as they are.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(PRICEMSG_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+  set(PRICEMSG_PC_LIBDIR ${CMAKE_INSTALL_LIBDIR})
+else()
+  file(RELATIVE_PATH up /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+  string(REGEX REPLACE "/$" "" up "${up}")
+  set(PRICEMSG_PC_PREFIX "\${pcfiledir}/${up}")
+  set(PRICEMSG_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+  set(PRICEMSG_PC_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
+else()
+  set(PRICEMSG_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/pricemsg.pc.in ${CMAKE_BINARY_DIR}/pricemsg.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/pricemsg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
