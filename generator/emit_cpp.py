@@ -112,15 +112,27 @@ def source_path(msg: Message) -> str:
     return f"messages/{msg.family}/{msg.name}.cpp"
 
 
-def _member(field: Field) -> tuple[str, str]:
-    """The declaration of a member and its comment, the tag."""
-    return f"{field.type} {field.name};", f"// T{field.tag}"
+def _member(schema: Schema, field: Field) -> tuple[str, str, str]:
+    """The declaration of a member, its comment, and the comment cut to the tag.
+
+    The comment gives the tag, and for a held message the number of its class,
+    which is what the service's texts name; the type already tells the kind.
+    """
+    decl = f"{field.type} {field.name};"
+    tag = f"// T{field.tag}"
+    if not field.sub:
+        return decl, tag, tag
+    held = "repeated message" if field.is_array else "message"
+    return decl, f"{tag}, {held} {schema.message(field.sub).number}", tag
 
 
-def _members(msg: Message) -> str:
-    decls = [_member(f) for f in msg.fields]
-    width = max((len(d) for d, _ in decls), default=0)
-    lines = [f"  {d:<{width}}  {c}" for d, c in decls]
+def _members(schema: Schema, msg: Message) -> str:
+    decls = [_member(schema, f) for f in msg.fields]
+    width = max((len(d) for d, _, _ in decls), default=0)
+    lines = []
+    for decl, comment, short in decls:
+        line = f"  {decl:<{width}}  {comment}"
+        lines.append(line if len(line) <= COLUMNS else f"  {decl:<{width}}  {short}")
     return "".join(line + "\n" for line in lines)
 
 
@@ -165,7 +177,7 @@ def header(schema: Schema, msg: Message) -> str:
         header_path(schema.message(s))[len("messages/"):] for s in msg.sub_classes()))
     return HEADER.substitute(
         family=msg.family, number=msg.number, name=msg.name, array=msg.array_name,
-        includes=includes, members=_members(msg))
+        includes=includes, members=_members(schema, msg))
 
 
 def source(msg: Message) -> str:

@@ -10,10 +10,13 @@ writes into --out:
     messages/<family>/M_<Name>.h, .cpp   one unit per message
     messages/<family>/all.h              every class of a family (tests, tools)
     callkyt_dat/KytDicData.cpp           the runtime's dictionary data
+    catalogue/CatalogueData.cpp          the catalogue tool's tables (tools/)
+    catalogue/CatalogueFactory.cpp       the catalogue tool's factory of objects
+    reference/index.html, <family>.html  the reference pages of the classes
 
 A file whose content is unchanged is not touched, so a build system rebuilds
 only what depends on a changed class; files of classes that are gone are
-removed. --cmake writes a CMake script that lists the outputs, for the build
+removed, and so are the pages of families that are gone. --cmake writes a CMake script that lists the outputs, for the build
 to read at configure time. --check only checks.
 """
 
@@ -25,9 +28,11 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+import emit_catalogue  # noqa: E402
 import emit_cpp  # noqa: E402
 import emit_dic  # noqa: E402
 import emit_lists  # noqa: E402
+import emit_reference  # noqa: E402
 from schema import SchemaErrors, load  # noqa: E402
 
 
@@ -40,6 +45,13 @@ def outputs(schema) -> dict[str, str]:
     for family in schema.families:
         files[emit_lists.path(family)] = emit_lists.source(schema, family)
     files[emit_dic.PATH] = emit_dic.source(schema)
+    files[emit_catalogue.DATA_PATH] = emit_catalogue.data_source(schema)
+    files[emit_catalogue.FACTORY_PATH] = emit_catalogue.factory_source(schema)
+    held = emit_reference.holders(schema)
+    files[emit_reference.INDEX_PATH] = emit_reference.index_source(schema, held)
+    for family in schema.families:
+        files[emit_reference.page_path(family)] = emit_reference.family_source(
+            schema, family, held)
     return files
 
 
@@ -59,6 +71,11 @@ def write_if_changed(path: str, text: str) -> bool:
 
 
 def remove_stale(out_dir: str, files: dict[str, str]) -> None:
+    pages = os.path.join(out_dir, emit_reference.DIR)
+    if os.path.isdir(pages):
+        for name in os.listdir(pages):
+            if name.endswith(".html") and f"{emit_reference.DIR}/{name}" not in files:
+                os.remove(os.path.join(pages, name))
     root = os.path.join(out_dir, "messages")
     if not os.path.isdir(root):
         return
@@ -83,6 +100,9 @@ def cmake_list(out_dir: str, files: dict[str, str]) -> str:
             + listing("PRICEMSG_GEN_MESSAGE_HEADERS",
                       [p for p in files if p.startswith("messages/") and p.endswith(".h")])
             + listing("PRICEMSG_GEN_DIC_SOURCES", [emit_dic.PATH])
+            + listing("PRICEMSG_GEN_CATALOGUE_SOURCES", emit_catalogue.PATHS)
+            + listing("PRICEMSG_GEN_REFERENCE_PAGES",
+                      [p for p in files if p.startswith(emit_reference.DIR + "/")])
             + listing("PRICEMSG_GEN_OUTPUTS", list(files)))
 
 

@@ -229,9 +229,11 @@ class SchemaTest(unittest.TestCase):
         r = self.run_msggen("--schema", good, "--out", out)
         self.assertEqual(r.returncode, 0, r.stderr)
         classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve"]}
-        expected = {"callkyt_dat/KytDicData.cpp"}
+        expected = {"callkyt_dat/KytDicData.cpp", "catalogue/CatalogueData.cpp",
+                    "catalogue/CatalogueFactory.cpp", "reference/index.html"}
         for family, names in classes.items():
             expected.add(f"messages/{family}/all.h")
+            expected.add(f"reference/{family}.html")
             expected.update(f"messages/{family}/{n}{ext}" for n in names for ext in (".h", ".cpp"))
         self.assertEqual(set(self.tree(out)), expected)
 
@@ -249,9 +251,19 @@ class SchemaTest(unittest.TestCase):
         gone = {"messages/beta/M_Curve.h", "messages/beta/M_Curve.cpp"}
         self.assertEqual(set(after), expected - gone)
         changed = {rel for rel, t in after.items() if t != 10**18}
-        self.assertEqual(changed, {"messages/beta/all.h", "callkyt_dat/KytDicData.cpp"})
-        with open(os.path.join(out, "messages/beta/all.h"), encoding="utf-8") as fh:
-            self.assertNotIn("M_Curve", fh.read())
+        self.assertEqual(changed, {"messages/beta/all.h", "callkyt_dat/KytDicData.cpp",
+                                   "catalogue/CatalogueData.cpp", "reference/index.html",
+                                   "reference/beta.html"})
+        for rel in ("messages/beta/all.h", "catalogue/CatalogueData.cpp", "reference/index.html",
+                    "reference/beta.html"):
+            with open(os.path.join(out, rel), encoding="utf-8") as fh:
+                self.assertNotIn("M_Curve", fh.read(), rel)
+
+        os.remove(os.path.join(good, "beta.txt"))  # the family is gone, and its page
+        r = self.run_msggen("--schema", good, "--out", out)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        pages = {rel for rel in self.tree(out) if rel.startswith("reference/")}
+        self.assertEqual(pages, {"reference/index.html", "reference/alpha.html"})
 
     # A digit that is not ASCII ('²' passes str.isdigit()) is an error, not a crash.
     def test_number_with_a_non_ascii_digit_is_an_error(self):
