@@ -1,11 +1,13 @@
 #include "callkyt/MsgText.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "TextFormat.h"
@@ -658,4 +660,68 @@ CMsg* MA_ReadMsgText(const char* text, size_t size, KytTextError* err) {
   }
   TextReader reader(text ? text : "", size, e);
   return reader.Read();
+}
+
+int MA_WriteMsgFile(const CMsg* msg, const char* path) {
+  if (!msg || !path || !*path) return KYT_E_ARG;
+  try {
+    TextBuffer text;
+    WriteText(text, *msg);
+    const std::string part = std::string(path) + ".part";
+    std::FILE* f = std::fopen(part.c_str(), "wb");
+    if (!f) return KYT_E_IO;
+    // The first failure's errno; EIO where a failing call left none.
+    int failure = 0;
+    auto note = [&failure] {
+      if (!failure) failure = errno ? errno : EIO;
+    };
+    errno = 0;
+    size_t size = static_cast<size_t>(text.size());
+    if (std::fwrite(text.data(), 1, size, f) != size) note();
+    if (std::fclose(f) != 0) note();  // flushes what fwrite kept
+    if (!failure && std::rename(part.c_str(), path) != 0) note();
+    if (!failure) return KYT_OK;
+    std::remove(part.c_str());
+    errno = failure;
+    return KYT_E_IO;
+  } catch (const std::bad_alloc&) {
+    return KYT_E_NOMEM;
+  }
+}
+
+CMsg* MA_ReadMsgFile(const char* path, KytTextError* err) {
+  KytTextError local;
+  KytTextError& e = err ? *err : local;
+  if (!path || !*path) {
+    SetError(e, 0, 0, "no file name");
+    return nullptr;
+  }
+  std::FILE* f = std::fopen(path, "rb");
+  if (!f) {
+    SetError(e, 0, 0, "cannot open the file: %s", std::strerror(errno));
+    return nullptr;
+  }
+  TextBuffer text;
+  size_t size = 0;
+  try {
+    constexpr size_t kChunk = 1 << 16;
+    for (;;) {
+      size_t n = std::fread(text.Room(kChunk), 1, kChunk, f);
+      if (n == 0) break;
+      text.Commit(n);
+      size += n;
+    }
+  } catch (const std::bad_alloc&) {
+    std::fclose(f);
+    SetError(e, 0, 0, "out of memory");
+    return nullptr;
+  }
+  if (std::ferror(f)) {
+    int failure = errno;
+    std::fclose(f);
+    SetError(e, 0, 0, "cannot read the file: %s", std::strerror(failure));
+    return nullptr;
+  }
+  std::fclose(f);
+  return MA_ReadMsgText(text.data(), size, &e);
 }

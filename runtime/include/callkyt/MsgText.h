@@ -62,7 +62,8 @@ constexpr int kMsgTextMaxDepth = 64;
 // Where and why a text could not be read. `line` and `column` count from 1;
 // the column counts bytes, a tab as one. A text that ends too early is
 // reported at its end: after a final newline that is column 1 of the line
-// below the last. Both are 0 when there was no text to read (a null text).
+// below the last. Both are 0 when there was no text to read (a file that
+// could not be opened or read, a null text).
 struct KytTextError {
   int line;
   int column;
@@ -84,3 +85,15 @@ void MA_WriteMsgText(const CMsg* msg, CStream* out);
 // the name, a bad value, escape or date at the value, a text left open at
 // its opening quote, and a missing '}' at the end of the text.
 CMsg* MA_ReadMsgText(const char* text, size_t size, KytTextError* err);
+
+// Writes the text form of `msg` to the file at `path`, replacing it. The
+// text goes to "<path>.part" first, which then takes the file's place, so a
+// failed write leaves the old file as it was. Gives KYT_OK, KYT_E_ARG for a
+// null message or an empty or null path, KYT_E_NOMEM, or KYT_E_IO when the
+// file could not be written (errno tells why).
+int MA_WriteMsgFile(const CMsg* msg, const char* path);
+
+// Reads the message tree in the file at `path` as MA_ReadMsgText does. A file
+// that cannot be opened or read is an error at line 0 whose reason names
+// the cause.
+CMsg* MA_ReadMsgFile(const char* path, KytTextError* err);
