@@ -50,6 +50,7 @@ enum KytResult {
   KYT_E_ARG = -4,    // a null pointer, or a sub-message that cannot be attached
   KYT_E_VALUE = -5,  // a set date that is not a valid "YYYYMMDD"
   KYT_E_NOMEM = -6,  // the runtime ran out of memory
+  KYT_E_IO = -7,     // a message file could not be written (errno tells why)
 };
 
 // The process-wide message dictionary. Built on the first call, never
