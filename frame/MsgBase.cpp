@@ -1,7 +1,9 @@
 #include "MsgBase.h"
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "MsgPattern.h"
 #include "callkyt/CException.h"
@@ -34,11 +36,61 @@ __attribute__((format(printf, 2, 3))) void FailText(CString& errtext, const char
   va_end(args);
 }
 
-// A line goes out with its newline in front of it, so a dump starts with a
-// newline and ends without one.
-void Emit(CStream* out, const CString& line) {
-  out->AppendData("\n", 1);
-  out->AppendData(line.ToStr(), line.GetSize());
+// One dump line, "\n" + name right-aligned in 20 columns + " : [" + value +
+// "]", built on the stack and handed to the stream in one piece; a value too
+// long for the buffer goes to the stream as it is. Every line goes out with
+// its newline in front of it, so a dump starts with a newline and ends
+// without one.
+class FieldLine {
+ public:
+  explicit FieldLine(CStream* out) : out_(out), size_(1) { buf_[0] = '\n'; }
+  FieldLine(CStream* out, const char* name) : FieldLine(out) {
+    size_t len = std::strlen(name);
+    if (len < kWidth) {
+      std::memset(buf_ + size_, ' ', kWidth - len);
+      size_ += kWidth - len;
+    }
+    Put(name, len);
+  }
+  ~FieldLine() { Flush(); }
+  FieldLine(const FieldLine&) = delete;
+  FieldLine& operator=(const FieldLine&) = delete;
+
+  void Put(const char* text, size_t len) {
+    if (len > sizeof buf_ - size_) {
+      Flush();
+      out_->AppendData(text, static_cast<int>(len));
+      return;
+    }
+    std::memcpy(buf_ + size_, text, len);
+    size_ += len;
+  }
+  void PutInt(int v) {
+    char digits[16];
+    Put(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, v).ptr - digits));
+  }
+
+ private:
+  static constexpr size_t kWidth = 20;
+  void Flush() {
+    if (size_) out_->AppendData(buf_, static_cast<int>(size_));
+    size_ = 0;
+  }
+
+  CStream* out_;
+  size_t size_;
+  char buf_[192];
+};
+
+void DumpText(CStream* out, const char* name, const char* text, size_t len) {
+  FieldLine line(out, name);
+  line.Put(" : [", 4);
+  line.Put(text, len);
+  line.Put("]", 1);
+}
+
+void DumpText(CStream* out, const char* name, const char* text) {
+  DumpText(out, name, text, std::strlen(text));
 }
 
 }  // namespace
@@ -188,69 +240,68 @@ int SetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr) {
 
 // ---- Dump ----
 
-void DumpHead(const CMsgBase& self, CStream* out, CString& line) {
-  line.Format("            <msgnum> : %d", self.msgnum);
-  Emit(out, line);
-  line.Format("           <msgname> : %s", self.msgname.ToStr());
-  Emit(out, line);
+void DumpHead(const CMsgBase& self, CStream* out, CString&) {
+  {
+    FieldLine num(out, "<msgnum>");
+    num.Put(" : ", 3);
+    num.PutInt(self.msgnum);
+  }
+  FieldLine name(out, "<msgname>");
+  name.Put(" : ", 3);
+  name.Put(self.msgname.ToStr(), static_cast<size_t>(self.msgname.GetSize()));
 }
 
-void DumpTail(CStream* out, CString& line) {
-  line = "--------------------------------------";
-  Emit(out, line);
+void DumpTail(CStream* out, CString&) {
+  static const char kTail[] = "\n--------------------------------------";
+  out->AppendData(kTail, sizeof kTail - 1);
 }
 
-namespace {
-
-void DumpText(CStream* out, CString& line, const char* name, const char* text) {
-  line.Format("%20s : [%s]", name, text);
-  Emit(out, line);
+void DumpVal(CStream* out, CString&, const char* name, const CInt& v) {
+  if (!v.isSet) return DumpText(out, name, "<CInt: unset>");
+  char digits[16];
+  char* end = std::to_chars(digits, digits + sizeof digits, v.value).ptr;
+  DumpText(out, name, digits, static_cast<size_t>(end - digits));
 }
 
-}  // namespace
-
-void DumpVal(CStream* out, CString& line, const char* name, const CInt& v) {
-  if (!v.isSet) return DumpText(out, line, name, "<CInt: unset>");
-  line.Format("%20s : [%d]", name, v.value);
-  Emit(out, line);
+void DumpVal(CStream* out, CString&, const char* name, const CDbl& v) {
+  if (!v.isSet) return DumpText(out, name, "<CDbl: unset>");
+  // The same text as printf's %.15e, infinities and NaNs included.
+  char digits[64];
+  char* end =
+      std::to_chars(digits, digits + sizeof digits, v.value, std::chars_format::scientific, 15).ptr;
+  DumpText(out, name, digits, static_cast<size_t>(end - digits));
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CDbl& v) {
-  if (!v.isSet) return DumpText(out, line, name, "<CDbl: unset>");
-  line.Format("%20s : [%.15e]", name, v.value);
-  Emit(out, line);
+void DumpVal(CStream* out, CString&, const char* name, const CBool& v) {
+  DumpText(out, name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CBool& v) {
-  DumpText(out, line, name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
+void DumpVal(CStream* out, CString&, const char* name, const CDate& v) {
+  DumpText(out, name, v.isSet ? v.text : "<CDate: unset>");
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CDate& v) {
-  DumpText(out, line, name, v.isSet ? v.text : "<CDate: unset>");
+void DumpVal(CStream* out, CString&, const char* name, const CString& v) {
+  if (v.IsEmpty()) return DumpText(out, name, "\"\"", 2);
+  DumpText(out, name, v.ToStr(), static_cast<size_t>(v.GetSize()));
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CString& v) {
-  if (v.IsEmpty()) return DumpText(out, line, name, v.Repr().ToStr());
-  DumpText(out, line, name, v.ToStr());
+void DumpVal(CStream* out, CString&, const char* name, const CIntArray& v) {
+  CString text = v.Repr(", ", false);
+  DumpText(out, name, text.ToStr(), static_cast<size_t>(text.GetSize()));
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CIntArray& v) {
-  DumpText(out, line, name, v.Repr(", ", false).ToStr());
+void DumpVal(CStream* out, CString&, const char* name, const CDblArray& v) {
+  CString text = v.Repr(", ", false);
+  DumpText(out, name, text.ToStr(), static_cast<size_t>(text.GetSize()));
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CDblArray& v) {
-  DumpText(out, line, name, v.Repr(", ", false).ToStr());
-}
-
-void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase& sub) {
-  line.Format("%20s :", name);
-  Emit(out, line);
+void DumpVal(CStream* out, CString&, const char* name, const CMsgBase& sub) {
+  FieldLine(out, name).Put(" :", 2);
   sub.Dump(out);
 }
 
-void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase_Array& arr) {
-  line.Format("%20s :", name);
-  Emit(out, line);
+void DumpVal(CStream* out, CString&, const char* name, const CMsgBase_Array& arr) {
+  FieldLine(out, name).Put(" :", 2);
   arr.Dump(out);
 }
 
@@ -283,10 +334,16 @@ CMsg* ElementToMsg(CMsgBase_Array& self, int index) {
 }
 
 void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) {
-  CString line;
+  const size_t nameLen = std::strlen(className);
   for (int i = 0; i < self.GetSize(); ++i) {
-    line.Format("%s [%d]", className, i);
-    Emit(out, line);
+    {
+      // "\n<className> [i]"
+      FieldLine head(out);
+      head.Put(className, nameLen);
+      head.Put(" [", 2);
+      head.PutInt(i);
+      head.Put("]", 1);
+    }
     if (const CMsgBase* element = self.GetAt(i)) element->Dump(out);
   }
 }

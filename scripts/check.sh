@@ -131,7 +131,7 @@ memcheck() {
   configure build
   cmake --build build
   local t
-  for t in runtime_test message_pattern_test array_pattern_test vocabulary_test \
+  for t in runtime_test message_pattern_test array_pattern_test vocabulary_test msgtext_test \
            all_messages_test fuzz_replay_test thread_test; do
     echo "-- $t"
     KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \

@@ -2,8 +2,8 @@
 //
 // It lists and searches the classes, shows a class as the tree of everything
 // it holds, tells which classes hold a class or have a field, and dumps a
-// fresh object of any class. Everything it knows comes from the tables that
-// the generator writes from the schema (CatalogueData.h); `dump` makes real
+// fresh object of any class, and prints message files with field names. Everything it knows comes
+// from the tables that the generator writes from the schema (CatalogueData.h); `dump` makes real
 // objects of the library.
 //
 // Results go to stdout. A name or number that matches nothing is an error on
@@ -19,7 +19,9 @@
 #include <vector>
 
 #include "CatalogueData.h"
+#include "callkyt/CMsg.h"
 #include "callkyt/CStream.h"
+#include "callkyt/MsgText.h"
 
 namespace {
 
@@ -453,10 +455,24 @@ int Dump(const Args& args) {
   return kFound;
 }
 
+// Reads a message file and prints it back with the class and field names
+// from the dictionary; a malformed file is reported with its line and column.
+int File(const Args& args) {
+  KytTextError err;
+  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(args[0].c_str(), &err));
+  if (!msg) {
+    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, args[0].c_str(), err.line, err.column,
+                 err.reason);
+    return kNotFound;
+  }
+  CStream out;
+  MA_WriteMsgText(msg.get(), &out);
+  std::fwrite(out.ToStr(), 1, static_cast<size_t>(out.GetSize()), stdout);
+  return kFound;
+}
+
 // A command is one row here and a function that takes its arguments; the
-// usage text is made from the rows. A command that prints the messages of a
-// file by field name is such a row, naming each value through ClassByNumber
-// and FieldsByTag.
+// usage text is made from the rows.
 struct Command {
   const char* name;
   const char* args;
@@ -479,6 +495,7 @@ const Command kCommands[] = {
     {"holders", "<class|field>",
      "the classes that hold a class, and in which fields; or that have a field", 1, 1, Holders},
     {"dump", "<class|number>", "the Dump of a fresh object of the class", 1, 1, Dump},
+    {"file", "<path>", "a message file, each value with its class and field name", 1, 1, File},
 };
 
 void Usage(FILE* out) {

@@ -115,6 +115,25 @@ class Lookups(unittest.TestCase):
                 self.assertIn(f"<msgname> : {msg.name}", out)
 
 
+class Files(unittest.TestCase):
+    def test_file_gets_its_names_and_a_bad_one_its_position(self):
+        import tempfile
+        with tempfile.TemporaryDirectory() as tmp:
+            good = os.path.join(tmp, "reject.msg")
+            with open(good, "w") as fh:
+                fh.write("# a reply kept for a test\nM10 {\n  T6 i 3\n  T7 s \"no \\\"curve\\\"\"\n}\n")
+            code, out, err = run("file", good)
+            self.assertEqual((code, err), (0, ""))
+            self.assertEqual(out, 'M10 M_SysReject {\n  T6 iSysCode i 3\n'
+                                  '  T7 sSysReasonText s "no \\"curve\\""\n}\n')
+            bad = os.path.join(tmp, "bad.msg")
+            with open(bad, "w") as fh:
+                fh.write("M10 {\n  T6 i 3\n  T7 i 4\n}\n")
+            code, out, err = run("file", bad)
+            self.assertEqual((code, out), (1, ""))
+            self.assertIn("bad.msg:3:", err)
+
+
 class Errors(unittest.TestCase):
     def test_wrong_names_numbers_and_commands(self):
         cases = [
