@@ -130,13 +130,16 @@ memcheck() {
   say "valgrind memcheck"
   configure build
   cmake --build build
-  local t
+  # valgrind puts its own operator new in place of the tests' failing one,
+  # so the tests that make allocations fail are left out here; they run
+  # under LeakSanitizer in the asan stage.
+  local t skip='-*WithoutMemory*:*OutOfMemory*:*WhenMemoryRunsOut*'
   for t in runtime_test message_pattern_test array_pattern_test vocabulary_test msgtext_test \
            all_messages_test fuzz_replay_test thread_test; do
     echo "-- $t"
     KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \
       --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
-      "build/tests/$t" --gtest_brief=1 >/dev/null
+      "build/tests/$t" --gtest_brief=1 --gtest_filter="$skip" >/dev/null
   done
   echo "-- note_client"
   KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \

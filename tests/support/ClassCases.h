@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <ostream>
 #include <vector>
 
 #include "MsgBase.h"
@@ -18,6 +19,10 @@ struct ClassCase {
   void (*copy)(CMsgBase& dst, const CMsgBase& src);
   void (*copyArray)(CMsgBase_Array& dst, const CMsgBase_Array& src);
 };
+
+// Test output names the class (and gtest does not print the struct's bytes,
+// padding included).
+inline void PrintTo(const ClassCase& c, std::ostream* os) { *os << c.name; }
 
 template <class T, class A>
 ClassCase CaseOf(const char* name, int number) {
