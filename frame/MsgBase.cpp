@@ -4,9 +4,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "MsgPattern.h"
 #include "callkyt/CException.h"
+#include "callkyt/CMsg.h"
 #include "callkyt/CStream.h"
 
 CMsgBase::~CMsgBase() = default;
@@ -82,72 +84,148 @@ class FieldLine {
   char buf_[192];
 };
 
-void DumpText(CStream* out, const char* name, const char* text, size_t len) {
-  FieldLine line(out, name);
-  line.Put(" : [", 4);
-  line.Put(text, len);
-  line.Put("]", 1);
-}
-
-void DumpText(CStream* out, const char* name, const char* text) {
-  DumpText(out, name, text, std::strlen(text));
-}
-
 }  // namespace
 
 // ---- Load ----
+
+namespace {
 
 int WrongNumber(CMsgBase& self, const CMsg& msg) {
   FailText(self.errtext, "invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
   return MSG_E_MSGNUM;
 }
 
-namespace {
+// Reads each field from the message. Below -1 a value read has failed; -1
+// only says that the tag is absent. For sub-messages and arrays any negative
+// read means absent: only the nested Load can fail, and its result goes up
+// unchanged.
+class Reader final : public FieldOp {
+ public:
+  Reader(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
+  int result() const { return rc_; }
 
-// Below -1 a value read has failed; -1 only says that the tag is absent.
-template <class V>
-int ReadValue(CMsgBase& self, CMsg& msg, int tag, V& v) {
-  int rc = msg.GetValue(tag, &v);
-  if (rc >= KYT_ABSENT) return 0;
-  FailText(self.errtext, "%s:GET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
-  return rc;
-}
+  bool operator()(int tag, const char*, CInt& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CDbl& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CBool& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CDate& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CString& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CIntArray& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CDblArray& v) override { return Read(tag, v); }
+
+  bool Message(int tag, const char*, CMsgBase& sub, CopyMsgFn) override {
+    if (msg_.GetValue(tag, &scratchMsg_) < 0 || !scratchMsg_) return true;
+    rc_ = sub.Load(scratchMsg_);
+    if (rc_ >= 0) return Ok();
+    return Fail("%s:GET_SUB_ONE(M%04d.T%d) fail", tag);
+  }
+
+  bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
+    // One scratch array serves all the array fields of the class in turn.
+    if (!scratchArr_) scratchArr_.emplace(true);
+    if (msg_.GetValue(tag, &*scratchArr_) < 0) return true;
+    rc_ = arr.Load(&*scratchArr_);
+    if (rc_ >= 0) return Ok();
+    return Fail("%s:GET_SUB_ARR(M%04d.T%d) fail", tag);
+  }
+
+ private:
+  template <class V>
+  bool Read(int tag, V& v) {
+    int rc = msg_.GetValue(tag, &v);
+    if (rc >= KYT_ABSENT) return true;
+    rc_ = rc;
+    return Fail("%s:GET_VAL_ONE(M%04d.T%d) fail", tag);
+  }
+  // Positive results of the runtime count as success.
+  bool Ok() {
+    rc_ = 0;
+    return true;
+  }
+  bool Fail(const char* format, int tag) {
+    FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
+    return false;
+  }
+
+  CMsgBase& self_;
+  CMsg& msg_;
+  int rc_ = 0;
+  CMsg* scratchMsg_ = nullptr;
+  std::optional<CMsgArray> scratchArr_;
+};
 
 }  // namespace
 
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CInt& v) { return ReadValue(self, msg, tag, v); }
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDbl& v) { return ReadValue(self, msg, tag, v); }
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CBool& v) { return ReadValue(self, msg, tag, v); }
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDate& v) { return ReadValue(self, msg, tag, v); }
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CString& v) { return ReadValue(self, msg, tag, v); }
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CIntArray& v) {
-  return ReadValue(self, msg, tag, v);
-}
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDblArray& v) {
-  return ReadValue(self, msg, tag, v);
-}
-
-// For sub-messages and arrays any negative read means absent: only the
-// nested Load can fail, and its result goes up unchanged.
-int GetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub, CMsg*& scratch) {
-  if (msg.GetValue(tag, &scratch) < 0 || !scratch) return 0;
-  int rc = sub.Load(scratch);
-  if (rc >= 0) return 0;
-  FailText(self.errtext, "%s:GET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
-  return rc;
-}
-
-int GetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr, CMsgArray& scratch) {
-  if (msg.GetValue(tag, &scratch) < 0) return 0;
-  int rc = arr.Load(&scratch);
-  if (rc >= 0) return 0;
-  FailText(self.errtext, "%s:GET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
-  return rc;
+int Load(CMsgBase& self, CMsg* msg, Fields fields) {
+  if (msg->msgnum != self.msgnum) return WrongNumber(self, *msg);
+  Reader reader(self, *msg);
+  fields(reader, self);
+  return reader.result();
 }
 
 // ---- ToMsg ----
 
-CMsg* NewMsg(CMsgBase& self) {
+namespace {
+
+// Writes every field into the message, set or not.
+class Writer final : public FieldOp {
+ public:
+  Writer(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
+
+  bool operator()(int tag, const char*, CInt& v) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CDbl& v) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CBool& v) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CDate& v) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CString& v) override { return Write(tag, v.ToStr()); }
+  bool operator()(int tag, const char*, CIntArray& v) override { return Elements(tag, v); }
+  bool operator()(int tag, const char*, CDblArray& v) override { return Elements(tag, v); }
+
+  bool Message(int tag, const char*, CMsgBase& sub, CopyMsgFn) override {
+    return Attach(tag, sub.ToMsg(), "%s:SET_SUB_ONE(M%04d.T%d) fail");
+  }
+
+  bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
+    for (int i = 0; i < arr.GetSize(); ++i) {
+      if (!Attach(tag, arr.ToMsg(i), "%s:SET_SUB_ARR(M%04d.T%d) fail")) return false;
+    }
+    return true;
+  }
+
+ private:
+  template <class V>
+  bool Write(int tag, const V& v) {
+    int rc = msg_.SetValue(tag, v);
+    return rc >= 0 || Fail("%s:SET_VAL_ONE(M%04d.T%d) fail", tag);
+  }
+
+  // Each element of an array is one value under the array's tag.
+  template <class A>
+  bool Elements(int tag, const A& v) {
+    for (int i = 0; i < v.size; ++i) {
+      if (!Write(tag, v.GetAt(i))) return false;
+    }
+    return true;
+  }
+
+  // Hands a sub-message to its parent, which owns it from then on. A null
+  // sub-message is the failure of its own ToMsg, of a single field or of an
+  // element of an array.
+  bool Attach(int tag, CMsg* sub, const char* nullFormat) {
+    if (!sub) return Fail(nullFormat, tag);
+    return Write(tag, sub);
+  }
+
+  bool Fail(const char* format, int tag) {
+    FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
+    return false;
+  }
+
+  CMsgBase& self_;
+  CMsg& msg_;
+};
+
+}  // namespace
+
+CMsg* ToMsg(CMsgBase& self, Fields fields) {
   CMsg* msg;
   try {
     CMsgDic* dic = MA_GetMsgDic();
@@ -155,154 +233,166 @@ CMsg* NewMsg(CMsgBase& self) {
   } catch (...) {
     msg = nullptr;
   }
-  if (!msg) self.errtext = "Out of memory";
+  if (!msg) {
+    self.errtext = "Out of memory";
+    return nullptr;
+  }
+  Writer writer(self, *msg);
+  if (!fields(writer, self)) {
+    // Nobody will ever see the half-built message: free it here.
+    delete msg;
+    return nullptr;
+  }
   return msg;
-}
-
-void DiscardMsg(CMsg* msg) { delete msg; }
-
-namespace {
-
-int SetFailed(CMsgBase& self, const CMsg& msg, int tag, int rc) {
-  FailText(self.errtext, "%s:SET_VAL_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum, tag);
-  return rc;
-}
-
-template <class V>
-int WriteValue(CMsgBase& self, CMsg& msg, int tag, const V& v) {
-  int rc = msg.SetValue(tag, v);
-  return rc < 0 ? SetFailed(self, msg, tag, rc) : 0;
-}
-
-// Each element of an array is one value under the array's tag.
-template <class A>
-int WriteElements(CMsgBase& self, CMsg& msg, int tag, const A& v) {
-  for (int i = 0; i < v.size; ++i) {
-    int rc = msg.SetValue(tag, v.GetAt(i));
-    if (rc < 0) return SetFailed(self, msg, tag, rc);
-  }
-  return 0;
-}
-
-// Hands a sub-message to its parent, which owns it from then on. A null
-// sub-message is the failure of its own ToMsg, of a single field or of an
-// element of an array.
-int Attach(CMsgBase& self, CMsg& msg, int tag, CMsg* sub, bool element) {
-  if (!sub) {
-    if (element) {
-      FailText(self.errtext, "%s:SET_SUB_ARR(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum,
-               tag);
-    } else {
-      FailText(self.errtext, "%s:SET_SUB_ONE(M%04d.T%d) fail", self.msgname.ToStr(), msg.msgnum,
-               tag);
-    }
-    return MSG_E_NOMEM;
-  }
-  int rc = msg.SetValue(tag, sub);
-  return rc < 0 ? SetFailed(self, msg, tag, rc) : 0;
-}
-
-}  // namespace
-
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CInt& v) {
-  return WriteValue(self, msg, tag, v);
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDbl& v) {
-  return WriteValue(self, msg, tag, v);
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CBool& v) {
-  return WriteValue(self, msg, tag, v);
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDate& v) {
-  return WriteValue(self, msg, tag, v);
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CString& v) {
-  return WriteValue(self, msg, tag, v.ToStr());
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CIntArray& v) {
-  return WriteElements(self, msg, tag, v);
-}
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDblArray& v) {
-  return WriteElements(self, msg, tag, v);
-}
-
-int SetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub) {
-  return Attach(self, msg, tag, sub.ToMsg(), false);
-}
-
-int SetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr) {
-  for (int i = 0; i < arr.GetSize(); ++i) {
-    int rc = Attach(self, msg, tag, arr.ToMsg(i), true);
-    if (rc < 0) return rc;
-  }
-  return 0;
 }
 
 // ---- Dump ----
 
-void DumpHead(const CMsgBase& self, CStream* out, CString&) {
+namespace {
+
+class Dumper final : public FieldOp {
+ public:
+  explicit Dumper(CStream* out) : out_(out) {}
+
+  bool operator()(int, const char* name, CInt& v) override {
+    if (!v.isSet) return Text(name, "<CInt: unset>");
+    char digits[16];
+    char* end = std::to_chars(digits, digits + sizeof digits, v.value).ptr;
+    return Text(name, digits, static_cast<size_t>(end - digits));
+  }
+
+  bool operator()(int, const char* name, CDbl& v) override {
+    if (!v.isSet) return Text(name, "<CDbl: unset>");
+    // The same text as printf's %.15e, infinities and NaNs included.
+    char digits[64];
+    char* end =
+        std::to_chars(digits, digits + sizeof digits, v.value, std::chars_format::scientific, 15)
+            .ptr;
+    return Text(name, digits, static_cast<size_t>(end - digits));
+  }
+
+  bool operator()(int, const char* name, CBool& v) override {
+    return Text(name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
+  }
+
+  bool operator()(int, const char* name, CDate& v) override {
+    return Text(name, v.isSet ? v.text : "<CDate: unset>");
+  }
+
+  bool operator()(int, const char* name, CString& v) override {
+    if (v.IsEmpty()) return Text(name, "\"\"", 2);
+    return Text(name, v.ToStr(), static_cast<size_t>(v.GetSize()));
+  }
+
+  bool operator()(int, const char* name, CIntArray& v) override { return List(name, v); }
+  bool operator()(int, const char* name, CDblArray& v) override { return List(name, v); }
+
+  bool Message(int, const char* name, CMsgBase& sub, CopyMsgFn) override {
+    FieldLine(out_, name).Put(" :", 2);
+    sub.Dump(out_);
+    return true;
+  }
+
+  bool Array(int, const char* name, CMsgBase_Array& arr, CopyArrayFn) override {
+    FieldLine(out_, name).Put(" :", 2);
+    arr.Dump(out_);
+    return true;
+  }
+
+ private:
+  bool Text(const char* name, const char* text, size_t len) {
+    FieldLine line(out_, name);
+    line.Put(" : [", 4);
+    line.Put(text, len);
+    line.Put("]", 1);
+    return true;
+  }
+  bool Text(const char* name, const char* text) { return Text(name, text, std::strlen(text)); }
+
+  template <class A>
+  bool List(const char* name, const A& v) {
+    CString text = v.Repr(", ", false);
+    return Text(name, text.ToStr(), static_cast<size_t>(text.GetSize()));
+  }
+
+  CStream* out_;
+};
+
+}  // namespace
+
+void Dump(const CMsgBase& self, CStream* out, Fields fields) {
   {
     FieldLine num(out, "<msgnum>");
     num.Put(" : ", 3);
     num.PutInt(self.msgnum);
   }
-  FieldLine name(out, "<msgname>");
-  name.Put(" : ", 3);
-  name.Put(self.msgname.ToStr(), static_cast<size_t>(self.msgname.GetSize()));
-}
-
-void DumpTail(CStream* out, CString&) {
+  {
+    FieldLine name(out, "<msgname>");
+    name.Put(" : ", 3);
+    name.Put(self.msgname.ToStr(), static_cast<size_t>(self.msgname.GetSize()));
+  }
+  // The walk hands out members for writing; the dumper only reads them.
+  Dumper dumper(out);
+  fields(dumper, const_cast<CMsgBase&>(self));
   static const char kTail[] = "\n--------------------------------------";
   out->AppendData(kTail, sizeof kTail - 1);
 }
 
-void DumpVal(CStream* out, CString&, const char* name, const CInt& v) {
-  if (!v.isSet) return DumpText(out, name, "<CInt: unset>");
-  char digits[16];
-  char* end = std::to_chars(digits, digits + sizeof digits, v.value).ptr;
-  DumpText(out, name, digits, static_cast<size_t>(end - digits));
-}
+// ---- Copy ----
 
-void DumpVal(CStream* out, CString&, const char* name, const CDbl& v) {
-  if (!v.isSet) return DumpText(out, name, "<CDbl: unset>");
-  // The same text as printf's %.15e, infinities and NaNs included.
-  char digits[64];
-  char* end =
-      std::to_chars(digits, digits + sizeof digits, v.value, std::chars_format::scientific, 15).ptr;
-  DumpText(out, name, digits, static_cast<size_t>(end - digits));
-}
+namespace {
 
-void DumpVal(CStream* out, CString&, const char* name, const CBool& v) {
-  DumpText(out, name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
-}
+// Walks the destination and takes each member from the same place in the
+// source, which is an object of the same class.
+class Copier final : public FieldOp {
+ public:
+  Copier(CMsgBase& dst, const CMsgBase& src)
+      : dst_(reinterpret_cast<const char*>(&dst)), src_(reinterpret_cast<const char*>(&src)) {}
 
-void DumpVal(CStream* out, CString&, const char* name, const CDate& v) {
-  DumpText(out, name, v.isSet ? v.text : "<CDate: unset>");
-}
+  bool operator()(int, const char*, CInt& v) override { return Take(v); }
+  bool operator()(int, const char*, CDbl& v) override { return Take(v); }
+  bool operator()(int, const char*, CBool& v) override { return Take(v); }
+  bool operator()(int, const char*, CString& v) override { return Take(v); }
+  bool operator()(int, const char*, CIntArray& v) override { return Take(v); }
+  bool operator()(int, const char*, CDblArray& v) override { return Take(v); }
+  bool operator()(int, const char*, CDate& v) override {
+    const CDate& from = Source(v);
+    v.Set(from.text);
+    v.isSet = from.isSet;
+    return true;
+  }
 
-void DumpVal(CStream* out, CString&, const char* name, const CString& v) {
-  if (v.IsEmpty()) return DumpText(out, name, "\"\"", 2);
-  DumpText(out, name, v.ToStr(), static_cast<size_t>(v.GetSize()));
-}
+  bool Message(int, const char*, CMsgBase& sub, CopyMsgFn copy) override {
+    copy(sub, Source(sub));
+    return true;
+  }
 
-void DumpVal(CStream* out, CString&, const char* name, const CIntArray& v) {
-  CString text = v.Repr(", ", false);
-  DumpText(out, name, text.ToStr(), static_cast<size_t>(text.GetSize()));
-}
+  bool Array(int, const char*, CMsgBase_Array& arr, CopyArrayFn copy) override {
+    copy(arr, Source(arr));
+    return true;
+  }
 
-void DumpVal(CStream* out, CString&, const char* name, const CDblArray& v) {
-  CString text = v.Repr(", ", false);
-  DumpText(out, name, text.ToStr(), static_cast<size_t>(text.GetSize()));
-}
+ private:
+  template <class V>
+  const V& Source(const V& member) const {
+    return *reinterpret_cast<const V*>(src_ + (reinterpret_cast<const char*>(&member) - dst_));
+  }
+  template <class V>
+  bool Take(V& member) {
+    member = Source(member);
+    return true;
+  }
 
-void DumpVal(CStream* out, CString&, const char* name, const CMsgBase& sub) {
-  FieldLine(out, name).Put(" :", 2);
-  sub.Dump(out);
-}
+  const char* dst_;
+  const char* src_;
+};
 
-void DumpVal(CStream* out, CString&, const char* name, const CMsgBase_Array& arr) {
-  FieldLine(out, name).Put(" :", 2);
-  arr.Dump(out);
+}  // namespace
+
+void Copy(CMsgBase& self, const CMsgBase& src, Fields fields) {
+  if (&self == &src) return;
+  Copier copier(self, src);
+  fields(copier, self);
 }
 
 // ---- arrays ----
@@ -347,6 +437,38 @@ void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) 
     if (const CMsgBase* element = self.GetAt(i)) element->Dump(out);
   }
 }
+
+void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, CopyMsgFn copy) {
+  if (&self == &src) return;
+  int n = src.GetSize();
+  if (self.SetSize(n) < 0) return;
+  for (int i = 0; i < n; ++i) copy(*self.GetAt(i), *src.GetAt(i));
+}
+
+void DeleteElements(CMsgBase_Array& self) {
+  for (int i = 0; i < self.GetSize(); ++i) delete self.GetAt(i);
+}
+
+void* NewSlots(int n) noexcept {
+  void* slots;
+  try {
+    slots = ::operator new(static_cast<size_t>(n) * sizeof(void*));
+  } catch (...) {
+    return nullptr;
+  }
+  std::memset(slots, 0, static_cast<size_t>(n) * sizeof(void*));
+  return slots;
+}
+
+void* MoveSlots(void* old, int size, int n) noexcept {
+  void* slots = NewSlots(n);
+  if (!slots) return nullptr;
+  if (size > 0) std::memcpy(slots, old, static_cast<size_t>(size) * sizeof(void*));
+  DeleteSlots(old);
+  return slots;
+}
+
+void DeleteSlots(void* slots) noexcept { ::operator delete(slots); }
 
 void ThrowOutOfIndex(const char* className, int index, int size) {
   throw CException(CFormat("%s::[] out of index (0 <= %d < %d)", className, index, size).ToStr(),

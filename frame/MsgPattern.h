@@ -1,224 +1,101 @@
 // The two patterns that every message class and every array class follows,
 // written once. Generated units include this header and nothing else of the
-// frame: a class lists its fields once, as
+// frame. A class lists its fields once, in one function that hands each
+// member to an operation:
 //
-//   struct Fields {
-//     template <class V> bool operator()(V& v) const {
-//       return v(6, "iSysCode", &M_SysReject::iSysCode) &&
-//              v(7, "sSysReasonText", &M_SysReject::sSysReasonText) && ...;
-//     }
-//   };
+//   bool Fields(pd::FieldOp& op, CMsgBase& self) {
+//     auto& m = static_cast<M_SysReject&>(self);
+//     return op(6, "iSysCode", m.iSysCode) &&
+//            op(7, "sSysReasonText", m.sSysReasonText) && ...;
+//   }
 //
-// and each operation hands that list to a visitor below, which turns every
-// entry into one call of a helper for the field's kind. The first helper that
-// fails ends the walk. The helpers that do not depend on the class live in
-// MsgBase.cpp.
+// and Load, ToMsg, Dump and Copy each run that one function with an operation
+// of their own (MsgBase.cpp), which turns every field into one call of a
+// helper for the field's kind. The first field that fails ends the walk.
 #pragma once
 
-#include <new>
-#include <optional>
 #include <type_traits>
 
 #include "MsgBase.h"
-#include "callkyt/CMsg.h"
 
 namespace pricemsg::detail {
 
-// ---- helpers by field kind (MsgBase.cpp) ----
-// Each gives 0, or the failure code with the failure text in self.errtext.
-
-int WrongNumber(CMsgBase& self, const CMsg& msg);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CInt& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDbl& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CBool& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDate& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CString& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CIntArray& v);
-int GetVal(CMsgBase& self, CMsg& msg, int tag, CDblArray& v);
-int GetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub, CMsg*& scratch);
-int GetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr, CMsgArray& scratch);
-
-CMsg* NewMsg(CMsgBase& self);
-void DiscardMsg(CMsg* msg);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CInt& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDbl& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CBool& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDate& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CString& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CIntArray& v);
-int SetVal(CMsgBase& self, CMsg& msg, int tag, const CDblArray& v);
-int SetSub(CMsgBase& self, CMsg& msg, int tag, CMsgBase& sub);
-int SetArr(CMsgBase& self, CMsg& msg, int tag, CMsgBase_Array& arr);
-
-// Dump writes each line into `line` and emits it to the stream.
-void DumpHead(const CMsgBase& self, CStream* out, CString& line);
-void DumpTail(CStream* out, CString& line);
-void DumpVal(CStream* out, CString& line, const char* name, const CInt& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CDbl& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CBool& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CDate& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CString& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CIntArray& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CDblArray& v);
-void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase& sub);
-void DumpVal(CStream* out, CString& line, const char* name, const CMsgBase_Array& arr);
-
-inline void CopyVal(CInt& dst, const CInt& src) { dst = src; }
-inline void CopyVal(CDbl& dst, const CDbl& src) { dst = src; }
-inline void CopyVal(CBool& dst, const CBool& src) { dst = src; }
-inline void CopyVal(CString& dst, const CString& src) { dst = src; }
-inline void CopyVal(CIntArray& dst, const CIntArray& src) { dst = src; }
-inline void CopyVal(CDblArray& dst, const CDblArray& src) { dst = src; }
-inline void CopyVal(CDate& dst, const CDate& src) {
-  dst.Set(src.text);
-  dst.isSet = src.isSet;
-}
-// Messages and arrays copy with the Copy of their own class.
-template <class M>
-std::enable_if_t<std::is_base_of_v<CMsgBase, M> || std::is_base_of_v<CMsgBase_Array, M>> CopyVal(
-    M& dst, const M& src) {
-  dst.Copy(src);
-}
-
-// ---- the message pattern ----
+// Copies a sub-message or an array member with the Copy of its own class.
+using CopyMsgFn = void (*)(CMsgBase& dst, const CMsgBase& src);
+using CopyArrayFn = void (*)(CMsgBase_Array& dst, const CMsgBase_Array& src);
 
 template <class M>
-constexpr bool kIsMessage = std::is_base_of_v<CMsgBase, M>;
-template <class M>
-constexpr bool kIsArray = std::is_base_of_v<CMsgBase_Array, M>;
-
-template <class T>
-class Reader {
- public:
-  Reader(T& self, CMsg& msg) : self_(self), msg_(msg) {}
-  int result() const { return rc_; }
-
-  template <class C, class M>
-  bool operator()(int tag, const char*, M C::*field) {
-    M& v = self_.*field;
-    if constexpr (kIsMessage<M>) {
-      rc_ = GetSub(self_, msg_, tag, v, scratchMsg_);
-    } else if constexpr (kIsArray<M>) {
-      // One scratch array serves all the array fields of the class in turn.
-      if (!scratchArr_) scratchArr_.emplace(true);
-      rc_ = GetArr(self_, msg_, tag, v, *scratchArr_);
-    } else {
-      rc_ = GetVal(self_, msg_, tag, v);
-    }
-    return rc_ == 0;
-  }
-
- private:
-  T& self_;
-  CMsg& msg_;
-  int rc_ = 0;
-  CMsg* scratchMsg_ = nullptr;
-  std::optional<CMsgArray> scratchArr_;
-};
-
-template <class T>
-class Writer {
- public:
-  Writer(T& self, CMsg& msg) : self_(self), msg_(msg) {}
-
-  template <class C, class M>
-  bool operator()(int tag, const char*, M C::*field) {
-    M& v = self_.*field;
-    if constexpr (kIsMessage<M>) {
-      return SetSub(self_, msg_, tag, v) == 0;
-    } else if constexpr (kIsArray<M>) {
-      return SetArr(self_, msg_, tag, v) == 0;
-    } else {
-      return SetVal(self_, msg_, tag, v) == 0;
-    }
-  }
-
- private:
-  T& self_;
-  CMsg& msg_;
-};
-
-template <class T>
-class Dumper {
- public:
-  Dumper(CStream* out, CString& line, const T& self) : out_(out), line_(line), self_(self) {}
-
-  template <class C, class M>
-  bool operator()(int, const char* name, M C::*field) {
-    DumpVal(out_, line_, name, self_.*field);
-    return true;
-  }
-
- private:
-  CStream* out_;
-  CString& line_;
-  const T& self_;
-};
-
-template <class T>
-class Copier {
- public:
-  Copier(T& dst, const T& src) : dst_(dst), src_(src) {}
-
-  template <class C, class M>
-  bool operator()(int, const char*, M C::*field) {
-    CopyVal(dst_.*field, src_.*field);
-    return true;
-  }
-
- private:
-  T& dst_;
-  const T& src_;
-};
-
-template <class T, class Fields>
-int Load(T& self, CMsg* msg, Fields fields) {
-  if (msg->msgnum != self.msgnum) return WrongNumber(self, *msg);
-  Reader<T> reader(self, *msg);
-  fields(reader);
-  return reader.result();
+void CopyMsgAs(CMsgBase& dst, const CMsgBase& src) {
+  static_cast<M&>(dst).Copy(static_cast<const M&>(src));
+}
+template <class A>
+void CopyArrayAs(CMsgBase_Array& dst, const CMsgBase_Array& src) {
+  static_cast<A&>(dst).Copy(static_cast<const A&>(src));
 }
 
-template <class T, class Fields>
-CMsg* ToMsg(T& self, Fields fields) {
-  CMsg* msg = NewMsg(self);
-  if (!msg) return nullptr;
-  Writer<T> writer(self, *msg);
-  if (!fields(writer)) {
-    // Nobody will ever see the half-built message: free it here.
-    DiscardMsg(msg);
-    return nullptr;
+// One operation over the fields of an object, called for each field in tag
+// order with the field's tag, name and member. A false result ends the walk.
+class FieldOp {
+ public:
+  virtual bool operator()(int tag, const char* name, CInt& v) = 0;
+  virtual bool operator()(int tag, const char* name, CDbl& v) = 0;
+  virtual bool operator()(int tag, const char* name, CBool& v) = 0;
+  virtual bool operator()(int tag, const char* name, CDate& v) = 0;
+  virtual bool operator()(int tag, const char* name, CString& v) = 0;
+  virtual bool operator()(int tag, const char* name, CIntArray& v) = 0;
+  virtual bool operator()(int tag, const char* name, CDblArray& v) = 0;
+  virtual bool Message(int tag, const char* name, CMsgBase& v, CopyMsgFn copy) = 0;
+  virtual bool Array(int tag, const char* name, CMsgBase_Array& v, CopyArrayFn copy) = 0;
+
+  // Sub-messages and arrays come with the Copy of their class.
+  template <class M, std::enable_if_t<std::is_base_of_v<CMsgBase, M>, int> = 0>
+  bool operator()(int tag, const char* name, M& v) {
+    return Message(tag, name, v, &CopyMsgAs<M>);
   }
-  return msg;
-}
+  template <class A, std::enable_if_t<std::is_base_of_v<CMsgBase_Array, A>, int> = 0>
+  bool operator()(int tag, const char* name, A& v) {
+    return Array(tag, name, v, &CopyArrayAs<A>);
+  }
 
-template <class T, class Fields>
-void Dump(const T& self, CStream* out, Fields fields) {
-  CString line;
-  DumpHead(self, out, line);
-  Dumper<T> dumper(out, line, self);
-  fields(dumper);
-  DumpTail(out, line);
-}
+ protected:
+  ~FieldOp() = default;
+};
 
-template <class T, class Fields>
-void Copy(T& self, const T& src, Fields fields) {
-  if (&self == &src) return;
-  Copier<T> copier(self, src);
-  fields(copier);
-}
+// The field list of a class.
+using Fields = bool (*)(FieldOp& op, CMsgBase& self);
+
+// ---- the message pattern (MsgBase.cpp) ----
+
+int Load(CMsgBase& self, CMsg* msg, Fields fields);
+CMsg* ToMsg(CMsgBase& self, Fields fields);
+void Dump(const CMsgBase& self, CStream* out, Fields fields);
+// `src` is an object of the class of `self`.
+void Copy(CMsgBase& self, const CMsgBase& src, Fields fields);
 
 // ---- the array pattern ----
+//
+// What needs the element class (making an element, the typed slots) stays in
+// the small templates below; the rest goes through the virtual interface of
+// CMsgBase_Array in MsgBase.cpp.
 
 int OutOfMemory(CMsgBase_Array& self);
 int GrowthStep(int size);
 int LoadArray(CMsgBase_Array& self, CMsgArray* arr);
 CMsg* ElementToMsg(CMsgBase_Array& self, int index);
 void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className);
+void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, CopyMsgFn copy);
 [[noreturn]] void ThrowOutOfIndex(const char* className, int index, int size);
+// Deletes the elements that GetAt gives.
+void DeleteElements(CMsgBase_Array& self);
+// A slot array of `n` null slots; null when memory runs out.
+void* NewSlots(int n) noexcept;
+// A slot array of `n` slots with the first `size` taken from `old`, which is
+// freed; null (and `old` kept) when memory runs out.
+void* MoveSlots(void* old, int size, int n) noexcept;
+void DeleteSlots(void* slots) noexcept;
 
 template <class E>
-E* NewElement() {
+E* NewElement() noexcept {
   try {
     return new E;
   } catch (...) {
@@ -226,23 +103,14 @@ E* NewElement() {
   }
 }
 
-template <class E>
-E** NewSlots(int n) {
-  try {
-    return new E*[static_cast<size_t>(n)];
-  } catch (...) {
-    return nullptr;
-  }
-}
+template <class A>
+using ElementOf = std::remove_pointer_t<std::remove_pointer_t<decltype(A::items)>>;
 
 template <class A>
 void RemoveAll(A& a) {
   if (!a.items) return;
-  for (int i = 0; i < a.size; ++i) {
-    delete a.items[i];
-    a.items[i] = nullptr;
-  }
-  delete[] a.items;
+  DeleteElements(a);
+  DeleteSlots(a.items);
   a.items = nullptr;
   a.size = 0;
   a.capacity = 0;
@@ -250,35 +118,27 @@ void RemoveAll(A& a) {
 
 template <class A>
 int Grow(A& a) {
-  using E = std::remove_pointer_t<std::remove_pointer_t<decltype(a.items)>>;
   if (a.capacity <= a.size) {
     int step = GrowthStep(a.size);
-    E** slots = NewSlots<E>(a.capacity + step);
+    void* slots = MoveSlots(a.items, a.size, a.capacity + step);
     if (!slots) return OutOfMemory(a);
-    for (int i = 0; i < a.size; ++i) slots[i] = a.items[i];
-    delete[] a.items;
-    a.items = slots;
+    a.items = static_cast<ElementOf<A>**>(slots);
     a.capacity += step;
   }
-  E* element = NewElement<E>();
-  a.items[a.size] = element;
-  if (!element) return OutOfMemory(a);
+  if (!(a.items[a.size] = NewElement<ElementOf<A>>())) return OutOfMemory(a);
   return ++a.size;
 }
 
 template <class A>
 int SetSize(A& a, int size) {
-  using E = std::remove_pointer_t<std::remove_pointer_t<decltype(a.items)>>;
   a.RemoveAll();
   a.capacity = size;
   a.size = size;
   if (size <= 0) return a.size;
-  a.items = NewSlots<E>(size);
+  a.items = static_cast<ElementOf<A>**>(NewSlots(size));
   if (!a.items) return OutOfMemory(a);
-  for (int i = 0; i < size; ++i) a.items[i] = nullptr;
   for (int i = 0; i < size; ++i) {
-    a.items[i] = NewElement<E>();
-    if (!a.items[i]) return OutOfMemory(a);
+    if (!(a.items[i] = NewElement<ElementOf<A>>())) return OutOfMemory(a);
   }
   return a.size;
 }
@@ -295,14 +155,6 @@ auto& At(const A& a, int index, const char* className) {
   auto* element = GetAt(a, index);
   if (!element) ThrowOutOfIndex(className, index, a.size);
   return *element;
-}
-
-template <class A>
-void CopyArray(A& a, const A& src) {
-  if (&a == &src) return;
-  int n = src.GetSize();
-  if (a.SetSize(n) < 0) return;
-  for (int i = 0; i < n; ++i) a.items[i]->Copy(*src.GetAt(i));
 }
 
 }  // namespace pricemsg::detail

@@ -3,7 +3,8 @@
 A class gets its number, name and members, and its four operations as one
 call each into the frame (frame/MsgPattern.h) with the class's field list;
 its array class gets one call per operation likewise. The field list is the
-only per-class logic: `v(tag, "name", &Class::member)` for each field.
+only per-class logic: one function that hands each member to an operation,
+`op(tag, "name", m.member)`, in tag order.
 """
 
 from __future__ import annotations
@@ -63,13 +64,7 @@ namespace pd = pricemsg::detail;
 namespace {
 
 // The fields of $name in tag order.
-struct Fields {
-  template <class V>
-  bool operator()(V&$param) const {
-$visits    return true;
-  }
-};
-
+$fields
 }  // namespace
 
 $name::$name() {
@@ -82,13 +77,13 @@ $definitions""")
 # each. $name and $array are filled in before use.
 OPERATIONS = [
     ("$name::~$name()", "= default;"),
-    ("int $name::Load(CMsg* msg)", "return pd::Load(*this, msg, Fields());"),
-    ("CMsg* $name::ToMsg()", "return pd::ToMsg(*this, Fields());"),
-    ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, Fields());"),
-    ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, Fields());"),
+    ("int $name::Load(CMsg* msg)", "return pd::Load(*this, msg, Fields);"),
+    ("CMsg* $name::ToMsg()", "return pd::ToMsg(*this, Fields);"),
+    ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, Fields);"),
+    ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, Fields);"),
     None,
     ("$array::$array()", ": capacity(0), size(0), items(nullptr) {}"),
-    ("$array::~$array()", "pd::RemoveAll(*this);"),
+    ("$array::~$array()", "RemoveAll();"),
     ("void $array::RemoveAll()", "pd::RemoveAll(*this);"),
     ("int $array::Load(CMsgArray* arr)", "return pd::LoadArray(*this, arr);"),
     ("CMsg* $array::ToMsg(int index)", "return pd::ElementToMsg(*this, index);"),
@@ -98,7 +93,7 @@ OPERATIONS = [
     ("$name* $array::GetAt(int index) const", "return pd::GetAt(*this, index);"),
     ("$name& $array::operator[](int index) const", 'return pd::At(*this, index, "$array");'),
     ("void $array::Dump(CStream* out) const", 'pd::DumpArray(*this, out, "$array");'),
-    ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src);"),
+    ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src, pd::CopyMsgAs<$name>);"),
 ]
 
 COLUMNS = 100
@@ -136,12 +131,13 @@ def _members(schema: Schema, msg: Message) -> str:
     return "".join(line + "\n" for line in lines)
 
 
-def _visits(msg: Message) -> str:
+def _fields(msg: Message) -> str:
     if not msg.fields:
-        return ""
-    calls = [f'    if (!v({f.tag}, "{f.name}", &C::{f.name})) return false;\n'
-             for f in msg.fields]
-    return f"    using C = {msg.name};\n" + "".join(calls)
+        return "bool Fields(pd::FieldOp&, CMsgBase&) { return true; }\n"
+    calls = [f'op({f.tag}, "{f.name}", m.{f.name})' for f in msg.fields]
+    return ("bool Fields(pd::FieldOp& op, CMsgBase& self) {\n"
+            f"  auto& m = static_cast<{msg.name}&>(self);\n"
+            "  return " + " &&\n         ".join(calls) + ";\n}\n")
 
 
 def _definition(signature: str, body: str) -> str:
@@ -183,4 +179,4 @@ def header(schema: Schema, msg: Message) -> str:
 def source(msg: Message) -> str:
     return SOURCE.substitute(
         family=msg.family, number=msg.number, name=msg.name,
-        param=" v" if msg.fields else "", visits=_visits(msg), definitions=_definitions(msg))
+        fields=_fields(msg), definitions=_definitions(msg))
