@@ -105,8 +105,8 @@ inline CMsg* SubOf(const Rec& r) {
   return m;
 }
 
-// Per-thread free list of message blocks. Under the sanitizers every message
-// gets its own allocation, so that a use after free is caught.
+// Under the sanitizers every block gets an allocation of its own, so that a
+// use after free is caught.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KYT_POOL 0
 #elif defined(__has_feature)
@@ -120,95 +120,138 @@ inline CMsg* SubOf(const Rec& r) {
 #endif
 
 #if KYT_POOL
-// The environment variable KYT_MSG_POOL=0 turns the free list off, so that
-// memory checkers see every message as an allocation of its own.
-bool PoolOn() {
-  static const bool on = [] {
-    const char* v = std::getenv("KYT_MSG_POOL");
-    return !(v && std::strcmp(v, "0") == 0);
-  }();
-  return on;
+// The environment variable KYT_MSG_POOL=0 turns the free lists off, so that
+// memory checkers see every block as an allocation of its own.
+bool ReadPoolSetting() {
+  const char* v = std::getenv("KYT_MSG_POOL");
+  return !(v && std::strcmp(v, "0") == 0);
+}
+const bool g_poolOn = ReadPoolSetting();
+#else
+constexpr bool g_poolOn = false;
+#endif
+
+// Per-thread free lists of the blocks that message trees are made of: the
+// message objects themselves and the first sizes of the record buffers,
+// which grow by half again from 64 bytes. A tree is made and freed many times
+// a second, always from the same few sizes.
+constexpr uint32_t kBlockSizes[] = {64, 96, 144, 216, 328, 496};
+constexpr int kClasses = sizeof kBlockSizes / sizeof kBlockSizes[0];
+constexpr uint32_t kMaxPooledBytes = 1u << 20;  // per size, per thread
+static_assert(kBlockSizes[0] == sizeof(CMsg), "message objects share the first list");
+
+inline int ClassOf(size_t size) {
+  for (int c = 0; c < kClasses; ++c) {
+    if (size == kBlockSizes[c]) return c;
+  }
+  return -1;
 }
 
-struct FreeList {
-  void* head = nullptr;
-  int count = 0;
-  ~FreeList() {
-    while (head) {
-      void* next = *static_cast<void**>(head);
-      ::operator delete(head);
-      head = next;
+// Plain data, so that reaching it needs no guard; the lists are emptied at
+// thread exit by a Reaper that the first freed block sets up.
+struct FreeLists {
+  void* head[kClasses];
+  uint32_t bytes[kClasses];
+  bool reaperSet;
+};
+// The library is loaded with the program, so its thread-local storage can sit
+// in the static block, reached without a call.
+__attribute__((tls_model("initial-exec"))) thread_local FreeLists t_free;
+
+struct Reaper {
+  ~Reaper() {
+    for (int c = 0; c < kClasses; ++c) {
+      while (void* p = t_free.head[c]) {
+        t_free.head[c] = *static_cast<void**>(p);
+        ::operator delete(p);
+      }
+      t_free.bytes[c] = 0;
     }
   }
 };
-constexpr int kMaxFree = 1 << 14;
-thread_local FreeList t_free;
-#endif
+
+void* TakeBlock(size_t size) {
+  int c = g_poolOn ? ClassOf(size) : -1;
+  if (c >= 0 && t_free.head[c]) {
+    void* p = t_free.head[c];
+    t_free.head[c] = *static_cast<void**>(p);
+    t_free.bytes[c] -= kBlockSizes[c];
+    return p;
+  }
+  return ::operator new(size, std::nothrow);
+}
+
+void GiveBlock(void* p, size_t size) noexcept {
+  int c = g_poolOn ? ClassOf(size) : -1;
+  if (c >= 0 && t_free.bytes[c] < kMaxPooledBytes) {
+    if (!t_free.reaperSet) {
+      static thread_local Reaper reaper;
+      (void)reaper;
+      t_free.reaperSet = true;
+    }
+    *static_cast<void**>(p) = t_free.head[c];
+    t_free.head[c] = p;
+    t_free.bytes[c] += kBlockSizes[c];
+    return;
+  }
+  ::operator delete(p);
+}
 
 }  // namespace
 
 void* CMsg::operator new(size_t size) {
-#if KYT_POOL
-  if (size == sizeof(CMsg) && t_free.head && PoolOn()) {
-    void* p = t_free.head;
-    t_free.head = *static_cast<void**>(p);
-    --t_free.count;
-    return p;
-  }
-#endif
-  return ::operator new(size);
+  if (void* p = TakeBlock(size)) return p;
+  throw std::bad_alloc();
 }
 
 void CMsg::operator delete(void* p) noexcept {
-  if (!p) return;
-#if KYT_POOL
-  if (t_free.count < kMaxFree && PoolOn()) {
-    *static_cast<void**>(p) = t_free.head;
-    t_free.head = p;
-    ++t_free.count;
-    return;
-  }
-#endif
-  ::operator delete(p);
+  if (p) GiveBlock(p, sizeof(CMsg));
 }
 
 CMsg::CMsg(int num, int /*reserved1*/, int /*reserved2*/, CMsgDic* dic)
     : msgnum(num),
+      count_(0),
       dic_(dic),
-      parent_(nullptr),
       buf_(local_),
       size_(0),
       cap_(sizeof local_),
       cursor_(0),
       lastTag_(0),
-      count_(0),
       sorted_(true),
-      subs_(0) {}
+      attached_(false),
+      hasSubs_(false) {}
 
 CMsg::~CMsg() {
-  if (subs_ > 0) {
+  if (hasSubs_) {
     for (uint32_t pos = 0; pos < size_;) {
       Rec r = Decode(buf_, pos);
       if (KindOf(r.head) == KYT_MSG) delete SubOf(r);
       pos = r.next;
     }
   }
-  if (buf_ != local_) ::operator delete(buf_);
+  if (buf_ != local_) GiveBlock(buf_, cap_);
+}
+
+// Records that outgrow the object move to the heap, which then grows by half
+// again: most messages stop in their first block.
+bool CMsg::Grow(uint32_t need) {
+  if (need > 0x7fffffffu - size_) return false;
+  uint64_t cap = buf_ == local_ ? 64 : cap_ + cap_ / 2;
+  if (cap < size_ + need) cap = size_ + need;
+  cap = (cap + 7) & ~uint64_t{7};
+  if (cap > 0x7fffffffu) cap = size_ + need;
+  uint8_t* p = static_cast<uint8_t*>(TakeBlock(static_cast<size_t>(cap)));
+  if (!p) return false;
+  std::memcpy(p, buf_, size_);
+  if (buf_ != local_) GiveBlock(buf_, cap_);
+  buf_ = p;
+  cap_ = static_cast<uint32_t>(cap);
+  return true;
 }
 
 uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
   uint32_t need = static_cast<uint32_t>(VarintLen(static_cast<uint32_t>(tag))) + 1 + payload;
-  if (cap_ - size_ < need) {
-    if (need > 0x7fffffffu - size_) return nullptr;
-    uint32_t cap = cap_ * 2;
-    if (cap - size_ < need) cap = size_ + need;
-    uint8_t* p = static_cast<uint8_t*>(::operator new(cap, std::nothrow));
-    if (!p) return nullptr;
-    std::memcpy(p, buf_, size_);
-    if (buf_ != local_) ::operator delete(buf_);
-    buf_ = p;
-    cap_ = cap;
-  }
+  if (cap_ - size_ < need && !Grow(need)) return nullptr;
   uint8_t* p = WriteVarint(buf_ + size_, static_cast<uint32_t>(tag));
   *p++ = static_cast<uint8_t>(kind | (set ? kSetBit : 0));
   size_ += need;
@@ -227,8 +270,14 @@ int CMsg::Check(int tag, int kind) const {
 
 uint32_t CMsg::Find(int tag) {
   if (sorted_) {
-    uint32_t pos = 0;
-    if (cursor_ < size_ && Decode(buf_, cursor_).tag <= tag) pos = cursor_;
+    // Readers go up the tags: start at the last hit unless it lies beyond.
+    uint32_t pos = cursor_;
+    if (pos >= size_) {
+      pos = 0;
+    } else {
+      uint32_t at = pos;
+      if (static_cast<int>(ReadVarint(buf_, at)) > tag) pos = 0;
+    }
     while (pos < size_) {
       Rec r = Decode(buf_, pos);
       if (r.tag >= tag) {
@@ -315,10 +364,10 @@ int CMsg::SetValue(int tag, const char* text) {
 }
 
 int CMsg::SetValue(int tag, CMsg* sub) {
-  if (!sub || sub->parent_ || sub == this) return KYT_E_ARG;
-  for (const CMsg* up = parent_; up; up = up->parent_) {
-    if (up == sub) return KYT_E_ARG;
-  }
+  if (!sub || sub->attached_ || sub == this) return KYT_E_ARG;
+  // `sub` is the root of its tree. It holds this message only if this one is
+  // attached somewhere, which a message being built never is.
+  if (attached_ && sub->Contains(this)) return KYT_E_ARG;
   int rc = KYT_OK;
   if (!kyt_detail::FaultFires(kyt_detail::kFaultSet, tag, &rc)) rc = Check(tag, KYT_MSG);
   if (rc != KYT_OK) {
@@ -331,9 +380,19 @@ int CMsg::SetValue(int tag, CMsg* sub) {
     return KYT_E_NOMEM;
   }
   std::memcpy(p, &sub, sizeof sub);
-  sub->parent_ = this;
-  ++subs_;
+  sub->attached_ = true;
+  hasSubs_ = true;
   return KYT_OK;
+}
+
+bool CMsg::Contains(const CMsg* msg) const {
+  if (!hasSubs_) return false;
+  for (uint32_t pos = 0; pos < size_;) {
+    Rec r = Decode(buf_, pos);
+    if (KindOf(r.head) == KYT_MSG && (SubOf(r) == msg || SubOf(r)->Contains(msg))) return true;
+    pos = r.next;
+  }
+  return false;
 }
 
 // ---- reading ----
@@ -506,7 +565,7 @@ int CMsg::GetValue(int tag, CMsgArray* out) {
 
 int CMsg::GetTreeSize() const {
   int n = 1;
-  if (subs_ == 0) return n;
+  if (!hasSubs_) return n;
   for (uint32_t pos = 0; pos < size_;) {
     Rec r = Decode(buf_, pos);
     if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeSize();
@@ -517,7 +576,7 @@ int CMsg::GetTreeSize() const {
 
 long CMsg::GetTreeMemory() const {
   long n = static_cast<long>(sizeof(CMsg)) + (buf_ != local_ ? static_cast<long>(cap_) : 0);
-  if (subs_ == 0) return n;
+  if (!hasSubs_) return n;
   for (uint32_t pos = 0; pos < size_;) {
     Rec r = Decode(buf_, pos);
     if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeMemory();

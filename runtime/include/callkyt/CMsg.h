@@ -66,9 +66,10 @@ class CMsg final {
   CMsg(const CMsg&) = delete;
   CMsg& operator=(const CMsg&) = delete;
 
-  // Messages come from a per-thread free list: a message tree is made and
-  // freed many times a second, always in blocks of one size. KYT_MSG_POOL=0
-  // in the environment turns the list off (for memory checkers).
+  // Messages, and the first sizes of their record buffers, come from
+  // per-thread free lists: a message tree is made and freed many times a
+  // second, always from the same few block sizes. KYT_MSG_POOL=0 in the
+  // environment turns the lists off (for memory checkers).
   static void* operator new(size_t size);
   static void operator delete(void* p) noexcept;
 
@@ -136,20 +137,23 @@ class CMsg final {
   friend class CMsgArray;
 
   uint8_t* Append(int tag, int kind, bool set, uint32_t payload);
+  bool Grow(uint32_t need);
   int Check(int tag, int kind) const;
   uint32_t Find(int tag);
+  bool Contains(const CMsg* msg) const;
 
+  // 64 bytes in all: a message of a few fields keeps its records inside.
+  int32_t count_;
   CMsgDic* dic_;
-  CMsg* parent_;
   uint8_t* buf_;
   uint32_t size_;
   uint32_t cap_;
   uint32_t cursor_;
   int32_t lastTag_;
-  int32_t count_;
   bool sorted_;
-  uint32_t subs_;
-  uint8_t local_[64];
+  bool attached_;  // a sub-message of another message
+  bool hasSubs_;
+  uint8_t local_[21];
 };
 
 class CMsgArray {
