@@ -7,35 +7,12 @@
 
 #include "TextFormat.h"
 
-char* CString::HeapPtr() const {
-  char* p;
-  std::memcpy(&p, buf_, sizeof p);
-  return p;
-}
-
-int CString::HeapSize() const {
-  int32_t n;
-  std::memcpy(&n, buf_ + 8, sizeof n);
-  return n;
-}
-
-int CString::HeapCap() const {
-  int32_t n;
-  std::memcpy(&n, buf_ + 12, sizeof n);
-  return n;
-}
-
 void CString::SetHeap(char* p, int size, int cap) {
   std::memcpy(buf_, &p, sizeof p);
   SetHeapSize(size);
   int32_t c = cap;
   std::memcpy(buf_ + 12, &c, sizeof c);
   buf_[kTagByte] = kHeapMark;
-}
-
-void CString::SetHeapSize(int size) {
-  int32_t n = size;
-  std::memcpy(buf_ + 8, &n, sizeof n);
 }
 
 void CString::Release() {
@@ -69,15 +46,9 @@ CString::CString(const char* text) : CString() {
 
 CString::CString(const char* text, int len) : CString() { Assign(text, len); }
 
-CString::CString(const CString& other) : CString() { Assign(other.ToStr(), other.GetSize()); }
-
 CString::CString(CString&& other) noexcept {
   std::memcpy(buf_, other.buf_, sizeof buf_);
   other.SetLocalSize(0);
-}
-
-CString::~CString() {
-  if (!IsLocal()) ::operator delete(HeapPtr());
 }
 
 CString& CString::operator=(const char* text) {
@@ -89,7 +60,7 @@ CString& CString::operator=(const char* text) {
   return *this;
 }
 
-CString& CString::operator=(const CString& other) {
+CString& CString::AssignFrom(const CString& other) {
   if (this != &other) Assign(other.ToStr(), other.GetSize());
   return *this;
 }

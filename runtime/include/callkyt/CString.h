@@ -8,18 +8,35 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstring>
 
 class CString {
  public:
   CString() noexcept { SetLocalSize(0); }
   CString(const char* text);  // NOLINT: a text converts to a CString
   CString(const char* text, int len);
-  CString(const CString& other);
+  CString(const CString& other) {
+    if (other.IsLocal()) {
+      std::memcpy(buf_, other.buf_, sizeof buf_);
+    } else {
+      SetLocalSize(0);
+      Assign(other.HeapPtr(), other.HeapSize());
+    }
+  }
   CString(CString&& other) noexcept;
-  ~CString();
+  ~CString() {
+    if (!IsLocal()) Release();
+  }
 
   CString& operator=(const char* text);
-  CString& operator=(const CString& other);
+  CString& operator=(const CString& other) {
+    // A short text is the whole object: copied at once.
+    if (IsLocal() && other.IsLocal()) {
+      std::memcpy(buf_, other.buf_, sizeof buf_);
+      return *this;
+    }
+    return AssignFrom(other);
+  }
   CString& operator=(CString&& other) noexcept;
 
   // Replaces the content with `len` bytes from `text`.
@@ -60,11 +77,27 @@ class CString {
     buf_[n] = '\0';
     buf_[kTagByte] = static_cast<char>(kLocalCap - n);
   }
-  char* HeapPtr() const;
-  int HeapSize() const;
-  int HeapCap() const;
+  char* HeapPtr() const {
+    char* p;
+    std::memcpy(&p, buf_, sizeof p);
+    return p;
+  }
+  int HeapSize() const {
+    int32_t n;
+    std::memcpy(&n, buf_ + 8, sizeof n);
+    return n;
+  }
+  int HeapCap() const {
+    int32_t n;
+    std::memcpy(&n, buf_ + 12, sizeof n);
+    return n;
+  }
   void SetHeap(char* p, int size, int cap);
-  void SetHeapSize(int size);
+  void SetHeapSize(int size) {
+    int32_t n = size;
+    std::memcpy(buf_ + 8, &n, sizeof n);
+  }
+  CString& AssignFrom(const CString& other);
   char* Data() { return IsLocal() ? buf_ : HeapPtr(); }
   // Makes room for `len` bytes plus terminator, keeping the first `keep` bytes.
   char* Reserve(int len, int keep);
