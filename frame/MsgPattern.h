@@ -14,8 +14,6 @@
 // helper for the field's kind. The first field that fails ends the walk.
 #pragma once
 
-#include <type_traits>
-
 #include "MsgBase.h"
 
 namespace pricemsg::detail {
@@ -47,18 +45,25 @@ class FieldOp {
   virtual bool Message(int tag, const char* name, CMsgBase& v, CopyMsgFn copy) = 0;
   virtual bool Array(int tag, const char* name, CMsgBase_Array& v, CopyArrayFn copy) = 0;
 
-  // Sub-messages and arrays come with the Copy of their class.
-  template <class M, std::enable_if_t<std::is_base_of_v<CMsgBase, M>, int> = 0>
+  // Sub-messages and arrays come with the Copy of their class; the overload
+  // that takes the member's base picks the kind.
+  template <class M>
   bool operator()(int tag, const char* name, M& v) {
-    return Message(tag, name, v, &CopyMsgAs<M>);
-  }
-  template <class A, std::enable_if_t<std::is_base_of_v<CMsgBase_Array, A>, int> = 0>
-  bool operator()(int tag, const char* name, A& v) {
-    return Array(tag, name, v, &CopyArrayAs<A>);
+    return Held(tag, name, v, v);
   }
 
  protected:
   ~FieldOp() = default;
+
+ private:
+  template <class M>
+  bool Held(int tag, const char* name, CMsgBase& v, M&) {
+    return Message(tag, name, v, &CopyMsgAs<M>);
+  }
+  template <class A>
+  bool Held(int tag, const char* name, CMsgBase_Array& v, A&) {
+    return Array(tag, name, v, &CopyArrayAs<A>);
+  }
 };
 
 // The field list of a class.
@@ -103,8 +108,15 @@ E* NewElement() noexcept {
   }
 }
 
+// The element class of an array class: what its slots point to.
+template <class T>
+struct Pointee;
+template <class T>
+struct Pointee<T*> {
+  using Type = T;
+};
 template <class A>
-using ElementOf = std::remove_pointer_t<std::remove_pointer_t<decltype(A::items)>>;
+using ElementOf = typename Pointee<typename Pointee<decltype(A::items)>::Type>::Type;
 
 template <class A>
 void RemoveAll(A& a) {

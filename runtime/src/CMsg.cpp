@@ -270,7 +270,9 @@ int CMsg::Check(int tag, int kind) const {
 
 uint32_t CMsg::Find(int tag) {
   if (sorted_) {
-    // Readers go up the tags: start at the last hit unless it lies beyond.
+    // The last tag added is the greatest.
+    if (count_ == 0 || tag > lastTag_) return kNone;
+    // Readers go up the tags: start behind the last hit unless it lies beyond.
     uint32_t pos = cursor_;
     if (pos >= size_) {
       pos = 0;
@@ -403,6 +405,7 @@ int CMsg::GetValue(int tag, CInt* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_INT) return KYT_E_TYPE;
   *out = CInt();
   if (r.head & kSetBit) {
@@ -418,6 +421,7 @@ int CMsg::GetValue(int tag, CDbl* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_DBL) return KYT_E_TYPE;
   *out = CDbl();
   if (r.head & kSetBit) {
@@ -433,6 +437,7 @@ int CMsg::GetValue(int tag, CBool* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_BOOL) return KYT_E_TYPE;
   *out = CBool();
   if (r.head & kSetBit) *out = CBool((r.head & kTrueBit) != 0);
@@ -445,6 +450,7 @@ int CMsg::GetValue(int tag, CDate* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_DATE) return KYT_E_TYPE;
   *out = CDate();
   if (r.head & kSetBit) {
@@ -461,6 +467,7 @@ int CMsg::GetValue(int tag, CString* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_STR) return KYT_E_TYPE;
   try {
     out->Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
@@ -538,6 +545,7 @@ int CMsg::GetValue(int tag, CMsg** out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
+  cursor_ = r.next;  // the next read asks for a later tag
   if (KindOf(r.head) != KYT_MSG) return KYT_E_TYPE;
   *out = SubOf(r);
   return KYT_OK;
@@ -630,11 +638,15 @@ CMsg* CMsgArray::GetAt(int index) const {
     curPos_ = first_;
   }
   const uint8_t* buf = msg_->buf_;
+  uint32_t pos = curPos_;
+  Rec r = Decode(buf, pos);
   while (curIndex_ < index) {
-    uint32_t pos = Decode(buf, curPos_).next;
-    while (Decode(buf, pos).tag != tag_) pos = Decode(buf, pos).next;
-    curPos_ = pos;
+    do {
+      pos = r.next;
+      r = Decode(buf, pos);
+    } while (r.tag != tag_);
     ++curIndex_;
   }
-  return SubOf(Decode(buf, curPos_));
+  curPos_ = pos;
+  return SubOf(r);
 }
