@@ -470,6 +470,71 @@ TEST(CMsgValues, FindsValuesInAnyOrderOfAdding) {
   EXPECT_EQ(Read<CInt>(*up, 5), "rc -1: -");
   EXPECT_EQ(Read<CInt>(*up, 5000), "rc -1: -");
   EXPECT_EQ(Read<CString>(*up, 7), "\"t\"");
+  // A single read then an array read of one tag, and the same tag twice.
+  EXPECT_EQ(Read<CDbl>(*up, 612), "0.5");
+  EXPECT_EQ(Read<CDblArray>(*up, 612), "{0.5,1.5}");
+  EXPECT_EQ(Read<CInt>(*up, 8), "8");
+  EXPECT_EQ(Read<CInt>(*up, 8), "8");
+  EXPECT_EQ(Read<CBool>(*up, 876), "N");
+  EXPECT_EQ(Read<CBool>(*up, 877), "rc -1: -");
+  EXPECT_EQ(Read<CInt>(*up, 6), "6");
+}
+
+// Every value as the cursor gives it, one line each.
+std::string Walk(const CMsg& msg) {
+  std::string out;
+  CMsg::Cursor cursor(msg);
+  CMsg::Value v;
+  while (cursor.Next(&v)) {
+    out += std::to_string(v.tag) + ":" + std::to_string(v.kind) + "=";
+    if (v.kind == KYT_INT) out += std::to_string(v.i);
+    if (v.kind == KYT_DBL) out += std::to_string(v.d);
+    if (v.kind == KYT_STR || v.kind == KYT_DATE) out.append(v.text, static_cast<size_t>(v.len));
+    if (v.kind == KYT_MSG) out += "{" + Walk(*v.msg) + "}";
+    out += ";";
+  }
+  return out;
+}
+
+TEST(CMsgValues, KeepsEveryValueAsTheRecordsOutgrowEachBlock) {
+  // Records start inside the message and move to ever larger blocks; after
+  // each value the whole content must read back, whatever moved.
+  std::string expected;
+  {
+    MsgPtr m = NewMsg(10);
+    for (int k = 0; k < 120; ++k) {
+      std::string text = Pattern(k % 45);
+      switch (k % 4) {
+        case 0:
+          ASSERT_EQ(m->SetValue(6, CInt(k)), KYT_OK);
+          expected += "6:1=" + std::to_string(k) + ";";
+          break;
+        case 1:
+          ASSERT_EQ(m->SetValue(7, text.c_str()), KYT_OK);
+          expected += "7:5=" + text + ";";
+          break;
+        case 2:
+          ASSERT_EQ(m->SetValue(612, k / 4.0), KYT_OK);
+          expected += "612:2=" + std::to_string(k / 4.0) + ";";
+          break;
+        default: {
+          CMsg* sub = NewSub();
+          ASSERT_EQ(sub->SetValue(800, text.c_str()), KYT_OK);
+          ASSERT_EQ(m->SetValue(695, sub), KYT_OK);
+          expected += "695:6={800:5=" + text + ";};";
+        }
+      }
+      ASSERT_EQ(Walk(*m), expected) << "after value " << k;
+    }
+    EXPECT_EQ(m->GetTreeSize(), 31);
+  }
+  // A message made from the blocks just freed starts empty.
+  MsgPtr again = NewMsg(10);
+  ASSERT_EQ(again->SetValue(6, CInt(1)), KYT_OK);
+  for (int k = 0; k < 30; ++k) ASSERT_EQ(again->SetValue(7, "x"), KYT_OK);
+  EXPECT_EQ(again->GetValueCount(), 31);
+  EXPECT_EQ(Walk(*again).substr(0, 14), "6:1=1;7:5=x;7:");
+  EXPECT_EQ(Walk(*again).size(), 6 + 30 * 6u);
 }
 
 TEST(CMsgValues, SubMessageArraysWalkInAnyOrder) {

@@ -399,13 +399,24 @@ bool CMsg::Contains(const CMsg* msg) const {
 
 // ---- reading ----
 
+// After a single read the next one usually asks for a later tag: the cursor
+// moves behind the record read, unless more values of its tag follow, since
+// the cursor must stay at the first record of a tag.
+inline void CMsg::Passed(int tag, uint32_t next) {
+  if (next < size_) {
+    uint32_t at = next;
+    if (static_cast<int>(ReadVarint(buf_, at)) == tag) return;
+  }
+  cursor_ = next;
+}
+
 int CMsg::GetValue(int tag, CInt* out) {
   KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_INT) return KYT_E_TYPE;
   *out = CInt();
   if (r.head & kSetBit) {
@@ -421,7 +432,7 @@ int CMsg::GetValue(int tag, CDbl* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_DBL) return KYT_E_TYPE;
   *out = CDbl();
   if (r.head & kSetBit) {
@@ -437,7 +448,7 @@ int CMsg::GetValue(int tag, CBool* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_BOOL) return KYT_E_TYPE;
   *out = CBool();
   if (r.head & kSetBit) *out = CBool((r.head & kTrueBit) != 0);
@@ -450,7 +461,7 @@ int CMsg::GetValue(int tag, CDate* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_DATE) return KYT_E_TYPE;
   *out = CDate();
   if (r.head & kSetBit) {
@@ -467,7 +478,7 @@ int CMsg::GetValue(int tag, CString* out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_STR) return KYT_E_TYPE;
   try {
     out->Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
@@ -545,7 +556,7 @@ int CMsg::GetValue(int tag, CMsg** out) {
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
-  cursor_ = r.next;  // the next read asks for a later tag
+  Passed(tag, r.next);
   if (KindOf(r.head) != KYT_MSG) return KYT_E_TYPE;
   *out = SubOf(r);
   return KYT_OK;

@@ -140,6 +140,7 @@ class CMsg final {
   bool Grow(uint32_t need);
   int Check(int tag, int kind) const;
   uint32_t Find(int tag);
+  void Passed(int tag, uint32_t next);
   bool Contains(const CMsg* msg) const;
 
   // 64 bytes in all: a message of a few fields keeps its records inside.
