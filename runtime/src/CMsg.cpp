@@ -153,6 +153,7 @@ struct FreeLists {
   void* head[kClasses];
   uint32_t bytes[kClasses];
   bool reaperSet;
+  bool closed;  // the thread is ending: blocks go straight back to the heap
 };
 // The library is loaded with the program, so its thread-local storage can sit
 // in the static block, reached without a call.
@@ -160,6 +161,7 @@ __attribute__((tls_model("initial-exec"))) thread_local FreeLists t_free;
 
 struct Reaper {
   ~Reaper() {
+    t_free.closed = true;
     for (int c = 0; c < kClasses; ++c) {
       while (void* p = t_free.head[c]) {
         t_free.head[c] = *static_cast<void**>(p);
@@ -183,7 +185,7 @@ void* TakeBlock(size_t size) {
 
 void GiveBlock(void* p, size_t size) noexcept {
   int c = g_poolOn ? ClassOf(size) : -1;
-  if (c >= 0 && t_free.bytes[c] < kMaxPooledBytes) {
+  if (c >= 0 && t_free.bytes[c] < kMaxPooledBytes && !t_free.closed) {
     if (!t_free.reaperSet) {
       static thread_local Reaper reaper;
       (void)reaper;
