@@ -39,8 +39,8 @@ class PRICEMSG_EXPORT $array : public CMsgBase_Array {
   int size;
   $name** items;
 
-  $array();
-  ~$array() override;
+  $array() : capacity(0), size(0), items(nullptr) {}
+  ~$array() override { RemoveAll(); }
   void RemoveAll() override;
   int Load(CMsgArray* arr) override;
   CMsg* ToMsg(int index) override;
@@ -82,8 +82,6 @@ OPERATIONS = [
     ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, Fields);"),
     ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, Fields);"),
     None,
-    ("$array::$array()", ": capacity(0), size(0), items(nullptr) {}"),
-    ("$array::~$array()", "RemoveAll();"),
     ("void $array::RemoveAll()", "pd::RemoveAll(*this);"),
     ("int $array::Load(CMsgArray* arr)", "return pd::LoadArray(*this, arr);"),
     ("CMsg* $array::ToMsg(int index)", "return pd::ElementToMsg(*this, index);"),
@@ -144,9 +142,6 @@ def _definition(signature: str, body: str) -> str:
     """A function on one line where it fits, else with its body indented."""
     if body.startswith("="):
         return f"{signature} {body}\n"
-    if body.startswith(":"):  # a constructor's member initializers
-        line = f"{signature} {body}"
-        return line + "\n" if len(line) <= COLUMNS else f"{signature}\n    {body}\n"
     line = f"{signature} {{ {body} }}"
     if len(line) <= COLUMNS:
         return line + "\n"
