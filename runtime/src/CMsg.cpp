@@ -132,20 +132,21 @@ constexpr bool g_poolOn = false;
 #endif
 
 // Per-thread free lists of the blocks that message trees are made of: the
-// message objects themselves and the first sizes of the record buffers,
-// which grow by half again from 64 bytes. A tree is made and freed many times
-// a second, always from the same few sizes.
-constexpr uint32_t kBlockSizes[] = {64, 96, 144, 216, 328, 496};
-constexpr int kClasses = sizeof kBlockSizes / sizeof kBlockSizes[0];
-constexpr uint32_t kMaxPooledBytes = 1u << 20;  // per size, per thread
-static_assert(kBlockSizes[0] == sizeof(CMsg), "message objects share the first list");
+// message objects themselves and record buffers of up to 512 bytes, one list
+// for each multiple of 16 from 64 up. A tree is made and freed many times a
+// second, always from the same sizes.
+constexpr uint32_t kBlockStep = 16;
+constexpr uint32_t kMinBlock = 64;
+constexpr uint32_t kMaxBlock = 512;
+constexpr int kClasses = (kMaxBlock - kMinBlock) / kBlockStep + 1;
+constexpr uint32_t kMaxPooledBytes = 1u << 17;  // per size, per thread
+static_assert(sizeof(CMsg) == kMinBlock, "message objects share the first list");
 
 inline int ClassOf(size_t size) {
-  for (int c = 0; c < kClasses; ++c) {
-    if (size == kBlockSizes[c]) return c;
-  }
-  return -1;
+  if (size < kMinBlock || size > kMaxBlock || size % kBlockStep != 0) return -1;
+  return static_cast<int>((size - kMinBlock) / kBlockStep);
 }
+inline uint32_t SizeOf(int c) { return kMinBlock + static_cast<uint32_t>(c) * kBlockStep; }
 
 // Plain data, so that reaching it needs no guard; the lists are emptied at
 // thread exit by a Reaper that the first freed block sets up.
@@ -177,7 +178,7 @@ void* TakeBlock(size_t size) {
   if (c >= 0 && t_free.head[c]) {
     void* p = t_free.head[c];
     t_free.head[c] = *static_cast<void**>(p);
-    t_free.bytes[c] -= kBlockSizes[c];
+    t_free.bytes[c] -= SizeOf(c);
     return p;
   }
   return ::operator new(size, std::nothrow);
@@ -193,7 +194,7 @@ void GiveBlock(void* p, size_t size) noexcept {
     }
     *static_cast<void**>(p) = t_free.head[c];
     t_free.head[c] = p;
-    t_free.bytes[c] += kBlockSizes[c];
+    t_free.bytes[c] += SizeOf(c);
     return;
   }
   ::operator delete(p);
@@ -238,9 +239,9 @@ CMsg::~CMsg() {
 // again: most messages stop in their first block.
 bool CMsg::Grow(uint32_t need) {
   if (need > 0x7fffffffu - size_) return false;
-  uint64_t cap = buf_ == local_ ? 64 : cap_ + cap_ / 2;
+  uint64_t cap = buf_ == local_ ? kMinBlock : cap_ + cap_ / 2;
   if (cap < size_ + need) cap = size_ + need;
-  cap = (cap + 7) & ~uint64_t{7};
+  cap = (cap + kBlockStep - 1) & ~uint64_t{kBlockStep - 1};  // a size the lists keep
   if (cap > 0x7fffffffu) cap = size_ + need;
   uint8_t* p = static_cast<uint8_t*>(TakeBlock(static_cast<size_t>(cap)));
   if (!p) return false;

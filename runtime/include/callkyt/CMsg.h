@@ -66,7 +66,7 @@ class CMsg final {
   CMsg(const CMsg&) = delete;
   CMsg& operator=(const CMsg&) = delete;
 
-  // Messages, and the first sizes of their record buffers, come from
+  // Messages, and record buffers of up to 512 bytes, come from
   // per-thread free lists: a message tree is made and freed many times a
   // second, always from the same few block sizes. KYT_MSG_POOL=0 in the
   // environment turns the lists off (for memory checkers).
