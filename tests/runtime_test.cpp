@@ -90,7 +90,7 @@ std::string Read(CMsg& msg, int tag, T init = T()) {
 }  // namespace
 
 TEST(CStringTest, KeepsTextsOnBothSidesOfTheInlineLimit) {
-  for (int len : {0, 1, 30, 31, 32, 33, 200}) {
+  for (int len : {0, 1, 30, 31, 32, 33, 200, 511, 512, 600}) {
     SCOPED_TRACE(len);
     const std::string text = Pattern(len);
     CString s(text.c_str());

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <new>
 
+#include "Blocks.h"
 #include "Faults.h"
 #include "callkyt/MsgDic.h"
 
@@ -105,100 +106,10 @@ inline CMsg* SubOf(const Rec& r) {
   return m;
 }
 
-// Under the sanitizers every block gets an allocation of its own, so that a
-// use after free is caught.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KYT_POOL 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define KYT_POOL 0
-#endif
-#endif
-#ifndef KYT_POOL
-#define KYT_POOL 1
-#endif
-
-#if KYT_POOL
-// The environment variable KYT_MSG_POOL=0 turns the free lists off, so that
-// memory checkers see every block as an allocation of its own.
-bool ReadPoolSetting() {
-  const char* v = std::getenv("KYT_MSG_POOL");
-  return !(v && std::strcmp(v, "0") == 0);
-}
-const bool g_poolOn = ReadPoolSetting();
-#else
-constexpr bool g_poolOn = false;
-#endif
-
-// Per-thread free lists of the blocks that message trees are made of: the
-// message objects themselves and record buffers of up to 512 bytes, one list
-// for each multiple of 16 from 64 up. A tree is made and freed many times a
-// second, always from the same sizes.
-constexpr uint32_t kBlockStep = 16;
-constexpr uint32_t kMinBlock = 64;
-constexpr uint32_t kMaxBlock = 512;
-constexpr int kClasses = (kMaxBlock - kMinBlock) / kBlockStep + 1;
-constexpr uint32_t kMaxPooledBytes = 1u << 17;  // per size, per thread
-static_assert(sizeof(CMsg) == kMinBlock, "message objects share the first list");
-
-inline int ClassOf(size_t size) {
-  if (size < kMinBlock || size > kMaxBlock || size % kBlockStep != 0) return -1;
-  return static_cast<int>((size - kMinBlock) / kBlockStep);
-}
-inline uint32_t SizeOf(int c) { return kMinBlock + static_cast<uint32_t>(c) * kBlockStep; }
-
-// Plain data, so that reaching it needs no guard; the lists are emptied at
-// thread exit by a Reaper that the first freed block sets up.
-struct FreeLists {
-  void* head[kClasses];
-  uint32_t bytes[kClasses];
-  bool reaperSet;
-  bool closed;  // the thread is ending: blocks go straight back to the heap
-};
-// The library is loaded with the program, so its thread-local storage can sit
-// in the static block, reached without a call.
-__attribute__((tls_model("initial-exec"))) thread_local FreeLists t_free;
-
-struct Reaper {
-  ~Reaper() {
-    t_free.closed = true;
-    for (int c = 0; c < kClasses; ++c) {
-      while (void* p = t_free.head[c]) {
-        t_free.head[c] = *static_cast<void**>(p);
-        ::operator delete(p);
-      }
-      t_free.bytes[c] = 0;
-    }
-  }
-};
-
-void* TakeBlock(size_t size) {
-  int c = g_poolOn ? ClassOf(size) : -1;
-  if (c >= 0 && t_free.head[c]) {
-    void* p = t_free.head[c];
-    t_free.head[c] = *static_cast<void**>(p);
-    t_free.bytes[c] -= SizeOf(c);
-    return p;
-  }
-  return ::operator new(size, std::nothrow);
-}
-
-void GiveBlock(void* p, size_t size) noexcept {
-  int c = g_poolOn ? ClassOf(size) : -1;
-  if (c >= 0 && t_free.bytes[c] < kMaxPooledBytes && !t_free.closed) {
-    if (!t_free.reaperSet) {
-      static thread_local Reaper reaper;
-      (void)reaper;
-      t_free.reaperSet = true;
-    }
-    *static_cast<void**>(p) = t_free.head[c];
-    t_free.head[c] = p;
-    t_free.bytes[c] += SizeOf(c);
-    return;
-  }
-  ::operator delete(p);
-}
+using kyt_detail::GiveBlock;
+using kyt_detail::kMinBlock;
+using kyt_detail::TakeBlock;
+static_assert(sizeof(CMsg) == kMinBlock, "message objects come from the smallest blocks");
 
 }  // namespace
 
@@ -241,7 +152,7 @@ bool CMsg::Grow(uint32_t need) {
   if (need > 0x7fffffffu - size_) return false;
   uint64_t cap = buf_ == local_ ? kMinBlock : cap_ + cap_ / 2;
   if (cap < size_ + need) cap = size_ + need;
-  cap = (cap + kBlockStep - 1) & ~uint64_t{kBlockStep - 1};  // a size the lists keep
+  cap = kyt_detail::BlockFor(static_cast<size_t>(cap));
   if (cap > 0x7fffffffu) cap = size_ + need;
   uint8_t* p = static_cast<uint8_t*>(TakeBlock(static_cast<size_t>(cap)));
   if (!p) return false;

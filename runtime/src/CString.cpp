@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "Blocks.h"
 #include "TextFormat.h"
 
 void CString::SetHeap(char* p, int size, int cap) {
@@ -15,8 +16,9 @@ void CString::SetHeap(char* p, int size, int cap) {
   buf_[kTagByte] = kHeapMark;
 }
 
+// A heap text lives in a block of its capacity plus the terminator.
 void CString::Release() {
-  if (!IsLocal()) ::operator delete(HeapPtr());
+  if (!IsLocal()) kyt_detail::GiveBlock(HeapPtr(), static_cast<size_t>(HeapCap()) + 1);
   SetLocalSize(0);
 }
 
@@ -24,10 +26,12 @@ char* CString::Reserve(int len, int keep) {
   if (IsLocal() ? len <= kLocalCap : len <= HeapCap()) return Data();
   int cap = IsLocal() ? 0 : HeapCap();
   cap = cap * 2 > len ? cap * 2 : len;
-  char* p = static_cast<char*>(::operator new(static_cast<size_t>(cap) + 1));
+  size_t bytes = kyt_detail::BlockFor(static_cast<size_t>(cap) + 1);
+  char* p = static_cast<char*>(kyt_detail::TakeBlock(bytes));
+  if (!p) throw std::bad_alloc();
   if (keep > 0) std::memcpy(p, ToStr(), static_cast<size_t>(keep));
-  if (!IsLocal()) ::operator delete(HeapPtr());
-  SetHeap(p, keep, cap);
+  Release();
+  SetHeap(p, keep, static_cast<int>(bytes - 1));
   return p;
 }
 
