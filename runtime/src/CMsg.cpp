@@ -187,16 +187,16 @@ uint32_t CMsg::Find(int tag) {
     // The last tag added is the greatest.
     if (count_ == 0 || tag > lastTag_) return kNone;
     // Readers go up the tags: start behind the last hit unless it lies beyond.
-    uint32_t pos = cursor_;
-    if (pos >= size_) {
-      pos = 0;
-    } else {
-      uint32_t at = pos;
-      if (static_cast<int>(ReadVarint(buf_, at)) > tag) pos = 0;
-    }
+    uint32_t pos = cursor_ < size_ ? cursor_ : 0;
+    bool fromStart = pos == 0;
     while (pos < size_) {
       Rec r = Decode(buf_, pos);
       if (r.tag >= tag) {
+        if (r.tag > tag && !fromStart && pos == cursor_) {
+          pos = 0;  // the tag lies before the cursor
+          fromStart = true;
+          continue;
+        }
         cursor_ = pos;
         return r.tag == tag ? pos : kNone;
       }
