@@ -95,13 +95,30 @@ int WrongNumber(CMsgBase& self, const CMsg& msg) {
   return MSG_E_MSGNUM;
 }
 
+// An operation between an object and its message. A failure writes the
+// text of the pattern, with the class name, message number and tag, into the
+// object's errtext.
+class MessageOp : public FieldOp {
+ protected:
+  MessageOp(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
+  ~MessageOp() = default;
+
+  bool Fail(const char* format, int tag) {
+    FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
+    return false;
+  }
+
+  CMsgBase& self_;
+  CMsg& msg_;
+};
+
 // Reads each field from the message. Below -1 a value read has failed; -1
 // only says that the tag is absent. For sub-messages and arrays any negative
 // read means absent: only the nested Load can fail, and its result goes up
 // unchanged.
-class Reader final : public FieldOp {
+class Reader final : public MessageOp {
  public:
-  Reader(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
+  Reader(CMsgBase& self, CMsg& msg) : MessageOp(self, msg) {}
   int result() const { return rc_; }
 
   bool operator()(int tag, const char*, CInt& v) override { return Read(tag, v); }
@@ -141,13 +158,7 @@ class Reader final : public FieldOp {
     rc_ = 0;
     return true;
   }
-  bool Fail(const char* format, int tag) {
-    FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
-    return false;
-  }
 
-  CMsgBase& self_;
-  CMsg& msg_;
   int rc_ = 0;
   CMsg* scratchMsg_ = nullptr;
   std::optional<CMsgArray> scratchArr_;
@@ -167,9 +178,9 @@ int Load(CMsgBase& self, CMsg* msg, Fields fields) {
 namespace {
 
 // Writes every field into the message, set or not.
-class Writer final : public FieldOp {
+class Writer final : public MessageOp {
  public:
-  Writer(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
+  Writer(CMsgBase& self, CMsg& msg) : MessageOp(self, msg) {}
 
   bool operator()(int tag, const char*, CInt& v) override { return Write(tag, v); }
   bool operator()(int tag, const char*, CDbl& v) override { return Write(tag, v); }
@@ -213,14 +224,6 @@ class Writer final : public FieldOp {
     if (!sub) return Fail(nullFormat, tag);
     return Write(tag, sub);
   }
-
-  bool Fail(const char* format, int tag) {
-    FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
-    return false;
-  }
-
-  CMsgBase& self_;
-  CMsg& msg_;
 };
 
 }  // namespace

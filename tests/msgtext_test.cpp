@@ -67,16 +67,6 @@ MsgPtr HandTree() {
   return root;
 }
 
-int Depth(const CMsg& msg) {
-  int below = 0;
-  CMsg::Cursor cur(msg);
-  CMsg::Value v;
-  while (cur.Next(&v)) {
-    if (v.kind == KYT_MSG) below = std::max(below, Depth(*v.msg));
-  }
-  return below + 1;
-}
-
 // A directory of the running test's own under the temporary directory.
 struct TempDir {
   fs::path path = fs::path(::testing::TempDir()) /

@@ -44,16 +44,6 @@ std::vector<std::string> FieldOrder(const CMsg& msg) {
   return names;
 }
 
-int Depth(const CMsg& msg) {
-  int deepest = 0;
-  CMsg::Cursor cur(msg);
-  CMsg::Value v;
-  while (cur.Next(&v)) {
-    if (v.kind == KYT_MSG) deepest = std::max(deepest, Depth(*v.msg));
-  }
-  return deepest + 1;
-}
-
 template <class T>
 MsgPtr Fresh() {
   T obj;

@@ -106,6 +106,18 @@ inline CMsg* SubOf(const Rec& r) {
   return m;
 }
 
+// Calls f with each sub-message of the records, in order, until f gives true;
+// gives whether one did.
+template <class F>
+bool AnySub(const uint8_t* buf, uint32_t size, F f) {
+  for (uint32_t pos = 0; pos < size;) {
+    Rec r = Decode(buf, pos);
+    if (KindOf(r.head) == KYT_MSG && f(SubOf(r))) return true;
+    pos = r.next;
+  }
+  return false;
+}
+
 using kyt_detail::GiveBlock;
 using kyt_detail::kMinBlock;
 using kyt_detail::TakeBlock;
@@ -137,11 +149,10 @@ CMsg::CMsg(int num, int /*reserved1*/, int /*reserved2*/, CMsgDic* dic)
 
 CMsg::~CMsg() {
   if (hasSubs_) {
-    for (uint32_t pos = 0; pos < size_;) {
-      Rec r = Decode(buf_, pos);
-      if (KindOf(r.head) == KYT_MSG) delete SubOf(r);
-      pos = r.next;
-    }
+    AnySub(buf_, size_, [](CMsg* sub) {
+      delete sub;
+      return false;
+    });
   }
   if (buf_ != local_) GiveBlock(buf_, cap_);
 }
@@ -302,13 +313,8 @@ int CMsg::SetValue(int tag, CMsg* sub) {
 }
 
 bool CMsg::Contains(const CMsg* msg) const {
-  if (!hasSubs_) return false;
-  for (uint32_t pos = 0; pos < size_;) {
-    Rec r = Decode(buf_, pos);
-    if (KindOf(r.head) == KYT_MSG && (SubOf(r) == msg || SubOf(r)->Contains(msg))) return true;
-    pos = r.next;
-  }
-  return false;
+  return hasSubs_ &&
+         AnySub(buf_, size_, [msg](const CMsg* sub) { return sub == msg || sub->Contains(msg); });
 }
 
 // ---- reading ----
@@ -498,22 +504,22 @@ int CMsg::GetValue(int tag, CMsgArray* out) {
 
 int CMsg::GetTreeSize() const {
   int n = 1;
-  if (!hasSubs_) return n;
-  for (uint32_t pos = 0; pos < size_;) {
-    Rec r = Decode(buf_, pos);
-    if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeSize();
-    pos = r.next;
+  if (hasSubs_) {
+    AnySub(buf_, size_, [&n](const CMsg* sub) {
+      n += sub->GetTreeSize();
+      return false;
+    });
   }
   return n;
 }
 
 long CMsg::GetTreeMemory() const {
   long n = static_cast<long>(sizeof(CMsg)) + (buf_ != local_ ? static_cast<long>(cap_) : 0);
-  if (!hasSubs_) return n;
-  for (uint32_t pos = 0; pos < size_;) {
-    Rec r = Decode(buf_, pos);
-    if (KindOf(r.head) == KYT_MSG) n += SubOf(r)->GetTreeMemory();
-    pos = r.next;
+  if (hasSubs_) {
+    AnySub(buf_, size_, [&n](const CMsg* sub) {
+      n += sub->GetTreeMemory();
+      return false;
+    });
   }
   return n;
 }

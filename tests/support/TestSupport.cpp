@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -13,6 +14,16 @@ std::string Text(const CMsg* msg) {
   CStream out;
   MA_WriteMsgText(msg, &out);
   return std::string(out.ToStr(), static_cast<size_t>(out.GetSize()));
+}
+
+int Depth(const CMsg& msg) {
+  int deepest = 0;
+  CMsg::Cursor cur(msg);
+  CMsg::Value v;
+  while (cur.Next(&v)) {
+    if (v.kind == KYT_MSG) deepest = std::max(deepest, Depth(*v.msg));
+  }
+  return deepest + 1;
 }
 
 std::string DumpOf(const CMsgBase& obj) {

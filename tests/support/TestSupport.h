@@ -16,6 +16,8 @@ using MsgPtr = std::unique_ptr<CMsg>;
 
 // The text form of a message tree (callkyt/MsgText.h).
 std::string Text(const CMsg* msg);
+// The levels of a message tree: 1 for a message without sub-messages.
+int Depth(const CMsg& msg);
 // What Dump writes.
 std::string DumpOf(const CMsgBase& obj);
 std::string DumpOf(const CMsgBase_Array& arr);
