@@ -14,19 +14,14 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "generator"))
 
-from schema import load  # noqa: E402
-
-SCALARS = {"i": "optional int32", "d": "optional double", "b": "optional bool",
-           "n": "optional string", "s": "string", "ia": "repeated int32",
-           "da": "repeated double"}
-
+from schema import KINDS, load  # noqa: E402
 
 def field_line(f):
     if f.kind == "m":
         return f"  {f.sub} {f.name} = {f.tag};"
     if f.kind == "ma":
         return f"  repeated {f.sub} {f.name} = {f.tag};"
-    return f"  {SCALARS[f.kind]} {f.name} = {f.tag};"
+    return f"  {KINDS[f.kind].proto} {f.name} = {f.tag};"
 
 
 def main(schema_dir, out_dir):

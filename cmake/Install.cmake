@@ -1,9 +1,10 @@
 # What `cmake --install` puts under the prefix:
 #
-#   include/pricemsg/callkyt/*.h           the runtime's headers
-#   include/pricemsg/MsgBase.h             the frame header the classes include
+#   include/pricemsg/callkyt/*.h           the stand-in runtime's headers
+#   include/pricemsg/MsgBase.h, Runtime.h  the frame headers the classes include
 #   include/pricemsg/<family>/M_*.h, all.h the message classes
-#   lib/libpricemsg.so, libcallkyt.so, libcallkyt_dat.so
+#   lib/libpricemsg.so                     the message classes
+#   lib/libcallkyt.so, libcallkyt_dat.so   the stand-in runtime
 #   lib/cmake/pricemsg/                    find_package(pricemsg)
 #   lib/pkgconfig/pricemsg.pc              pkg-config pricemsg
 #
@@ -11,15 +12,21 @@
 #
 # The installed tree can be moved as a whole: the libraries find each other
 # through a $ORIGIN runpath, the CMake files and the pkg-config file locate
-# the prefix from where they lie. Tests, examples and MsgPattern.h (which only
+# the prefix from where they lie. Built on another runtime
+# (PRICEMSG_RUNTIME_ROOT), the package installs none of the runtime: it
+# records where that runtime lies, the library's runpath names its directory,
+# and the CMake package and the pkg-config file point there. Tests, examples and MsgPattern.h (which only
 # the generated sources include) stay out.
 include(CMakePackageConfigHelpers)
 
 # ---- headers ----
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/runtime/include/callkyt
-  DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h")
-install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
+if(PRICEMSG_STANDIN)
+  install(DIRECTORY ${CMAKE_SOURCE_DIR}/runtime/include/callkyt
+    DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.h")
+endif()
+install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h ${CMAKE_SOURCE_DIR}/frame/Runtime.h
+  DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
 # The generator's list, not a glob of the build tree, so that a class taken
 # out of the schema is not installed from a stale header.
 set(pricemsg_families "")
@@ -42,8 +49,15 @@ endforeach()
 set_target_properties(pricemsg PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
-set_target_properties(pricemsg callkyt PROPERTIES INSTALL_RPATH "\$ORIGIN")
-install(TARGETS pricemsg callkyt callkyt_dat
+if(PRICEMSG_STANDIN)
+  set_target_properties(pricemsg callkyt PROPERTIES INSTALL_RPATH "\$ORIGIN")
+  set(pricemsg_installed_targets pricemsg callkyt callkyt_dat)
+else()
+  get_filename_component(runtime_libdir ${PRICEMSG_RUNTIME_LIBRARY} DIRECTORY)
+  set_target_properties(pricemsg PROPERTIES INSTALL_RPATH "\$ORIGIN;${runtime_libdir}")
+  set(pricemsg_installed_targets pricemsg)
+endif()
+install(TARGETS ${pricemsg_installed_targets}
   EXPORT pricemsgTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -80,6 +94,13 @@ if(IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
   set(PRICEMSG_PC_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
 else()
   set(PRICEMSG_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
+if(PRICEMSG_STANDIN)
+  set(PRICEMSG_PC_RUNTIME_CFLAGS "")
+  set(PRICEMSG_PC_RUNTIME_LIBS "-lcallkyt -lcallkyt_dat")
+else()
+  set(PRICEMSG_PC_RUNTIME_CFLAGS " -I${PRICEMSG_RUNTIME_INCLUDE_DIR}")
+  set(PRICEMSG_PC_RUNTIME_LIBS "-L${runtime_libdir} -lcallkyt -lcallkyt_dat")
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/pricemsg.pc.in ${CMAKE_BINARY_DIR}/pricemsg.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/pricemsg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

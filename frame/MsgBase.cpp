@@ -1,15 +1,11 @@
 #include "MsgBase.h"
 
 #include <charconv>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 
 #include "MsgPattern.h"
-#include "callkyt/CException.h"
-#include "callkyt/CMsg.h"
-#include "callkyt/CStream.h"
 
 CMsgBase::~CMsgBase() = default;
 
@@ -20,22 +16,20 @@ namespace pricemsg::detail {
 namespace {
 
 // Writes a failure text. It must not fail itself: when memory is short and
-// the text does not fit in the string's own buffer, it is cut to what fits.
-__attribute__((format(printf, 2, 3))) void FailText(CString& errtext, const char* format,
-                                                    ...) noexcept {
-  va_list args;
-  va_start(args, format);
-  va_list again;
-  va_copy(again, args);
+// the text cannot be formatted, it is cut to what a small buffer holds, and
+// if even that cannot be stored the old text stays.
+template <class... Args>
+void FailText(CString& errtext, const char* format, Args... args) noexcept {
   try {
-    errtext.FormatV(format, args);
+    errtext.Format(format, args...);
   } catch (...) {
-    char cut[32];
-    std::vsnprintf(cut, sizeof cut, format, again);
-    errtext = cut;  // at most 31 bytes: kept without allocating
+    char cut[64];
+    if (std::snprintf(cut, sizeof cut, format, args...) < 0) return;  // cut is meant
+    try {
+      errtext = cut;
+    } catch (...) {
+    }
   }
-  va_end(again);
-  va_end(args);
 }
 
 // One dump line, "\n" + name right-aligned in 20 columns + " : [" + value +
@@ -112,6 +106,9 @@ class MessageOp : public FieldOp {
   CMsg& msg_;
 };
 
+// What GetValue gives for a tag that the message does not hold.
+constexpr int kAbsent = -1;
+
 // Reads each field from the message. Below -1 a value read has failed; -1
 // only says that the tag is absent. For sub-messages and arrays any negative
 // read means absent: only the nested Load can fail, and its result goes up
@@ -149,7 +146,7 @@ class Reader final : public MessageOp {
   template <class V>
   bool Read(int tag, V& v) {
     int rc = msg_.GetValue(tag, &v);
-    if (rc >= KYT_ABSENT) return true;
+    if (rc >= kAbsent) return true;
     rc_ = rc;
     return Fail("%s:GET_VAL_ONE(M%04d.T%d) fail", tag);
   }
@@ -283,7 +280,8 @@ class Dumper final : public FieldOp {
   }
 
   bool operator()(int, const char* name, CString& v) override {
-    if (v.IsEmpty()) return Text(name, "\"\"", 2);
+    // The runtime decides how an empty text shows.
+    if (v.IsEmpty()) return Text(name, v.Repr());
     return Text(name, v.ToStr(), static_cast<size_t>(v.GetSize()));
   }
 
@@ -312,10 +310,13 @@ class Dumper final : public FieldOp {
   }
   bool Text(const char* name, const char* text) { return Text(name, text, std::strlen(text)); }
 
+  bool Text(const char* name, const CString& text) {
+    return Text(name, text.ToStr(), static_cast<size_t>(text.GetSize()));
+  }
+
   template <class A>
   bool List(const char* name, const A& v) {
-    CString text = v.Repr(", ", false);
-    return Text(name, text.ToStr(), static_cast<size_t>(text.GetSize()));
+    return Text(name, v.Repr(", ", false));
   }
 
   CStream* out_;

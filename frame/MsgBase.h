@@ -7,13 +7,7 @@
 // failing object; `errtext` keeps the text of the last failure.
 #pragma once
 
-#include "callkyt/CArray.h"
-#include "callkyt/CString.h"
-#include "callkyt/CValue.h"
-
-class CMsg;
-class CMsgArray;
-class CStream;
+#include "Runtime.h"
 
 // Marks the classes that libpricemsg exports; all else in it stays internal.
 #define PRICEMSG_EXPORT __attribute__((visibility("default")))

@@ -7,10 +7,10 @@ a message tree.
 
 from __future__ import annotations
 
-from schema import Schema
+from schema import KINDS, Schema
 
-KINDS = {"i": "KYT_INT", "ia": "KYT_INT", "d": "KYT_DBL", "da": "KYT_DBL", "b": "KYT_BOOL",
-         "n": "KYT_DATE", "s": "KYT_STR", "m": "KYT_MSG", "ma": "KYT_MSG"}
+_ENUMERATOR = {"kInt": "KYT_INT", "kDbl": "KYT_DBL", "kBool": "KYT_BOOL", "kDate": "KYT_DATE",
+               "kStr": "KYT_STR", "kMsg": "KYT_MSG"}
 
 PATH = "callkyt_dat/KytDicData.cpp"
 
@@ -29,7 +29,7 @@ def source(schema: Schema) -> str:
            "// clang-format off", '#include "callkyt/MsgDic.h"', "", "namespace {", "",
            "const KytFieldInfo kFields[] = {"]
     for f in fields:
-        out.append(f"    {{{f.tag}, {KINDS[f.kind]}, {int(f.is_array)}, {_c_string(f.name)}, "
+        out.append(f"    {{{f.tag}, {_ENUMERATOR[KINDS[f.kind].runtime]}, {int(f.is_array)}, {_c_string(f.name)}, "
                    f"{_c_string(f.sub)}, {numbers.get(f.sub, 0) if f.sub else 0}}},")
     out += ["};", "", "const KytMsgInfo kMsgs[] = {"]
     first = 0

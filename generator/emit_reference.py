@@ -12,22 +12,9 @@ from __future__ import annotations
 
 import html
 
-from schema import Field, Message, Schema
+from schema import KINDS, Field, Message, Schema
 
 DIR = "reference"
-
-# What a field holds, by kind.
-KIND_WORDS = {
-    "i": "int",
-    "d": "double",
-    "b": "bool",
-    "n": "date",
-    "s": "string",
-    "ia": "int array",
-    "da": "double array",
-    "m": "message",
-    "ma": "repeated message",
-}
 
 STYLE = """\
 body { font: 14px/1.4 sans-serif; margin: 0 2em 4em; color: #222; }
@@ -145,7 +132,7 @@ def _field_row(schema: Schema, f: Field) -> str:
     else:
         type_ = _esc(f.type)
     return (f'<tr><td class="num">{f.tag}</td><td>{_esc(f.name)}</td>'
-            f"<td>{KIND_WORDS[f.kind]}</td><td>{type_}</td></tr>")
+            f"<td>{KINDS[f.kind].words}</td><td>{type_}</td></tr>")
 
 
 def _entry(schema: Schema, msg: Message, held_by: list[tuple[Message, Field]]) -> list[str]:

@@ -25,22 +25,42 @@ import dataclasses
 import os
 import re
 
-# Kind by name prefix, and the value type each kind must have. `m` and `ma`
-# name a message class (`M_<Sub>`) or its array class (`M_<Sub>_Array`).
-VALUE_TYPES = {
-    "i": "CInt",
-    "d": "CDbl",
-    "b": "CBool",
-    "n": "CDate",
-    "s": "CString",
-    "ia": "CIntArray",
-    "da": "CDblArray",
-}
-MESSAGE_KINDS = ("m", "ma")
-ARRAY_KINDS = ("ia", "da", "ma")
-# The single kind that an array kind is the twin of.
-TWIN_OF = {"ia": "i", "da": "d", "ma": "m"}
+@dataclasses.dataclass(frozen=True)
+class Kind:
+    """A field kind, told by the prefix of the field's name, with every form
+    that the outputs give it."""
 
+    prefix: str
+    type: str | None  # the member's C++ type; None where the field's class decides
+    words: str  # what the field holds, for people
+    enum: str  # the enumerator of the schema tables' Kind
+    runtime: str  # the enumerator of the stand-in dictionary's KytKind (element kind)
+    letter: str  # the type letter of a value line in a message file
+    proto: str | None  # the protobuf type of the benchmarks; None where the class decides
+    twin: str | None = None  # for an array kind, the single kind it repeats
+
+    @property
+    def is_array(self) -> bool:
+        return self.twin is not None
+
+    @property
+    def is_message(self) -> bool:
+        return self.type is None
+
+
+# The one table of field kinds: every output takes what it needs from here.
+KINDS = {k.prefix: k for k in (
+    Kind("i", "CInt", "int", "kInt", "kInt", "i", "optional int32"),
+    Kind("d", "CDbl", "double", "kDbl", "kDbl", "d", "optional double"),
+    Kind("b", "CBool", "bool", "kBool", "kBool", "b", "optional bool"),
+    Kind("n", "CDate", "date", "kDate", "kDate", "n", "optional string"),
+    Kind("s", "CString", "string", "kString", "kStr", "s", "string"),
+    Kind("ia", "CIntArray", "int array", "kIntArray", "kInt", "i", "repeated int32", twin="i"),
+    Kind("da", "CDblArray", "double array", "kDblArray", "kDbl", "d", "repeated double",
+         twin="d"),
+    Kind("m", None, "message", "kMessage", "kMsg", "m", None),
+    Kind("ma", None, "repeated message", "kMessageArray", "kMsg", "m", None, twin="m"),
+)}
 FIELD_NAME = re.compile(r"^([a-z]+)[A-Z0-9][A-Za-z0-9]*$")
 CLASS_NAME = re.compile(r"^M_[A-Za-z0-9]+$")
 FAMILY_NAME = re.compile(r"^[a-z][a-z0-9]*$")
@@ -64,14 +84,14 @@ class Loc:
 class Field:
     name: str
     tag: int
-    kind: str  # a key of VALUE_TYPES, or "m" / "ma"
+    kind: str  # a key of KINDS
     type: str  # the C++ type of the member
     sub: str | None  # the message class of an m or ma field
     loc: Loc
 
     @property
     def is_array(self) -> bool:
-        return self.kind in ARRAY_KINDS
+        return KINDS[self.kind].is_array
 
 
 @dataclasses.dataclass
@@ -160,10 +180,14 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter,
         if kind is None:
             rep.error(loc, f"field name '{name}' is not a lower-case prefix and a capitalised name")
             continue
-        if kind in VALUE_TYPES:
-            if type_ != VALUE_TYPES[kind]:
+        if kind not in KINDS:
+            rep.error(loc, f"field '{name}' has the unknown prefix '{kind}' "
+                           f"(known: {', '.join(KINDS)})")
+            continue
+        if not KINDS[kind].is_message:
+            if type_ != KINDS[kind].type:
                 rep.error(loc, f"field '{name}' has prefix '{kind}', which takes type "
-                               f"{VALUE_TYPES[kind]}, but its type is {type_}")
+                               f"{KINDS[kind].type}, but its type is {type_}")
                 continue
             sub = None
         elif kind == "m":
@@ -172,16 +196,12 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter,
                                f"M_<Name>, but its type is {type_}")
                 continue
             sub = type_
-        elif kind == "ma":
+        else:  # ma
             if not (type_.endswith("_Array") and CLASS_NAME.match(type_[: -len("_Array")])):
                 rep.error(loc, f"field '{name}' has prefix 'ma', which takes an array class "
                                f"M_<Name>_Array, but its type is {type_}")
                 continue
             sub = type_[: -len("_Array")]
-        else:
-            rep.error(loc, f"field '{name}' has the unknown prefix '{kind}' "
-                           f"(known: {', '.join(list(VALUE_TYPES) + list(MESSAGE_KINDS))})")
-            continue
         if name in fields:
             rep.error(loc, f"field '{name}' is already defined ({fields[name].loc})")
             continue
@@ -201,7 +221,7 @@ def _read_dictionary(path: str, shown: str, rep: _Reporter,
 def _twin_problem(a: Field, b: Field) -> str | None:
     """Why two fields may not share a tag, or None if they are twins."""
     single, array = (a, b) if b.is_array else (b, a)
-    if single.is_array == array.is_array or TWIN_OF.get(array.kind) != single.kind:
+    if single.is_array == array.is_array or KINDS[array.kind].twin != single.kind:
         return (f"tag {b.tag} is already used by field '{a.name}' ({a.loc}); only a single "
                 f"field and its array form may share a tag")
     if single.sub != array.sub:
