@@ -3,9 +3,15 @@
 # in this order; name one or more to run only those.
 #
 #   plain     GCC build, every test                              (build/)
-#   package   the plain build installed into a scratch prefix; a client
-#             outside the tree built against it with find_package and
-#             with pkg-config, and run
+#   package   the plain build installed into a scratch prefix; what
+#             libpricemsg imports from its runtime checked against the
+#             runtime's documented calls; a client outside the tree built
+#             against it with find_package and with pkg-config, and run
+#   altruntime  a second runtime (tests/altruntime) installed into a
+#             scratch prefix; the library built on it through
+#             PRICEMSG_RUNTIME_ROOT, its tests, its package and its
+#             client; message files written on each runtime read on the
+#             other                                           (build-alt/)
 #   asan      clang build with AddressSanitizer, UndefinedBehavior-
 #             Sanitizer and LeakSanitizer, every test            (build-asan/)
 #   fuzz      the fuzzer on the seed corpus for FUZZ_SECONDS
@@ -21,7 +27,7 @@ cd "$(dirname "$0")/.."
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
-((${#stages[@]})) || stages=(plain package asan fuzz tsan memcheck)
+((${#stages[@]})) || stages=(plain package altruntime asan fuzz tsan memcheck)
 
 say() { printf '\n==== %s\n' "$*"; }
 
@@ -38,30 +44,20 @@ plain() {
   ctest --test-dir build --output-on-failure
 }
 
-package() {
-  say "installed package: a client with find_package and with pkg-config"
-  configure build
-  cmake --build build
-  local work prefix libdir
+# Installs the build in $1 into the prefix $2 and builds and runs a client
+# outside the tree against it, with find_package and with pkg-config.
+client_of_package() {
+  local build=$1 prefix=$2 work libdir
   work=$(mktemp -d)
-  prefix=$work/prefix
   echo "installing into $prefix"
-  cmake --install build --prefix "$prefix" >/dev/null
+  cmake --install "$build" --prefix "$prefix" >/dev/null
   libdir=$(dirname "$(find "$prefix" -name libpricemsg.so)")
-  if [[ -n $(find "$prefix" -name '*.cpp' -o -name '*.a' -o -name MsgPattern.h) ]]; then
-    echo "sources, static libraries or internal headers were installed" >&2
+  if [[ -n $(find "$prefix" -name '*.cpp' -o -name '*.a' -o -name MsgPattern.h -o -name 'Testing*' \
+             -o -name 'RuntimeFaults*' -o -name 'RuntimeProbe*') ]]; then
+    echo "sources, static libraries, internal or testing headers were installed" >&2
     return 1
   fi
-  # The installed libraries find each other through their own runpath.
-  local pricemsg_deps callkyt_deps
-  pricemsg_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libpricemsg.so")
-  callkyt_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libcallkyt.so")
-  if [[ $pricemsg_deps != *"libcallkyt.so => $libdir/"* ||
-        $callkyt_deps != *"libcallkyt_dat.so => $libdir/"* ]]; then
-    printf '%s\n' "the installed libraries do not find each other in $libdir:" \
-      "$pricemsg_deps" "$callkyt_deps" >&2
-    return 1
-  fi
+  scripts/check_imports.sh "$libdir/libpricemsg.so"
 
   echo "-- find_package"
   cmake -S tests/package -B "$work/cmake-client" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" |
@@ -82,6 +78,60 @@ package() {
     -o "$work/pc-client"
   "$work/pc-client"
   rm -rf "$work"
+}
+
+package() {
+  say "installed package: a client with find_package and with pkg-config"
+  configure build
+  cmake --build build
+  local prefix libdir
+  prefix=$(mktemp -d)/prefix
+  client_of_package build "$prefix"
+  # The installed libraries find each other through their own runpath.
+  libdir=$(dirname "$(find "$prefix" -name libpricemsg.so)")
+  local pricemsg_deps callkyt_deps
+  pricemsg_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libpricemsg.so")
+  callkyt_deps=$(LD_LIBRARY_PATH='' ldd "$libdir/libcallkyt.so")
+  if [[ $pricemsg_deps != *"libcallkyt.so => $libdir/"* ||
+        $callkyt_deps != *"libcallkyt_dat.so => $libdir/"* ]]; then
+    printf '%s\n' "the installed libraries do not find each other in $libdir:" \
+      "$pricemsg_deps" "$callkyt_deps" >&2
+    return 1
+  fi
+  rm -rf "$(dirname "$prefix")"
+}
+
+altruntime() {
+  say "a second runtime: the library built on it, tested, installed; message files between runtimes"
+  local root=build-alt runtime_prefix
+  runtime_prefix=$(pwd)/$root/runtime-prefix
+  [[ -f $root/runtime/build.ninja ]] || cmake -S tests/altruntime -B $root/runtime -G Ninja >/dev/null
+  cmake --build $root/runtime
+  cmake --install $root/runtime --prefix "$runtime_prefix" >/dev/null
+  configure $root/lib -DPRICEMSG_RUNTIME_ROOT="$runtime_prefix" \
+    -DPRICEMSG_RUNTIME_PROBE="$(pwd)/tests/altruntime/Probe.cpp" -DPRICEMSG_BUILD_EXAMPLES=OFF
+  cmake --build $root/lib
+  ctest --test-dir $root/lib --output-on-failure
+  local prefix
+  prefix=$(mktemp -d)/prefix
+  client_of_package $root/lib "$prefix"
+  if ! LD_LIBRARY_PATH='' ldd "$prefix/lib/libpricemsg.so" | grep -q "libcallkyt.so => $runtime_prefix/"; then
+    echo "the installed library does not find the runtime it was built on in $runtime_prefix" >&2
+    return 1
+  fi
+  rm -rf "$(dirname "$prefix")"
+
+  echo "-- message files written on each runtime, read on the other"
+  configure build
+  cmake --build build --target msgfile_exchange
+  local files
+  files=$(mktemp -d)
+  mkdir "$files/standin" "$files/alt"
+  build/tests/msgfile_exchange write "$files/standin"
+  $root/lib/tests/msgfile_exchange write "$files/alt"
+  build/tests/msgfile_exchange check "$files/alt"
+  $root/lib/tests/msgfile_exchange check "$files/standin"
+  rm -rf "$files"
 }
 
 sanitized() {  # kind, dir
@@ -149,7 +199,7 @@ memcheck() {
 
 for stage in "${stages[@]}"; do
   case $stage in
-    plain | package | asan | fuzz | tsan | memcheck) "$stage" ;;
-    *) echo "unknown stage '$stage' (plain, package, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
+    plain | package | altruntime | asan | fuzz | tsan | memcheck) "$stage" ;;
+    *) echo "unknown stage '$stage' (plain, package, altruntime, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
   esac
 done

@@ -24,7 +24,7 @@ TEST_P(AllMessages, RoundTripsThroughTheRuntime) {
   const ClassCase& c = GetParam();
   std::unique_ptr<CMsgBase> fresh = c.make();
   ASSERT_EQ(fresh->msgnum, c.number);
-  ASSERT_EQ(fresh->msgname, c.name);
+  ASSERT_EQ(Str(fresh->msgname), c.name);
   MsgPtr empty(fresh->ToMsg());
   ASSERT_TRUE(empty) << fresh->errtext.ToStr();
   EXPECT_EQ(Text(empty.get()), Text(BuildSample(c.number, false).get()));
@@ -45,10 +45,10 @@ TEST_P(AllMessages, RoundTripsThroughTheRuntime) {
   c.copy(*copy, *obj);
   EXPECT_EQ(DumpOf(*copy), dump);
 
-  CMsg wrong(c.number + 1, 0, 0, nullptr);
+  MsgPtr wrong = NewMsg(c.number + 1);
   std::unique_ptr<CMsgBase> refuser = c.make();
-  EXPECT_EQ(refuser->Load(&wrong), -28);
-  EXPECT_EQ(std::string(refuser->errtext.ToStr()), "invalid input message of service(" +
+  EXPECT_EQ(refuser->Load(wrong.get()), -28);
+  EXPECT_EQ(Str(refuser->errtext), "invalid input message of service(" +
                                                        std::to_string(c.number + 1) + "," +
                                                        std::to_string(c.number) + ")");
 

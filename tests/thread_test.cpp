@@ -1,6 +1,6 @@
 // Several threads build, write, load, dump and copy objects of their own at
-// the same time. They share only what the runtime shares: the dictionary
-// (first used here by all of them at once) and the fault-hook state.
+// the same time. They share only what the runtime shares: the dictionary,
+// first used here by all of them at once.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "RuntimeFaults.h"
+#include "SchemaTables.h"
 #include "TestSupport.h"
-#include "callkyt/MsgDic.h"
-#include "callkyt/Testing.h"
 #include "equity/M_EqDblBinBarr.h"
 #include "equity/M_EqDisp.h"
 #include "equity/M_EqPrdicDisp.h"
@@ -30,15 +30,17 @@ using namespace testing_support;
 
 namespace {
 
-// The names of the top-level fields of a message, in the order written.
-std::vector<std::string> FieldOrder(const CMsg& msg) {
-  const CMsgDic& dic = *MA_GetMsgDic();
-  const KytMsgInfo* info = dic.FindMessage(msg.msgnum);
+namespace schema = pricemsg::schema;
+
+// The names of the top-level fields that ToMsg writes, in the order it
+// writes them.
+std::vector<std::string> FieldOrder(CMsgBase& obj) {
+  SetRecorder calls;
+  MsgPtr msg(obj.ToMsg());
+  const schema::ClassInfo* info = schema::FindClass(obj.msgnum);
   std::vector<std::string> names;
-  CMsg::Cursor cur(msg);
-  CMsg::Value v;
-  while (cur.Next(&v)) {
-    const char* name = dic.FindMessageField(*info, v.tag)->name;
+  for (int tag : calls.TagsOf(msg.get())) {
+    const char* name = schema::FindMember(*info, tag)->name;
     if (names.empty() || names.back() != name) names.push_back(name);
   }
   return names;
@@ -56,13 +58,13 @@ TEST(Vocabulary, SetFieldsAndOwnFieldsInterleaveByTag) {
   // Filled samples, since a fresh object writes no array element.
   M_EqDblBinBarr bin;
   ASSERT_EQ(bin.Load(BuildSample(bin.msgnum, true).get()), 0);
-  EXPECT_EQ(FieldOrder(*MsgPtr(bin.ToMsg())),
+  EXPECT_EQ(FieldOrder(bin),
             (std::vector<std::string>{"mMonBarr", "mSensitivityB", "maUnderSpecB", "maUnderData",
                                       "mInstInfo", "maRisklessCrv", "mDcntCrv", "mOptSched",
                                       "mOptDblBinBarr"}));
   M_StarCpnTgt star;
   ASSERT_EQ(star.Load(BuildSample(star.msgnum, true).get()), 0);
-  EXPECT_EQ(FieldOrder(*MsgPtr(star.ToMsg())),
+  EXPECT_EQ(FieldOrder(star),
             (std::vector<std::string>{"mMcParam", "mSensitivityB", "maUnderSpecB", "maUnderData",
                                       "mInstInfo", "maRisklessCrv", "mDcntCrv", "mMonTgt",
                                       "mCpnSched", "maTgtCpnPff"}));
@@ -77,62 +79,58 @@ TEST(Vocabulary, TwinTagsReadInEitherForm) {
   group.maUnderSpecB[1].sCcy = "USD";
   M_EqDisp disp;
   M_UnderSpecB_Array& underlyings = group.maUnderSpecB;
-  MsgPtr twoUnderlyings(new CMsg(disp.msgnum, 0, 0, nullptr));
-  for (int i = 0; i < 2; ++i) twoUnderlyings->SetValue(4533, underlyings.ToMsg(i));
+  MsgPtr twoUnderlyings = NewMsg(disp.msgnum);
+  for (int i = 0; i < 2; ++i) ASSERT_EQ(twoUnderlyings->SetValue(4533, underlyings.ToMsg(i)), 0);
   ASSERT_EQ(disp.Load(twoUnderlyings.get()), 0);
-  EXPECT_EQ(disp.mUnderSpecB.sCcy, "KRW");
+  EXPECT_EQ(Str(disp.mUnderSpecB.sCcy), "KRW");
 
-  MsgPtr oneSpec(disp.ToMsg());
   M_EqPrdicDisp back;
-  MsgPtr renumbered(new CMsg(back.msgnum, 0, 0, nullptr));
-  renumbered->SetValue(4533, disp.mUnderSpecB.ToMsg());
+  MsgPtr renumbered = NewMsg(back.msgnum);
+  ASSERT_EQ(renumbered->SetValue(4533, disp.mUnderSpecB.ToMsg()), 0);
   ASSERT_EQ(back.Load(renumbered.get()), 0);
   ASSERT_EQ(back.maUnderSpecB.GetSize(), 1);
-  EXPECT_EQ(back.maUnderSpecB[0].sCcy, "KRW");
+  EXPECT_EQ(Str(back.maUnderSpecB[0].sCcy), "KRW");
 
-  // dFixedRate and daFixedRate share tag 239.
+  // dFixedRate and daFixedRate share tag 239: the three values of the array
+  // read as a single value, the first.
   M_IrMultiAccrFixedCpn multi;
-  for (double r : {0.01, 0.02, 0.03}) multi.daFixedRate.Add(r);
+  multi.daFixedRate = DblArray({0.01, 0.02, 0.03});
   MsgPtr rates(multi.ToMsg());
-  MsgPtr asSingle(new CMsg(M_CmpstRIdxC().msgnum, 0, 0, nullptr));
+  MsgPtr asSingle = NewMsg(M_CmpstRIdxC().msgnum);
   CDblArray values;
   ASSERT_EQ(rates->GetValue(239, &values), 0);
-  for (int i = 0; i < values.size; ++i) asSingle->SetValue(239, values.GetAt(i));
+  ASSERT_EQ(values.size, 3);
+  for (int i = 0; i < values.size; ++i) ASSERT_EQ(asSingle->SetValue(239, values.GetAt(i)), 0);
   M_CmpstRIdxC single;
   ASSERT_EQ(single.Load(asSingle.get()), 0);
   EXPECT_EQ(single.dFixedRate.value, 0.01);
-
-  single.dFixedRate.Clear();  // an unset single value is an empty group
-  MsgPtr unset(new CMsg(multi.msgnum, 0, 0, nullptr));
-  unset->SetValue(239, single.dFixedRate);
-  ASSERT_EQ(multi.Load(unset.get()), 0);
-  EXPECT_EQ(multi.daFixedRate.size, 0);
+  EXPECT_TRUE(single.dFixedRate.isSet);
 }
 
 TEST(Vocabulary, LookAlikeClassesRefuseEachOther) {
   M_FxStd fx;
   EXPECT_EQ(fx.Load(Fresh<M_EqStd>().get()), -28);
-  EXPECT_EQ(fx.errtext, "invalid input message of service(3540,3566)");
+  EXPECT_EQ(Str(fx.errtext), "invalid input message of service(3540,3566)");
 
   // M_KytCapVolElmt has the fields of M_KytVolElmt; inside a curve it fails
   // the curve.
   MsgPtr curve = BuildSample(2139, true);
-  MsgPtr bad(new CMsg(2139, 0, 0, nullptr));
-  bad->SetValue(722, BuildSample(2136, true).release());
-  bad->SetValue(722, BuildSample(2137, true).release());
+  MsgPtr bad = NewMsg(2139);
+  ASSERT_EQ(bad->SetValue(722, BuildSample(2136, true).release()), 0);
+  ASSERT_EQ(bad->SetValue(722, BuildSample(2137, true).release()), 0);
   M_KytVolCurve c;
   EXPECT_EQ(c.Load(bad.get()), -28);
-  EXPECT_EQ(c.errtext, "M_KytVolCurve:GET_SUB_ARR(M2139.T722) fail");
-  EXPECT_EQ(c.maKytVolElmt[1].errtext, "invalid input message of service(2137,2136)");
+  EXPECT_EQ(Str(c.errtext), "M_KytVolCurve:GET_SUB_ARR(M2139.T722) fail");
+  EXPECT_EQ(Str(c.maKytVolElmt[1].errtext), "invalid input message of service(2137,2136)");
   EXPECT_TRUE(c.maKytVolElmt[0].dVol.isSet);
 }
 
 TEST(Vocabulary, FreshObjectsWriteWholeTrees) {
-  EXPECT_EQ(Fresh<M_OptCmb>()->GetTreeSize(), 75);
-  EXPECT_EQ(Fresh<M_EqSwapStarAutoBarrSwit>()->GetTreeSize(), 28);
-  EXPECT_EQ(Fresh<M_IrFloaterCombiCpnU>()->GetTreeSize(), 58);
-  EXPECT_EQ(Fresh<M_IrRatchetCombiCpnU>()->GetTreeSize(), 59);
-  EXPECT_EQ(Fresh<M_IrCombiCRCpnU>()->GetTreeSize(), 4);
+  EXPECT_EQ(TreeSize(*Fresh<M_OptCmb>()), 75);
+  EXPECT_EQ(TreeSize(*Fresh<M_EqSwapStarAutoBarrSwit>()), 28);
+  EXPECT_EQ(TreeSize(*Fresh<M_IrFloaterCombiCpnU>()), 58);
+  EXPECT_EQ(TreeSize(*Fresh<M_IrRatchetCombiCpnU>()), 59);
+  EXPECT_EQ(TreeSize(*Fresh<M_IrCombiCRCpnU>()), 4);
 }
 
 TEST(Vocabulary, TheDeepestRequestSurvivesEveryOperation) {
@@ -151,12 +149,12 @@ TEST(Vocabulary, TheDeepestRequestSurvivesEveryOperation) {
 TEST(Vocabulary, AFailureDeepInAnEquitySwapNamesEveryLevel) {
   M_EqSwapStarAutoPlain swap;
   MsgPtr sample = BuildSample(swap.msgnum, true);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 449, -5));  // sStarUnderType of the payoff
+  ASSERT_TRUE(ArmFault(FaultOp::kGet, 449, -5));  // sStarUnderType of the payoff
   EXPECT_EQ(swap.Load(sample.get()), -5);
-  MA_ClearFaults();
-  EXPECT_EQ(swap.errtext, "M_EqSwapStarAutoPlain:GET_SUB_ONE(M4113.T4775) fail");
-  EXPECT_EQ(swap.mStarAutoPlain.errtext, "M_StarAutoPlain:GET_SUB_ONE(M3503.T4538) fail");
-  EXPECT_EQ(swap.mStarAutoPlain.mStarAutoPlainPayoff.errtext,
+  ClearFaults();
+  EXPECT_EQ(Str(swap.errtext), "M_EqSwapStarAutoPlain:GET_SUB_ONE(M4113.T4775) fail");
+  EXPECT_EQ(Str(swap.mStarAutoPlain.errtext), "M_StarAutoPlain:GET_SUB_ONE(M3503.T4538) fail");
+  EXPECT_EQ(Str(swap.mStarAutoPlain.mStarAutoPlainPayoff.errtext),
             "M_StarAutoPlainPayoff:GET_VAL_ONE(M3475.T449) fail");
   // The note leg comes first by tag and was read whole.
   EXPECT_TRUE(swap.mIrNoteVanilla.errtext.IsEmpty());

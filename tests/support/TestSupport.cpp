@@ -1,47 +1,139 @@
 #include "TestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "callkyt/CStream.h"
-#include "callkyt/MsgDic.h"
-#include "callkyt/MsgText.h"
+#include "MsgText.h"
+#include "RuntimeProbe.h"
+#include "SchemaTables.h"
+
+namespace schema = pricemsg::schema;
 
 namespace testing_support {
 
-std::string Text(const CMsg* msg) {
-  CStream out;
-  MA_WriteMsgText(msg, &out);
-  return std::string(out.ToStr(), static_cast<size_t>(out.GetSize()));
+MsgPtr NewMsg(int msgnum) { return MsgPtr(new CMsg(msgnum, 0, 0, MA_GetMsgDic())); }
+
+namespace {
+
+template <class V, class T>
+V SetTo(T v) {
+  V out;
+  out.value = v;
+  out.isSet = true;
+  return out;
 }
 
-int Depth(const CMsg& msg) {
-  int deepest = 0;
-  CMsg::Cursor cur(msg);
-  CMsg::Value v;
-  while (cur.Next(&v)) {
-    if (v.kind == KYT_MSG) deepest = std::max(deepest, Depth(*v.msg));
+// The first field of a kind, and a class that holds it: a message of that
+// class takes values under its tag on any runtime.
+const schema::FieldInfo& FirstOfKind(schema::Kind kind, int* msgnum) {
+  for (int c = 0; c < schema::kClassCount; ++c) {
+    const schema::ClassInfo& info = schema::kClasses[c];
+    for (int i = 0; i < info.memberCount; ++i) {
+      const schema::FieldInfo& f = schema::MemberOf(info, i);
+      if (f.kind == kind) {
+        *msgnum = info.number;
+        return f;
+      }
+    }
   }
+  std::abort();
+}
+
+template <class A, class T>
+A ArrayOf(schema::Kind kind, std::initializer_list<T> values) {
+  int msgnum = 0;
+  int tag = FirstOfKind(kind, &msgnum).tag;
+  MsgPtr msg = NewMsg(msgnum);
+  for (T v : values) {
+    if (msg->SetValue(tag, v) < 0) std::abort();
+  }
+  A out;
+  if (values.size() > 0 && msg->GetValue(tag, &out) < 0) std::abort();
+  return out;
+}
+
+}  // namespace
+
+CInt Int(int v) { return SetTo<CInt>(v); }
+CDbl Dbl(double v) { return SetTo<CDbl>(v); }
+CBool Bool(bool v) { return SetTo<CBool>(v); }
+CDate Date(const char* text) {
+  CDate d;
+  d.Set(text);
+  return d;
+}
+CIntArray IntArray(std::initializer_list<int> values) {
+  return ArrayOf<CIntArray>(schema::Kind::kIntArray, values);
+}
+CDblArray DblArray(std::initializer_list<double> values) {
+  return ArrayOf<CDblArray>(schema::Kind::kDblArray, values);
+}
+
+std::string Str(const CString& s) { return std::string(s.ToStr(), static_cast<size_t>(s.GetSize())); }
+std::string EmptyRepr() { return Str(CString().Repr()); }
+std::string Repr(const CIntArray& a) { return Str(a.Repr(", ", false)); }
+std::string Repr(const CDblArray& a) { return Str(a.Repr(", ", false)); }
+
+std::string Text(CMsg* msg) {
+  std::string text;
+  MsgTextError err{};
+  int rc = MA_WriteMsgText(msg, &text, &err);
+  EXPECT_EQ(rc, 0) << "the tree has no text form: " << err.reason;
+  return text;
+}
+
+namespace {
+
+// Calls f with each sub-message of a tree's root, as the classes read them.
+template <class F>
+void EachSub(CMsg& msg, F f) {
+  const schema::ClassInfo* info = schema::FindClass(msg.msgnum);
+  if (!info) return;
+  for (int i = 0; i < info->memberCount; ++i) {
+    const schema::FieldInfo& field = schema::MemberOf(*info, i);
+    if (field.kind == schema::Kind::kMessage) {
+      CMsg* sub = nullptr;
+      if (msg.GetValue(field.tag, &sub) >= 0 && sub) f(*sub);
+    } else if (field.kind == schema::Kind::kMessageArray) {
+      CMsgArray subs(true);
+      if (msg.GetValue(field.tag, &subs) < 0) continue;
+      for (int k = 0; k < subs.GetSize(); ++k) f(*subs.GetAt(k));
+    }
+  }
+}
+
+}  // namespace
+
+int Depth(CMsg& msg) {
+  int deepest = 0;
+  EachSub(msg, [&deepest](CMsg& sub) { deepest = std::max(deepest, Depth(sub)); });
   return deepest + 1;
+}
+
+int TreeSize(CMsg& msg) {
+  int n = 1;
+  EachSub(msg, [&n](CMsg& sub) { n += TreeSize(sub); });
+  return n;
 }
 
 std::string DumpOf(const CMsgBase& obj) {
   CStream out;
   obj.Dump(&out);
-  return std::string(out.ToStr(), static_cast<size_t>(out.GetSize()));
+  return pricemsg::probe::StreamText(out);
 }
 
 std::string DumpOf(const CMsgBase_Array& arr) {
   CStream out;
   arr.Dump(&out);
-  return std::string(out.ToStr(), static_cast<size_t>(out.GetSize()));
+  return pricemsg::probe::StreamText(out);
 }
 
 namespace {
 
 struct Sampler {
-  CMsgDic& dic;
   const SampleShape& shape;
   bool filled;
   unsigned seed;
@@ -51,66 +143,71 @@ struct Sampler {
     return (seed >> 8) & 0xffff;
   }
 
-  void Value(CMsg& msg, const KytFieldInfo& f) {
-    int tag = f.tag;
-    int n = f.isArray ? (filled ? 3 : 0) : 1;
-    for (int i = 0; i < n; ++i) {
-      unsigned r = Next();
-      int rc = 0;
-      switch (f.kind) {
-        case KYT_INT:
-          rc = f.isArray ? msg.SetValue(tag, static_cast<int>(r) - 30000)
-                         : msg.SetValue(tag, filled ? CInt(static_cast<int>(r)) : CInt());
-          break;
-        case KYT_DBL:
-          rc = f.isArray ? msg.SetValue(tag, r / 64.0 - 100.0)
-                         : msg.SetValue(tag, filled ? CDbl(r * 0.001 - 7.5) : CDbl());
-          break;
-        case KYT_BOOL:
-          rc = msg.SetValue(tag, filled ? CBool(r & 1) : CBool());
-          break;
-        case KYT_DATE: {
-          CDate d;
-          if (filled) {
-            char text[9];
-            std::snprintf(text, sizeof text, "20%02u%02u%02u", r % 60, 1 + r % 12, 1 + r % 28);
-            d.Set(text);
-          }
-          rc = msg.SetValue(tag, d);
-          break;
+  // One value of a field, or each element of a value array.
+  int Value(CMsg& msg, const schema::FieldInfo& f) {
+    unsigned r = Next();
+    switch (f.kind) {
+      case schema::Kind::kInt:
+        return msg.SetValue(f.tag, filled ? Int(static_cast<int>(r)) : CInt());
+      case schema::Kind::kDbl:
+        return msg.SetValue(f.tag, filled ? Dbl(r * 0.001 - 7.5) : CDbl());
+      case schema::Kind::kBool:
+        return msg.SetValue(f.tag, filled ? Bool(r & 1) : CBool());
+      case schema::Kind::kDate: {
+        CDate d;
+        if (filled) {
+          char text[16];
+          std::snprintf(text, sizeof text, "20%02u%02u%02u", r % 60, 1 + r % 12, 1 + r % 28);
+          d.Set(text);
         }
-        case KYT_STR: {
-          // Some texts are long enough to leave the string's own buffer.
-          std::string text;
-          if (filled) {
-            text = std::string(f.name) + "#" + std::to_string(r);
-            if (r % 3 == 0) text += " and a tail that makes it longer than thirty-one bytes";
-          }
-          rc = msg.SetValue(tag, text.c_str());
-          break;
-        }
+        return msg.SetValue(f.tag, d);
       }
-      if (rc < 0) std::abort();
+      case schema::Kind::kString: {
+        // Some texts are long enough to leave a short string's own buffer.
+        std::string text;
+        if (filled) {
+          text = std::string(f.name) + "#" + std::to_string(r);
+          if (r % 3 == 0) text += " and a tail that makes it longer than thirty-one bytes";
+        }
+        return msg.SetValue(f.tag, text.c_str());
+      }
+      case schema::Kind::kIntArray:
+        for (int i = 0; filled && i < 3; ++i) {
+          if (int rc = msg.SetValue(f.tag, static_cast<int>(Next()) - 30000); rc < 0) return rc;
+        }
+        return 0;
+      case schema::Kind::kDblArray:
+        for (int i = 0; filled && i < 3; ++i) {
+          if (int rc = msg.SetValue(f.tag, Next() / 64.0 - 100.0); rc < 0) return rc;
+        }
+        return 0;
+      case schema::Kind::kMessage:
+      case schema::Kind::kMessageArray:
+        break;
     }
+    std::abort();
   }
 
   MsgPtr Build(int msgnum, int depth) {
-    const KytMsgInfo* info = dic.FindMessage(msgnum);
+    const schema::ClassInfo* info = schema::FindClass(msgnum);
     if (!info) std::abort();
-    MsgPtr msg(new CMsg(msgnum, 0, 0, &dic));
-    for (int i = 0; i < info->fieldCount; ++i) {
-      const KytFieldInfo& f = dic.GetMessageField(*info, i);
-      if (f.kind != KYT_MSG) {
-        Value(*msg, f);
+    MsgPtr msg = NewMsg(msgnum);
+    for (int i = 0; i < info->memberCount; ++i) {
+      const schema::FieldInfo& f = schema::MemberOf(*info, i);
+      bool single = f.kind == schema::Kind::kMessage;
+      if (!single && f.kind != schema::Kind::kMessageArray) {
+        if (Value(*msg, f) < 0) std::abort();
         continue;
       }
-      int n = !f.isArray                ? 1
+      int n = single                    ? 1
               : !filled                 ? 0
               : f.tag == shape.tag      ? shape.tagElements
               : depth < shape.wideDepth ? shape.elements
                                         : 1;
       for (int k = 0; k < n; ++k) {
-        if (msg->SetValue(f.tag, Build(f.subNum, depth + 1).release()) < 0) std::abort();
+        if (msg->SetValue(f.tag, Build(schema::HeldClass(f).number, depth + 1).release()) < 0) {
+          std::abort();
+        }
       }
     }
     return msg;
@@ -120,7 +217,8 @@ struct Sampler {
 }  // namespace
 
 MsgPtr BuildSample(int msgnum, const SampleShape& shape, unsigned seed) {
-  Sampler s{*MA_GetMsgDic(), shape, shape.filled, seed};
+  MA_GetMsgDic();
+  Sampler s{shape, shape.filled, seed};
   return s.Build(msgnum, 0);
 }
 

@@ -1,28 +1,53 @@
-// Helpers shared by the tests: text forms of objects and messages, sample
-// messages built from the dictionary, and an allocator that can be made to
-// fail.
+// Helpers shared by the tests: values and text forms of objects and messages
+// made and read through the runtime's documented calls alone, sample messages
+// built from the schema, and an allocator that can be made to fail. With
+// them, a test runs on any runtime.
 #pragma once
 
+#include <initializer_list>
 #include <memory>
 #include <ostream>
 #include <string>
 
 #include "MsgBase.h"
-#include "callkyt/CMsg.h"
 
 namespace testing_support {
 
 using MsgPtr = std::unique_ptr<CMsg>;
 
-// The text form of a message tree (callkyt/MsgText.h).
-std::string Text(const CMsg* msg);
+// A new message of `msgnum`, made as the classes make theirs.
+MsgPtr NewMsg(int msgnum);
+
+// Set values of the runtime's types, and an unset date.
+CInt Int(int v);
+CDbl Dbl(double v);
+CBool Bool(bool v);
+CDate Date(const char* text);
+// Value arrays with these elements, filled the only way the runtime offers:
+// by reading them from a message.
+CIntArray IntArray(std::initializer_list<int> values);
+CDblArray DblArray(std::initializer_list<double> values);
+
+// A CString's text.
+std::string Str(const CString& s);
+// What Dump prints for an empty string and for value arrays (the runtime's
+// Repr), so that expected dumps hold on any runtime.
+std::string EmptyRepr();
+std::string Repr(const CIntArray& a);
+std::string Repr(const CDblArray& a);
+
+// The text form of a message tree (MsgText.h); fails the test if the
+// writer refuses the tree.
+std::string Text(CMsg* msg);
 // The levels of a message tree: 1 for a message without sub-messages.
-int Depth(const CMsg& msg);
+int Depth(CMsg& msg);
+// The messages of a tree, the root included.
+int TreeSize(CMsg& msg);
 // What Dump writes.
 std::string DumpOf(const CMsgBase& obj);
 std::string DumpOf(const CMsgBase_Array& arr);
 
-// A message of class `msgnum` as the dictionary describes it. Filled: every
+// A message of class `msgnum` as the schema describes it. Filled: every
 // value set (to values that vary with the seed), three values in each value
 // array, two elements in each repeated sub-message down to `wideDepth`
 // levels and one below. Not filled: what a new object writes, every value
