@@ -77,6 +77,9 @@ PRICEMSG_TEXT_EXPORT const FieldInfo& MemberOf(const ClassInfo& c, int i);
 // The field of `c` under `tag`; null if the class has none. A class never
 // holds both twins of a tag, so there is at most one.
 PRICEMSG_TEXT_EXPORT const FieldInfo* FindMember(const ClassInfo& c, int tag);
+// Where that field stands among the fields of `c` (for MemberOf); -1 if the
+// class has none.
+PRICEMSG_TEXT_EXPORT int MemberIndex(const ClassInfo& c, int tag);
 // The class that a kMessage or kMessageArray field holds.
 PRICEMSG_TEXT_EXPORT const ClassInfo& HeldClass(const FieldInfo& f);
 
