@@ -19,10 +19,9 @@
 #include <vector>
 
 #include "CatalogueFactory.h"
+#include "MsgText.h"
+#include "RuntimeProbe.h"
 #include "SchemaTables.h"
-#include "callkyt/CMsg.h"
-#include "callkyt/CStream.h"
-#include "callkyt/MsgText.h"
 
 namespace {
 
@@ -435,6 +434,10 @@ int Holders(const Args& args) {
 int Dump(const Args& args) {
   const ClassInfo* cls = FindClass(args[0]);
   if (!cls) return NoClass(args[0]);
+  if (!pricemsg::probe::kAvailable) {
+    std::fprintf(stderr, "%s: the runtime of this build offers no way to read a dump\n", kTool);
+    return kNotFound;
+  }
   const std::unique_ptr<CMsgBase> object = catalogue::MakeMessage(cls->number);
   if (!object) {
     std::fprintf(stderr, "%s: %s (%d) is in the catalogue but not in the library\n", kTool,
@@ -443,24 +446,25 @@ int Dump(const Args& args) {
   }
   CStream out;
   object->Dump(&out);
-  const std::string text = out.ToStr();
-  std::printf("%s%s", text.c_str(), !text.empty() && text.back() == '\n' ? "" : "\n");
+  const std::string text = pricemsg::probe::StreamText(out);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (text.empty() || text.back() != '\n') std::putchar('\n');
   return kFound;
 }
 
-// Reads a message file and prints it back with the class and field names
-// from the dictionary; a malformed file is reported with its line and column.
+// Reads a message file, checked against the classes, and prints it back
+// with the class and field names; a file that does not fit is reported with
+// its line and column.
 int File(const Args& args) {
-  KytTextError err;
-  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(args[0].c_str(), &err));
-  if (!msg) {
-    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, args[0].c_str(), err.line, err.column,
-                 err.reason);
+  const char* path = args[0].c_str();
+  MsgTextError err{};
+  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path, &err));
+  std::string text;
+  if (!msg || MA_WriteMsgText(msg.get(), &text, &err) != MSGTEXT_OK) {
+    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, path, err.line, err.column, err.reason);
     return kNotFound;
   }
-  CStream out;
-  MA_WriteMsgText(msg.get(), &out);
-  std::fwrite(out.ToStr(), 1, static_cast<size_t>(out.GetSize()), stdout);
+  std::fwrite(text.data(), 1, text.size(), stdout);
   return kFound;
 }
 
