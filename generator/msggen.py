@@ -10,8 +10,8 @@ writes into --out:
     messages/<family>/M_<Name>.h, .cpp   one unit per message
     messages/<family>/all.h              every class of a family (tests, tools)
     callkyt_dat/KytDicData.cpp           the runtime's dictionary data
-    catalogue/CatalogueData.cpp          the catalogue tool's tables (tools/)
-    catalogue/CatalogueFactory.cpp       the catalogue tool's factory of objects
+    tables/SchemaTables.cpp              the schema tables of libpricemsg_text (msgtext/)
+    catalogue/CatalogueFactory.cpp       the catalogue tool's factory of objects (tools/)
     reference/index.html, <family>.html  the reference pages of the classes
 
 A file whose content is unchanged is not touched, so a build system rebuilds
@@ -33,6 +33,7 @@ import emit_cpp  # noqa: E402
 import emit_dic  # noqa: E402
 import emit_lists  # noqa: E402
 import emit_reference  # noqa: E402
+import emit_tables  # noqa: E402
 from schema import SchemaErrors, load  # noqa: E402
 
 
@@ -45,8 +46,8 @@ def outputs(schema) -> dict[str, str]:
     for family in schema.families:
         files[emit_lists.path(family)] = emit_lists.source(schema, family)
     files[emit_dic.PATH] = emit_dic.source(schema)
-    files[emit_catalogue.DATA_PATH] = emit_catalogue.data_source(schema)
-    files[emit_catalogue.FACTORY_PATH] = emit_catalogue.factory_source(schema)
+    files[emit_tables.PATH] = emit_tables.source(schema)
+    files[emit_catalogue.PATH] = emit_catalogue.source(schema)
     held = emit_reference.holders(schema)
     files[emit_reference.INDEX_PATH] = emit_reference.index_source(schema, held)
     for family in schema.families:
@@ -100,7 +101,8 @@ def cmake_list(out_dir: str, files: dict[str, str]) -> str:
             + listing("PRICEMSG_GEN_MESSAGE_HEADERS",
                       [p for p in files if p.startswith("messages/") and p.endswith(".h")])
             + listing("PRICEMSG_GEN_DIC_SOURCES", [emit_dic.PATH])
-            + listing("PRICEMSG_GEN_CATALOGUE_SOURCES", emit_catalogue.PATHS)
+            + listing("PRICEMSG_GEN_TABLE_SOURCES", [emit_tables.PATH])
+            + listing("PRICEMSG_GEN_CATALOGUE_SOURCES", [emit_catalogue.PATH])
             + listing("PRICEMSG_GEN_REFERENCE_PAGES",
                       [p for p in files if p.startswith(emit_reference.DIR + "/")])
             + listing("PRICEMSG_GEN_OUTPUTS", list(files)))

@@ -1,10 +1,10 @@
 // pricemsg-catalogue: a guide to the message classes from the command line.
 //
 // It lists and searches the classes, shows a class as the tree of everything
-// it holds, tells which classes hold a class or have a field, and dumps a
-// fresh object of any class, and prints message files with field names. Everything it knows comes
-// from the tables that the generator writes from the schema (CatalogueData.h); `dump` makes real
-// objects of the library.
+// it holds, tells which classes hold a class or have a field, dumps a fresh
+// object of any class, and prints message files with field names.
+// Everything it knows comes from the schema tables that the generator writes
+// from schema/ (SchemaTables.h); `dump` makes real objects of the library.
 //
 // Results go to stdout. A name or number that matches nothing is an error on
 // stderr with the nearest names, and exit status 1; a wrong command line
@@ -18,21 +18,21 @@
 #include <tuple>
 #include <vector>
 
-#include "CatalogueData.h"
-#include "callkyt/CMsg.h"
-#include "callkyt/CStream.h"
-#include "callkyt/MsgText.h"
+#include "CatalogueFactory.h"
+#include "MsgText.h"
+#include "RuntimeProbe.h"
+#include "SchemaTables.h"
 
 namespace {
 
-using catalogue::ClassInfo;
-using catalogue::FieldInfo;
-using catalogue::kClassCount;
-using catalogue::kClasses;
-using catalogue::kFieldCount;
-using catalogue::kFields;
-using catalogue::Kind;
-using catalogue::kMembers;
+using pricemsg::schema::ClassInfo;
+using pricemsg::schema::FieldInfo;
+using pricemsg::schema::kClassCount;
+using pricemsg::schema::kClasses;
+using pricemsg::schema::kFieldCount;
+using pricemsg::schema::kFields;
+using pricemsg::schema::Kind;
+using pricemsg::schema::MemberOf;
 
 constexpr char kTool[] = "pricemsg-catalogue";
 
@@ -65,24 +65,13 @@ bool ParseNumber(const std::string& text, int* out) {
   return true;
 }
 
-const FieldInfo& Member(const ClassInfo& cls, int i) {
-  return kFields[kMembers[cls.firstMember + i]];
-}
-
-const ClassInfo* ClassByNumber(int number) {
-  for (int i = 0; i < kClassCount; ++i) {
-    if (kClasses[i].number == number) return &kClasses[i];
-  }
-  return nullptr;
-}
-
+// The entry whose name is `name` in any case, if only one has it.
 template <class T>
-const T* ByName(const T* table, int count, const std::string& name) {
+const T* ByFoldedName(const T* table, int count, const std::string& name) {
   const T* folded = nullptr;
   int foldedCount = 0;
   const std::string lower = Lower(name);
   for (int i = 0; i < count; ++i) {
-    if (name == table[i].name) return &table[i];
     if (lower == Lower(table[i].name)) {
       folded = &table[i];
       ++foldedCount;
@@ -92,15 +81,20 @@ const T* ByName(const T* table, int count, const std::string& name) {
 }
 
 const ClassInfo* ClassByName(const std::string& name) {
-  return ByName(kClasses, kClassCount, AsClassName(name));
+  const std::string full = AsClassName(name);
+  const ClassInfo* exact = pricemsg::schema::FindClass(full);
+  return exact ? exact : ByFoldedName(kClasses, kClassCount, full);
 }
 
-const FieldInfo* FieldByName(const std::string& name) { return ByName(kFields, kFieldCount, name); }
+const FieldInfo* FieldByName(const std::string& name) {
+  const FieldInfo* exact = pricemsg::schema::FindField(name);
+  return exact ? exact : ByFoldedName(kFields, kFieldCount, name);
+}
 
 // A class by name or number.
 const ClassInfo* FindClass(const std::string& text) {
   int number = 0;
-  return ParseNumber(text, &number) ? ClassByNumber(number) : ClassByName(text);
+  return ParseNumber(text, &number) ? pricemsg::schema::FindClass(number) : ClassByName(text);
 }
 
 // The fields with a tag: one, or a single field and its array twin.
@@ -113,14 +107,12 @@ std::vector<const FieldInfo*> FieldsByTag(int tag) {
 }
 
 bool HasField(const ClassInfo& cls, const FieldInfo& field) {
-  for (int i = 0; i < cls.memberCount; ++i) {
-    if (&Member(cls, i) == &field) return true;
-  }
-  return false;
+  return pricemsg::schema::FindMember(cls, field.tag) == &field;
 }
 
-const ClassInfo* HeldClass(const FieldInfo& field) {
-  return field.held >= 0 ? &kClasses[field.held] : nullptr;
+// The class a field holds; null for a value field.
+const ClassInfo* ClassHeld(const FieldInfo& field) {
+  return field.held >= 0 ? &pricemsg::schema::HeldClass(field) : nullptr;
 }
 
 bool ByClassName(const ClassInfo* a, const ClassInfo* b) { return Lower(a->name) < Lower(b->name); }
@@ -234,7 +226,7 @@ const char* KindWord(Kind kind) {
 // What a field holds: its kind, and for a message the class and its number.
 std::string Holds(const FieldInfo& field) {
   std::string out = KindWord(field.kind);
-  if (const ClassInfo* held = HeldClass(field)) {
+  if (const ClassInfo* held = ClassHeld(field)) {
     out += std::string(" ") + held->name + " " + std::to_string(held->number);
   }
   return out;
@@ -274,13 +266,13 @@ void PrintTree(const ClassInfo& cls, int level, int depth) {
   size_t nameWidth = 0;
   size_t tagWidth = 0;
   for (int i = 0; i < cls.memberCount; ++i) {
-    nameWidth = std::max(nameWidth, std::string(Member(cls, i).name).size());
-    tagWidth = std::max(tagWidth, Tag(Member(cls, i)).size());
+    nameWidth = std::max(nameWidth, std::string(MemberOf(cls, i).name).size());
+    tagWidth = std::max(tagWidth, Tag(MemberOf(cls, i)).size());
   }
   const std::string indent(2 * static_cast<size_t>(level), ' ');
   for (int i = 0; i < cls.memberCount; ++i) {
-    const FieldInfo& field = Member(cls, i);
-    const ClassInfo* held = HeldClass(field);
+    const FieldInfo& field = MemberOf(cls, i);
+    const ClassInfo* held = ClassHeld(field);
     const bool cut = held && depth > 0 && level >= depth;
     std::string line = indent + Pad(field.name, nameWidth) + "  " + Pad(Tag(field), tagWidth) +
                        "  " + Holds(field);
@@ -342,7 +334,7 @@ int Find(const Args& args) {
   std::vector<const FieldInfo*> fields;
   int number = 0;
   if (ParseNumber(text, &number)) {
-    if (const ClassInfo* c = ClassByNumber(number)) classes.push_back(c);
+    if (const ClassInfo* c = pricemsg::schema::FindClass(number)) classes.push_back(c);
     fields = FieldsByTag(number);
   } else {
     const std::string lower = Lower(text);
@@ -417,8 +409,8 @@ int Holders(const Args& args) {
     }
     std::string via;
     for (int m = 0; m < holder.memberCount; ++m) {
-      const FieldInfo& f = Member(holder, m);
-      if (HeldClass(f) == cls) via += (via.empty() ? "in " : ", ") + std::string(f.name);
+      const FieldInfo& f = MemberOf(holder, m);
+      if (ClassHeld(f) == cls) via += (via.empty() ? "in " : ", ") + std::string(f.name);
     }
     if (!via.empty()) found.emplace_back(&holder, via);
   }
@@ -442,6 +434,10 @@ int Holders(const Args& args) {
 int Dump(const Args& args) {
   const ClassInfo* cls = FindClass(args[0]);
   if (!cls) return NoClass(args[0]);
+  if (!pricemsg::probe::kAvailable) {
+    std::fprintf(stderr, "%s: the runtime of this build offers no way to read a dump\n", kTool);
+    return kNotFound;
+  }
   const std::unique_ptr<CMsgBase> object = catalogue::MakeMessage(cls->number);
   if (!object) {
     std::fprintf(stderr, "%s: %s (%d) is in the catalogue but not in the library\n", kTool,
@@ -450,24 +446,25 @@ int Dump(const Args& args) {
   }
   CStream out;
   object->Dump(&out);
-  const std::string text = out.ToStr();
-  std::printf("%s%s", text.c_str(), !text.empty() && text.back() == '\n' ? "" : "\n");
+  const std::string text = pricemsg::probe::StreamText(out);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (text.empty() || text.back() != '\n') std::putchar('\n');
   return kFound;
 }
 
-// Reads a message file and prints it back with the class and field names
-// from the dictionary; a malformed file is reported with its line and column.
+// Reads a message file, checked against the classes, and prints it back
+// with the class and field names; a file that does not fit is reported with
+// its line and column.
 int File(const Args& args) {
-  KytTextError err;
-  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(args[0].c_str(), &err));
-  if (!msg) {
-    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, args[0].c_str(), err.line, err.column,
-                 err.reason);
+  const char* path = args[0].c_str();
+  MsgTextError err{};
+  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path, &err));
+  std::string text;
+  if (!msg || MA_WriteMsgText(msg.get(), &text, &err) != MSGTEXT_OK) {
+    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, path, err.line, err.column, err.reason);
     return kNotFound;
   }
-  CStream out;
-  MA_WriteMsgText(msg.get(), &out);
-  std::fwrite(out.ToStr(), 1, static_cast<size_t>(out.GetSize()), stdout);
+  std::fwrite(text.data(), 1, text.size(), stdout);
   return kFound;
 }
 

@@ -1,17 +1,21 @@
-"""Checks of the catalogue rows against the composition rules of the families.
+"""Checks of the catalogue rows against the composition rules of the families,
+and of the schema tables that the generator writes from them.
 
 Each rule ties the numbers (and fields) of related classes together, so a
 row transcribed with a wrong number or a missing field breaks one of them.
+The tables are read back from the generated C++ and compared with the schema.
 """
 
 import os
+import re
 import sys
 import unittest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "generator"))
 
-from schema import load  # noqa: E402
+import emit_tables  # noqa: E402
+from schema import KINDS, load  # noqa: E402
 
 SCHEMA = load(os.path.join(ROOT, "schema"))
 BY_NAME = {m.name: m for m in SCHEMA.messages}
@@ -83,6 +87,55 @@ class CompositionRules(unittest.TestCase):
         star = [p for p in swaps("M_EqSwapStar") if p not in periodic]
         self.pairs(star, 610, 37)
         self.pairs(periodic, 9, 6)
+
+
+def c_array(source, name):
+    """The entries of the C++ array `name` in `source`: brace groups as tuples of
+    their items, plain numbers as ints."""
+    body = re.search(r"const \w+ " + name + r"\[\] = \{\n(.*?)^\};", source, re.S | re.M).group(1)
+    body = re.sub(r"//[^\n]*", "", body)
+    groups = re.findall(r"\{([^{}]*)\}", body)
+    if groups:
+        return [tuple(item.strip().strip('"').strip("'") for item in g.split(",")) for g in groups]
+    return [int(n) for n in re.findall(r"-?\d+", body)]
+
+
+class SchemaTables(unittest.TestCase):
+    SOURCE = emit_tables.source(SCHEMA)
+
+    def test_kinds_follow_the_table_of_kinds_in_the_order_of_the_enum(self):
+        with open(os.path.join(ROOT, "msgtext", "SchemaTables.h"), encoding="utf-8") as fh:
+            header = fh.read()
+        enum = re.search(r"enum class Kind : uint8_t \{(.*?)\};", header, re.S).group(1)
+        self.assertEqual(re.findall(r"^\s*(k\w+),", enum, re.M), [k.enum for k in KINDS.values()])
+        rows = c_array(self.SOURCE, "kKinds")
+        self.assertEqual(rows, [(k.prefix, k.words, k.letter, "true" if k.is_array else "false")
+                                for k in KINDS.values()])
+
+    def test_fields_classes_members_and_indexes_give_back_the_schema(self):
+        fields = c_array(self.SOURCE, "kFields")
+        classes = c_array(self.SOURCE, "kClasses")
+        members = c_array(self.SOURCE, "kMembers")
+        keys = [(int(f[0]), f[1]) for f in fields]
+        self.assertEqual(keys, sorted(keys))
+        self.assertEqual({f[1] for f in fields}, set(SCHEMA.fields))
+        for tag, name, kind, type_, held in fields:
+            f = SCHEMA.fields[name]
+            self.assertEqual((int(tag), kind, type_), (f.tag, "Kind::" + KINDS[f.kind].enum, f.type))
+            self.assertEqual(classes[int(held)][0] if int(held) >= 0 else None, f.sub, name)
+        self.assertEqual(len(classes), len(SCHEMA.messages))
+        for (name, number, family, first, count), msg in zip(classes, SCHEMA.messages):
+            run = members[int(first):int(first) + int(count)]
+            self.assertEqual((name, int(number), family), (msg.name, msg.number, msg.family))
+            self.assertEqual([fields[i][1] for i in run], [f.name for f in msg.fields], name)
+
+        by_number = c_array(self.SOURCE, "kClassesByNumber")
+        by_name = c_array(self.SOURCE, "kClassesByName")
+        fields_by_name = c_array(self.SOURCE, "kFieldsByName")
+        self.assertEqual([int(classes[i][1]) for i in by_number],
+                         sorted(m.number for m in SCHEMA.messages))
+        self.assertEqual([classes[i][0] for i in by_name], sorted(m.name for m in SCHEMA.messages))
+        self.assertEqual([fields[i][1] for i in fields_by_name], sorted(SCHEMA.fields))
 
 
 if __name__ == "__main__":

@@ -229,7 +229,7 @@ class SchemaTest(unittest.TestCase):
         r = self.run_msggen("--schema", good, "--out", out)
         self.assertEqual(r.returncode, 0, r.stderr)
         classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve"]}
-        expected = {"callkyt_dat/KytDicData.cpp", "catalogue/CatalogueData.cpp",
+        expected = {"callkyt_dat/KytDicData.cpp", "tables/SchemaTables.cpp",
                     "catalogue/CatalogueFactory.cpp", "reference/index.html"}
         for family, names in classes.items():
             expected.add(f"messages/{family}/all.h")
@@ -252,9 +252,9 @@ class SchemaTest(unittest.TestCase):
         self.assertEqual(set(after), expected - gone)
         changed = {rel for rel, t in after.items() if t != 10**18}
         self.assertEqual(changed, {"messages/beta/all.h", "callkyt_dat/KytDicData.cpp",
-                                   "catalogue/CatalogueData.cpp", "reference/index.html",
+                                   "tables/SchemaTables.cpp", "reference/index.html",
                                    "reference/beta.html"})
-        for rel in ("messages/beta/all.h", "catalogue/CatalogueData.cpp", "reference/index.html",
+        for rel in ("messages/beta/all.h", "tables/SchemaTables.cpp", "reference/index.html",
                     "reference/beta.html"):
             with open(os.path.join(out, rel), encoding="utf-8") as fh:
                 self.assertNotIn("M_Curve", fh.read(), rel)

@@ -1,6 +1,9 @@
 """Runs pricemsg-catalogue and checks what it says against the schema.
 
-    test_catalogue_tool.py TOOL
+    test_catalogue_tool.py TOOL TOOL_WITHOUT_PROBE
+
+The second is the same tool built with the probe of a runtime that offers
+no way to read a dump back.
 
 The tree of a deep hybrid note is compared with a committed copy
 (show_M_HbNoteDualMultiRngAccr.txt); after an intended change of the schema
@@ -21,13 +24,14 @@ sys.path.insert(0, os.path.join(ROOT, "generator"))
 from schema import load  # noqa: E402
 
 TOOL = None
+TOOL_WITHOUT_PROBE = None
 SCHEMA = load(os.path.join(ROOT, "schema"))
 BY_NAME = {m.name: m for m in SCHEMA.messages}
 LINE = re.compile(r"^( *)(\w+) +T(\d+) +(.*)$")
 
 
-def run(*args):
-    r = subprocess.run([TOOL, *args], capture_output=True, text=True, timeout=60)
+def run(*args, tool=None):
+    r = subprocess.run([tool or TOOL, *args], capture_output=True, text=True, timeout=60)
     return r.returncode, r.stdout, r.stderr
 
 
@@ -114,6 +118,13 @@ class Lookups(unittest.TestCase):
                 self.assertIn(f"<msgnum> : {msg.number}", out)
                 self.assertIn(f"<msgname> : {msg.name}", out)
 
+    def test_dump_without_a_probe_says_so_and_the_rest_still_works(self):
+        code, out, err = run("dump", "M_InstInfo", tool=TOOL_WITHOUT_PROBE)
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("offers no way to read a dump", err)
+        self.assertEqual(run("show", "M_InstInfo", tool=TOOL_WITHOUT_PROBE),
+                         run("show", "M_InstInfo"))
+
 
 class Files(unittest.TestCase):
     def test_file_gets_its_names_and_a_bad_one_its_position(self):
@@ -126,12 +137,25 @@ class Files(unittest.TestCase):
             self.assertEqual((code, err), (0, ""))
             self.assertEqual(out, 'M10 M_SysReject {\n  T6 iSysCode i 3\n'
                                   '  T7 sSysReasonText s "no \\"curve\\""\n}\n')
-            bad = os.path.join(tmp, "bad.msg")
-            with open(bad, "w") as fh:
-                fh.write("M10 {\n  T6 i 3\n  T7 i 4\n}\n")
-            code, out, err = run("file", bad)
+            # Each is checked against the classes, and told at the item.
+            cases = [
+                ("M10 {\n  T6 i 3\n  T7 i 4\n}\n", "3:6", "T7 sSysReasonText holds string, written s, not i"),
+                ("M10 {\n  T612 d 1\n}\n", "2:3", "M_SysReject (M10) has no field with tag 612"),
+                ("M10 {\n  T6 i 3\n  T6 i 4\n}\n", "3:3", "a second value for T6 iSysCode"),
+                ("M2161 {\n  T2668 m M2143 {\n  }\n}\n", "2:11", "T2668 maRhoValue holds M_RhoValue (M1925)"),
+                ("M9 {\n}\n", "1:1", "no class has the number M9"),
+            ]
+            for text, where, reason in cases:
+                with self.subTest(text=text):
+                    bad = os.path.join(tmp, "bad.msg")
+                    with open(bad, "w") as fh:
+                        fh.write(text)
+                    code, out, err = run("file", bad)
+                    self.assertEqual((code, out), (1, ""))
+                    self.assertIn(f"bad.msg:{where}: {reason}", err)
+            code, out, err = run("file", os.path.join(tmp, "lost.msg"))
             self.assertEqual((code, out), (1, ""))
-            self.assertIn("bad.msg:3:", err)
+            self.assertIn("lost.msg:0:0: cannot open", err)
 
 
 class Errors(unittest.TestCase):
@@ -157,7 +181,8 @@ class Errors(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 2:
-        sys.exit("usage: test_catalogue_tool.py TOOL")
+    if len(sys.argv) < 3:
+        sys.exit("usage: test_catalogue_tool.py TOOL TOOL_WITHOUT_PROBE")
     TOOL = sys.argv.pop(1)
+    TOOL_WITHOUT_PROBE = sys.argv.pop(1)
     unittest.main()

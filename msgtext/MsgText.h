@@ -1,0 +1,128 @@
+// Message files: the text form of a generic message tree, checked against
+// the classes of the schema, for logs, tests and files kept by hand.
+//
+//   M1264 M_KytVolSurface {
+//     T598 iVolCrvId i 7
+//     T1456 maKytVolSfcElmt m M1265 M_KytVolSurfaceElmt {
+//       T636 dVol d 0.25
+//       T695 mTivMatur m M2143 M_Tiv {
+//         T198 nDate n "20261123"
+//         T775 sDateType s ""
+//         T800 sMatur s ""
+//       }
+//       T928 dStrike d -
+//     }
+//   }
+//
+// A block is a message: "M<number> <class name> {", its values, and "}".
+// A value line is the tag, the field name, the type letter of the field's
+// kind and the value: i (an integer), d (a double), b (Y or N), n (a quoted
+// date), s (a quoted text), or "-" for an unset value; m and the sub-message
+// as a nested block, indented by two blanks more. A field of an array kind
+// (ia, da, ma) has one line per element under its tag, with the letter of
+// its element (i, d, m). Texts are quoted with the escapes \" \\ \n \t \r
+// and \xHH (always two hex digits). Doubles are written in the shortest form
+// that reads back exactly; the special values are written inf, -inf, nan
+// and -nan.
+//
+// Writing walks the class of the message, not its content: for each field
+// of the class, in tag order, the value that CMsg::GetValue gives for the
+// field's kind, and nothing for a field that the message lacks. A string is
+// always present once read (an empty one is ""); a sub-message of the
+// right class is written whole. Values under tags that the class does not
+// have are not seen.
+//
+// Reading builds a new tree with CMsg::SetValue, checking the text against
+// the classes as it goes:
+// - Every block must be of a class: the number of a class (and its name, if
+//   one is given), and for a nested block the class that its field holds.
+// - Every value line must name a field of its block's class, with the type
+//   letter of that field's kind and a value of that kind; a field name that
+//   is given must be the field's own. A field of a single kind takes at most
+//   one value; an element of an array cannot be unset.
+// - A text may not hold a NUL byte; a set date is a quoted text of 1 to 8
+//   characters, which the runtime must take ("" is refused: an unset date is
+//   "-"). A double reads back bit for bit, negative zero and subnormals
+//   included, and inf and -inf as themselves; nan and -nan read back as a
+//   quiet NaN of that sign. A number that does not fit (1e999, 1e-400,
+//   2147483648 for an integer) is refused.
+// - Blank lines, and lines whose first non-blank character is '#', are
+//   skipped anywhere. Indentation does not matter, items may be separated by
+//   any number of blanks (spaces or tabs), lines may end in "\r\n", \xHH
+//   takes upper-case digits too, a UTF-8 byte order mark at the start is
+//   skipped, and field and class names may be left out.
+// - Messages nest at most kMsgTextMaxDepth levels deep, the outer one
+//   included; the writer refuses a deeper tree, so what it writes reads back.
+//
+// Only the calls of the runtime contract reach the messages: construction
+// with a number, 0, 0 and MA_GetMsgDic(), GetValue and SetValue by the tags
+// of the classes, msgnum, CMsgArray, and the fields and members of the value
+// types.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "Runtime.h"
+#include "SchemaTables.h"
+
+// Where and why a text could not be read, or a tree or file not written.
+// `line` and `column` count from 1; the column counts bytes, a tab as one.
+// A text that ends too early is reported at its end: after a final newline
+// that is column 1 of the line below the last. Both are 0 where no position
+// applies (writing, a file that could not be opened or read).
+struct MsgTextError {
+  int line;
+  int column;
+  char reason[160];  // terminated; says what was expected or refused
+};
+
+constexpr int kMsgTextMaxDepth = 64;
+// A message file larger than this is refused unread.
+constexpr size_t kMsgFileMaxSize = size_t{1} << 30;
+
+enum MsgTextResult {
+  MSGTEXT_OK = 0,
+  MSGTEXT_E_ARG = -51,      // a null message or output, or a null or empty path
+  MSGTEXT_E_CLASS = -52,    // a message of a number that no class has, or a sub-message
+                            // of another class than its field holds
+  MSGTEXT_E_RUNTIME = -53,  // GetValue failed; its code is in the reason
+  MSGTEXT_E_VALUE = -54,    // a value that would not read back as itself: a text with a
+                            // NUL byte, a set date with an empty or unterminated text
+  MSGTEXT_E_DEPTH = -55,    // messages nest more than kMsgTextMaxDepth levels deep
+  MSGTEXT_E_NOMEM = -56,    // out of memory
+  MSGTEXT_E_IO = -57,       // the file could not be written; errno tells why
+};
+
+// Appends the text form of `msg` and all below it to `out`, ending with a
+// newline. Gives MSGTEXT_OK, or a negative code with `out` as it was and
+// `err` (which may be null) saying which field of which class failed.
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgText(CMsg* msg, std::string* out, MsgTextError* err = nullptr);
+
+// Reads one message tree from the `size` bytes at `text`. Gives the new tree,
+// which the caller owns and frees with delete, or null: then `err` (which may
+// be null) says where and why, and nothing read so far is kept. Running out
+// of memory is such an error too, with the reason "out of memory". On success
+// `err` is cleared (line 0, column 0, an empty reason).
+//
+// An error is reported at the item it concerns: a syntax error where the
+// unexpected input starts, a class number at its 'M', a tag that the class
+// lacks and a second value for a single field at the 'T', a type letter at
+// the letter, a name at the name, a bad value, escape or date at the value,
+// the runtime's refusal of a value at the value (of a sub-message, at the
+// 'T' of its line), a text left open at its opening quote, and a missing
+// '}' at the end of the text.
+PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgText(const char* text, size_t size, MsgTextError* err);
+
+// Writes the text form of `msg` to the file at `path`, replacing it. The text
+// goes to a new file beside it first, which is flushed to the disk and then
+// takes the file's place, so a failed write leaves the old file as it was
+// and no half-written file behind. Gives what MA_WriteMsgText gives,
+// MSGTEXT_E_ARG, or MSGTEXT_E_IO when the file could not be written (errno
+// tells why, and so does the reason).
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err = nullptr);
+
+// Reads the message tree in the file at `path` as MA_ReadMsgText does. A file
+// that cannot be opened or read, or is larger than kMsgFileMaxSize, is an
+// error at line 0 whose reason names the cause.
+PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err);

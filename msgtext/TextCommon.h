@@ -1,0 +1,41 @@
+// What the writer, the reader and the file part of message texts share: the
+// escapes of quoted texts and the filling of a MsgTextError. Internal to
+// libpricemsg_text.
+#pragma once
+
+#include <cstdarg>
+
+#include "MsgText.h"
+
+namespace pricemsg::text {
+
+// The schema's words, which both directions use throughout.
+using schema::ClassInfo;
+using schema::FieldInfo;
+using schema::Kind;
+using schema::KindInfo;
+
+// A byte that a quoted text writes as a backslash and a letter.
+struct Escape {
+  char byte;
+  char letter;
+};
+inline constexpr Escape kEscapes[] = {
+    {'"', '"'}, {'\\', '\\'}, {'\n', 'n'}, {'\t', 't'}, {'\r', 'r'},
+};
+// Any other byte below 0x20, and 0x7f, is written \xHH.
+inline bool NeedsHex(unsigned char c) { return c < 0x20 || c == 0x7f; }
+
+// Sets `err` (if not null) to the position and the formatted reason, cut to
+// fit. Gives `code`, so that a failing function can end with it.
+int SetError(MsgTextError* err, int code, int line, int column, const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
+void SetErrorV(MsgTextError* err, int line, int column, const char* format, va_list args)
+    __attribute__((format(printf, 4, 0)));
+// Appends to the reason that `err` holds, cut to fit.
+void AppendReasonV(MsgTextError* err, const char* format, va_list args)
+    __attribute__((format(printf, 2, 0)));
+// Line 0, column 0, an empty reason.
+void ClearError(MsgTextError* err);
+
+}  // namespace pricemsg::text
