@@ -1,0 +1,1 @@
+#include "altkyt/Lists.h"

@@ -1,0 +1,265 @@
+// CMsg and CMsgArray.
+#include "altkyt/Message.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+#include "altkyt/Lists.h"
+#include "altkyt/Text.h"
+#include "altkyt/Values.h"
+
+CMsg::CMsg(int msgnum, int reserved1, int reserved2, CMsgDic* dic)
+    : msgnum(msgnum), usable_(dic && dic == MA_GetMsgDic() && reserved1 == 0 && reserved2 == 0) {}
+
+CMsg::~CMsg() {
+  if (parent_) {
+    std::fprintf(stderr,
+                 "altkyt: message %d deleted while it belongs to message %d; only the root of "
+                 "a message tree is deleted\n",
+                 msgnum, parent_->msgnum);
+    std::abort();
+  }
+  for (auto& entry : values_) {
+    if (CMsg* sub = entry.second.sub) {
+      sub->parent_ = nullptr;
+      delete sub;
+    }
+  }
+}
+
+int CMsg::Check(int tag) const {
+  if (!usable_) return altkyt::kNotUsable;
+  if (tag <= 0) return altkyt::kBadTag;
+  return 0;
+}
+
+int CMsg::Add(int tag, Value&& v) {
+  int rc = Check(tag);
+  if (rc < 0) return rc;
+  try {
+    values_.emplace(tag, std::move(v));
+  } catch (const std::exception&) {
+    return altkyt::kNoMemory;
+  }
+  return static_cast<int>(values_.count(tag));
+}
+
+int CMsg::Find(int tag, Kind kind, const Value** found) const {
+  int rc = Check(tag);
+  if (rc < 0) return rc;
+  auto it = values_.find(tag);
+  if (it == values_.end()) return altkyt::kAbsent;
+  if (it->second.kind != kind) return altkyt::kKindMismatch;
+  *found = &it->second;
+  return static_cast<int>(values_.count(tag));
+}
+
+template <class T>
+int CMsg::Collect(int tag, Kind kind, std::vector<T>* out) const {
+  int rc = Check(tag);
+  if (rc < 0) return rc;
+  auto range = values_.equal_range(tag);
+  if (range.first == range.second) return altkyt::kAbsent;
+  int count = 0;
+  for (auto it = range.first; it != range.second; ++it, ++count) {
+    if (it->second.kind != kind) return altkyt::kKindMismatch;
+  }
+  try {
+    for (auto it = range.first; it != range.second; ++it) {
+      const Value& v = it->second;
+      if (!v.isSet) continue;
+      if constexpr (std::is_same_v<T, int32_t>) out->push_back(v.i);
+      if constexpr (std::is_same_v<T, double>) out->push_back(v.d);
+      if constexpr (std::is_same_v<T, CMsg*>) out->push_back(v.sub);
+    }
+  } catch (const std::exception&) {
+    return altkyt::kNoMemory;
+  }
+  return count;
+}
+
+// ---- SetValue ----
+
+int CMsg::SetValue(int tag, CInt v) {
+  Value value(Kind::kInt);
+  value.isSet = v.isSet != 0;
+  value.i = v.value;
+  return Add(tag, std::move(value));
+}
+
+int CMsg::SetValue(int tag, CDbl v) {
+  Value value(Kind::kDbl);
+  value.isSet = v.isSet != 0;
+  value.d = v.value;
+  return Add(tag, std::move(value));
+}
+
+int CMsg::SetValue(int tag, CBool v) {
+  Value value(Kind::kBool);
+  value.isSet = v.isSet != 0;
+  value.b = v.value;
+  return Add(tag, std::move(value));
+}
+
+int CMsg::SetValue(int tag, CDate v) {
+  // A date's text must end within its 9 bytes.
+  size_t len = strnlen(v.text, sizeof v.text);
+  if (len == sizeof v.text) return altkyt::kBadArgument;
+  try {
+    Value value(Kind::kDate);
+    value.isSet = v.isSet != 0;
+    value.text.assign(v.text, len);
+    return Add(tag, std::move(value));
+  } catch (const std::exception&) {
+    return altkyt::kNoMemory;
+  }
+}
+
+int CMsg::SetValue(int tag, const char* text) {
+  if (!text) return altkyt::kBadArgument;
+  try {
+    Value value(Kind::kText);
+    value.text = text;
+    return Add(tag, std::move(value));
+  } catch (const std::exception&) {
+    return altkyt::kNoMemory;
+  }
+}
+
+int CMsg::SetValue(int tag, int v) {
+  Value value(Kind::kInt);
+  value.i = v;
+  return Add(tag, std::move(value));
+}
+
+int CMsg::SetValue(int tag, double v) {
+  Value value(Kind::kDbl);
+  value.d = v;
+  return Add(tag, std::move(value));
+}
+
+int CMsg::SetValue(int tag, CMsg* sub) {
+  if (!sub) return altkyt::kBadArgument;
+  // Not ours to free: it belongs to another message, or freeing it would free
+  // this message too.
+  if (sub->parent_) return altkyt::kSubRefused;
+  for (const CMsg* m = this; m; m = m->parent_) {
+    if (m == sub) return altkyt::kSubRefused;
+  }
+  Value value(Kind::kMsg);
+  value.sub = sub;
+  int rc = Add(tag, std::move(value));
+  if (rc < 0) {
+    delete sub;
+    return rc;
+  }
+  sub->parent_ = this;
+  return rc;
+}
+
+// ---- GetValue ----
+//
+// On kAbsent the target is reset to its empty or unset state; on a failure it
+// is left as it was.
+
+template <class T, class Fill>
+int CMsg::ReadFirst(int tag, Kind kind, T* out, Fill fill) {
+  if (!out) return altkyt::kBadArgument;
+  const Value* v = nullptr;
+  int rc = Find(tag, kind, &v);
+  if (rc == altkyt::kAbsent) fill(nullptr, out);
+  if (rc < 0) return rc;
+  try {
+    fill(v, out);
+  } catch (const std::exception&) {
+    return altkyt::kNoMemory;
+  }
+  return rc;
+}
+
+int CMsg::GetValue(int tag, CInt* out) {
+  return ReadFirst(tag, Kind::kInt, out, [](const Value* v, CInt* o) {
+    *o = CInt();
+    if (v) o->value = v->i, o->isSet = v->isSet;
+  });
+}
+
+int CMsg::GetValue(int tag, CDbl* out) {
+  return ReadFirst(tag, Kind::kDbl, out, [](const Value* v, CDbl* o) {
+    *o = CDbl();
+    if (v) o->value = v->d, o->isSet = v->isSet;
+  });
+}
+
+int CMsg::GetValue(int tag, CBool* out) {
+  return ReadFirst(tag, Kind::kBool, out, [](const Value* v, CBool* o) {
+    *o = CBool();
+    if (v) o->value = v->b, o->isSet = v->isSet;
+  });
+}
+
+int CMsg::GetValue(int tag, CDate* out) {
+  return ReadFirst(tag, Kind::kDate, out, [](const Value* v, CDate* o) {
+    o->Set(v ? v->text.c_str() : nullptr);  // null: unset
+    if (v) o->isSet = v->isSet;
+  });
+}
+
+int CMsg::GetValue(int tag, CString* out) {
+  return ReadFirst(tag, Kind::kText, out,
+                   [](const Value* v, CString* o) { *o = v ? v->text.c_str() : ""; });
+}
+
+int CMsg::GetValue(int tag, CIntArray* out) {
+  if (!out) return altkyt::kBadArgument;
+  std::vector<int32_t> items;
+  int rc = Collect(tag, Kind::kInt, &items);
+  if (rc < 0 && rc != altkyt::kAbsent) return rc;
+  out->items_.swap(items);
+  out->size = static_cast<int32_t>(out->items_.size());
+  return rc;
+}
+
+int CMsg::GetValue(int tag, CDblArray* out) {
+  if (!out) return altkyt::kBadArgument;
+  std::vector<double> items;
+  int rc = Collect(tag, Kind::kDbl, &items);
+  if (rc < 0 && rc != altkyt::kAbsent) return rc;
+  out->items_.swap(items);
+  out->size = static_cast<int32_t>(out->items_.size());
+  return rc;
+}
+
+int CMsg::GetValue(int tag, CMsg** out) {
+  if (!out) return altkyt::kBadArgument;
+  *out = nullptr;
+  const Value* v = nullptr;
+  int rc = Find(tag, Kind::kMsg, &v);
+  if (rc < 0) return rc;
+  *out = v->sub;
+  return rc;
+}
+
+int CMsg::GetValue(int tag, CMsgArray* out) {
+  if (!out) return altkyt::kBadArgument;
+  std::vector<CMsg*> items;
+  int rc = Collect(tag, Kind::kMsg, &items);
+  if (rc < 0 && rc != altkyt::kAbsent) return rc;
+  out->items_.swap(items);
+  return rc;
+}
+
+// ---- CMsgArray ----
+
+CMsgArray::CMsgArray(bool borrowed) {
+  if (!borrowed) {
+    std::fprintf(stderr,
+                 "altkyt: CMsgArray(false) asks for an array that owns its messages; this "
+                 "runtime has only borrowing arrays: CMsgArray(true)\n");
+    std::abort();
+  }
+}
