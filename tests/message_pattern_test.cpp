@@ -84,11 +84,11 @@ TEST(MessagePattern, DumpsTheWorkedExamplesByteForByte) {
 TEST(MessagePattern, DumpFormatsEachKind) {
   M_IrCancelable c;  // labels of 20 and 22 letters, an integer array
   c.iEventObservedPeriodNo = Int(-4);
-  c.iaAppPeriodNo = IntArray({1, -2});
+  Fill(c.iaAppPeriodNo, {1, -2});
   std::string text = DumpOf(c);
   EXPECT_TRUE(Holds(text, WithRepr("\nsCancelableRightSect : [$R]\n"))) << text;
   EXPECT_TRUE(Holds(text, "\niEventObservedPeriodNo : [-4]\n")) << text;
-  EXPECT_TRUE(Holds(text, "\n       iaAppPeriodNo : [" + Repr(IntArray({1, -2})) + "]\n")) << text;
+  EXPECT_TRUE(Holds(text, "\n       iaAppPeriodNo : [" + Repr({1, -2}) + "]\n")) << text;
 
   M_SensitivityB s;
   s.bKytGreeksCalcYN.value = true;  // the flag decides, not the value
@@ -100,8 +100,8 @@ TEST(MessagePattern, DumpFormatsEachKind) {
 
   M_Greeks g;  // an empty double array still has its line
   EXPECT_TRUE(Holds(DumpOf(g), "\n             daDelta : [" + Repr(CDblArray()) + "]\n"));
-  g.daDelta = DblArray({-1.5, 1e300});
-  EXPECT_TRUE(Holds(DumpOf(g), "daDelta : [" + Repr(DblArray({-1.5, 1e300})) + "]"));
+  Fill(g.daDelta, {-1.5, 1e300});
+  EXPECT_TRUE(Holds(DumpOf(g), "daDelta : [" + Repr({-1.5, 1e300}) + "]"));
 
   // Integers at their limits, doubles of every sort, a long text and a set
   // date, each in its own format.
@@ -204,13 +204,18 @@ TEST(MessagePattern, LoadKeepsWhatTheMessageLacks) {
   ASSERT_EQ(out.Load(partial.get()), 0);
   EXPECT_EQ(DumpOf(out.mTermData), first);
 
-  // A value array the message lacks keeps its elements too; a value the
-  // message holds unset becomes unset.
+  // A value field is not cleared before its read: what it holds after a
+  // tag the message lacks is what the runtime's read left in it, and a value
+  // that the message holds unset becomes unset.
   M_UnderData u;
-  u.daCorrCoeff = DblArray({0.5});
+  Fill(u.daCorrCoeff, {0.5});
   u.dCurrentPrice = Dbl(10.0);
-  ASSERT_EQ(u.Load(BuildSample(3400, false).get()), 0);
-  EXPECT_EQ(u.daCorrCoeff.size, 1);
+  MsgPtr unset = BuildSample(3400, false);
+  CDblArray left;
+  Fill(left, {0.5});
+  ASSERT_EQ(unset->GetValue(642, &left), -1);  // daCorrCoeff: no element written
+  ASSERT_EQ(u.Load(unset.get()), 0);
+  EXPECT_EQ(Repr(u.daCorrCoeff), Repr(left));
   EXPECT_FALSE(u.dCurrentPrice.isSet);
 }
 
@@ -271,7 +276,7 @@ TEST_F(Faults, ToMsgFailuresNameTheFieldAndFreeTheMessage) {
   // Three values of an array go out one by one; the second fails and the
   // third is never written.
   M_Greeks g;
-  g.daDelta = DblArray({1.0, 2.0, 3.0});
+  Fill(g.daDelta, {1.0, 2.0, 3.0});
   SetRecorder calls;
   ASSERT_TRUE(ArmFault(FaultOp::kSet, 612, -3, 1));
   EXPECT_EQ(g.ToMsg(), nullptr);

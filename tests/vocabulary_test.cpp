@@ -94,7 +94,7 @@ TEST(Vocabulary, TwinTagsReadInEitherForm) {
   // dFixedRate and daFixedRate share tag 239: the three values of the array
   // read as a single value, the first.
   M_IrMultiAccrFixedCpn multi;
-  multi.daFixedRate = DblArray({0.01, 0.02, 0.03});
+  Fill(multi.daFixedRate, {0.01, 0.02, 0.03});
   MsgPtr rates(multi.ToMsg());
   MsgPtr asSingle = NewMsg(M_CmpstRIdxC().msgnum);
   CDblArray values;

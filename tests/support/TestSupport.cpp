@@ -42,17 +42,21 @@ const schema::FieldInfo& FirstOfKind(schema::Kind kind, int* msgnum) {
   std::abort();
 }
 
+// Runtimes need not give value arrays a copy constructor: they are filled
+// in place.
 template <class A, class T>
-A ArrayOf(schema::Kind kind, std::initializer_list<T> values) {
+void FillArray(A& out, schema::Kind kind, std::initializer_list<T> values) {
   int msgnum = 0;
   int tag = FirstOfKind(kind, &msgnum).tag;
   MsgPtr msg = NewMsg(msgnum);
   for (T v : values) {
     if (msg->SetValue(tag, v) < 0) std::abort();
   }
-  A out;
-  if (values.size() > 0 && msg->GetValue(tag, &out) < 0) std::abort();
-  return out;
+  if (values.size() == 0) {
+    out = A();
+  } else if (msg->GetValue(tag, &out) < 0) {
+    std::abort();
+  }
 }
 
 }  // namespace
@@ -65,17 +69,27 @@ CDate Date(const char* text) {
   d.Set(text);
   return d;
 }
-CIntArray IntArray(std::initializer_list<int> values) {
-  return ArrayOf<CIntArray>(schema::Kind::kIntArray, values);
+void Fill(CIntArray& a, std::initializer_list<int> values) {
+  FillArray(a, schema::Kind::kIntArray, values);
 }
-CDblArray DblArray(std::initializer_list<double> values) {
-  return ArrayOf<CDblArray>(schema::Kind::kDblArray, values);
+void Fill(CDblArray& a, std::initializer_list<double> values) {
+  FillArray(a, schema::Kind::kDblArray, values);
 }
 
 std::string Str(const CString& s) { return std::string(s.ToStr(), static_cast<size_t>(s.GetSize())); }
 std::string EmptyRepr() { return Str(CString().Repr()); }
 std::string Repr(const CIntArray& a) { return Str(a.Repr(", ", false)); }
 std::string Repr(const CDblArray& a) { return Str(a.Repr(", ", false)); }
+std::string Repr(std::initializer_list<int> values) {
+  CIntArray a;
+  Fill(a, values);
+  return Repr(a);
+}
+std::string Repr(std::initializer_list<double> values) {
+  CDblArray a;
+  Fill(a, values);
+  return Repr(a);
+}
 
 std::string Text(CMsg* msg) {
   std::string text;

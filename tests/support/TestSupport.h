@@ -23,10 +23,10 @@ CInt Int(int v);
 CDbl Dbl(double v);
 CBool Bool(bool v);
 CDate Date(const char* text);
-// Value arrays with these elements, filled the only way the runtime offers:
-// by reading them from a message.
-CIntArray IntArray(std::initializer_list<int> values);
-CDblArray DblArray(std::initializer_list<double> values);
+// Gives a value array these elements, the only way the runtime offers: by
+// reading them from a message.
+void Fill(CIntArray& a, std::initializer_list<int> values);
+void Fill(CDblArray& a, std::initializer_list<double> values);
 
 // A CString's text.
 std::string Str(const CString& s);
@@ -35,6 +35,9 @@ std::string Str(const CString& s);
 std::string EmptyRepr();
 std::string Repr(const CIntArray& a);
 std::string Repr(const CDblArray& a);
+// The same for a new array of these elements.
+std::string Repr(std::initializer_list<int> values);
+std::string Repr(std::initializer_list<double> values);
 
 // The text form of a message tree (MsgText.h); fails the test if the
 // writer refuses the tree.
