@@ -56,7 +56,7 @@ void SweepMessage(const char* name, const CMsg& sample) {
   MA_GetMsgDic();
   T reference;
   ASSERT_EQ(reference.Load(const_cast<CMsg*>(&sample)), 0);
-  const std::string text = Text(&sample);
+  const std::string text = Text(const_cast<CMsg*>(&sample));
   const std::string dump = DumpOf(reference);
   const std::regex setText(R"(M_\w+:SET_(VAL_ONE|SUB_ONE|SUB_ARR)\(M\d{4}\.T\d+\) fail)");
   const std::regex getText(R"(M_\w+:GET_(VAL_ONE|SUB_ONE|SUB_ARR)\(M\d{4}\.T\d+\) fail)");

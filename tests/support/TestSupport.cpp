@@ -4,16 +4,20 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "MsgText.h"
 #include "callkyt/CStream.h"
 #include "callkyt/MsgDic.h"
-#include "callkyt/MsgText.h"
 
 namespace testing_support {
 
-std::string Text(const CMsg* msg) {
-  CStream out;
-  MA_WriteMsgText(msg, &out);
-  return std::string(out.ToStr(), static_cast<size_t>(out.GetSize()));
+std::string Text(CMsg* msg) {
+  std::string out;
+  MsgTextError err{};
+  if (MA_WriteMsgText(msg, &out, &err) != MSGTEXT_OK) {
+    std::fprintf(stderr, "Text: the tree cannot be written: %s\n", err.reason);
+    std::abort();
+  }
+  return out;
 }
 
 int Depth(const CMsg& msg) {

@@ -14,8 +14,8 @@ namespace testing_support {
 
 using MsgPtr = std::unique_ptr<CMsg>;
 
-// The text form of a message tree (callkyt/MsgText.h).
-std::string Text(const CMsg* msg);
+// The text form of a message tree (MsgText.h); aborts if it cannot be written.
+std::string Text(CMsg* msg);
 // The levels of a message tree: 1 for a message without sub-messages.
 int Depth(const CMsg& msg);
 // What Dump writes.
