@@ -86,7 +86,8 @@ enum MsgTextResult {
   MSGTEXT_E_ARG = -51,      // a null message or output, or a null or empty path
   MSGTEXT_E_CLASS = -52,    // a message of a number that no class has, or a sub-message
                             // of another class than its field holds
-  MSGTEXT_E_RUNTIME = -53,  // GetValue failed; its code is in the reason
+  MSGTEXT_E_RUNTIME = -53,  // GetValue failed (its code is in the reason), or gave no
+                            // message or a text of a negative size
   MSGTEXT_E_VALUE = -54,    // a value that would not read back as itself: a text with a
                             // NUL byte, a set date with an empty or unterminated text
   MSGTEXT_E_DEPTH = -55,    // messages nest more than kMsgTextMaxDepth levels deep

@@ -2,7 +2,9 @@
 // the classes of the schema.
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -77,7 +79,6 @@ struct Shown {
 };
 
 Shown Show(Span s) {
-  static const char kHex[] = "0123456789abcdef";
   Shown out;
   char* w = out.text;
   *w++ = '\'';
@@ -88,10 +89,7 @@ Shown Show(Span s) {
       *w++ = '\\';
       *w++ = static_cast<char>(c);
     } else if (c < 0x20 || c >= 0x7f) {
-      *w++ = '\\';
-      *w++ = 'x';
-      *w++ = kHex[c >> 4];
-      *w++ = kHex[c & 15];
+      w = PutHex(w, c);
     } else {
       *w++ = static_cast<char>(c);
     }
@@ -194,7 +192,7 @@ class Reader {
     next_ = nl ? lineEnd_ + 1 : end_;
     endedInNewline_ = nl != nullptr;
     if (lineEnd_ != lineStart_ && lineEnd_[-1] == '\r') --lineEnd_;
-    ++line_;
+    if (line_ < INT_MAX - 1) ++line_;  // a line past that is told as the last
     return true;
   }
 
@@ -218,7 +216,10 @@ class Reader {
     return Span{p, q};
   }
 
-  int Column(const char* at) const { return static_cast<int>(at - lineStart_) + 1; }
+  // Counts from 1; a column past INT_MAX is told as INT_MAX.
+  int Column(const char* at) const {
+    return static_cast<int>(std::min<ptrdiff_t>(at - lineStart_, INT_MAX - 1) + 1);
+  }
 
   __attribute__((format(printf, 4, 5))) bool FailAt(int line, int column, const char* format, ...) {
     va_list args;
@@ -251,8 +252,8 @@ class Reader {
     seen_.resize(seen_.size() + static_cast<size_t>(cls.memberCount), 0);
   }
 
-  // A new message of class `cls`, which may come after the room to note its
-  // single fields has been made, so that a failure leaves nothing unowned.
+  // A new message of class `cls`. The room to note its single fields is made
+  // first, so that Push cannot fail once the message exists.
   CMsg* New(const ClassInfo& cls) {
     seen_.reserve(seen_.size() + static_cast<size_t>(cls.memberCount));
     return new CMsg(cls.number, 0, 0, dic_);
@@ -268,8 +269,9 @@ class Reader {
   // "}" closes the innermost block; a sub-message goes to its parent.
   bool Close(const char* at) {
     const char* rest = SkipBlanks(at + 1);
-    if (rest != lineEnd_)
+    if (rest != lineEnd_) {
       return Fail(rest, "unexpected text after '}': %s", Found(Token(rest)).text);
+    }
     const Open open = open_[--depth_];
     seen_.resize(open.seen);
     if (depth_ == 0) {

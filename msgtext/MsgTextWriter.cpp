@@ -22,8 +22,9 @@ class Writer {
 
   int Write(CMsg* msg) {
     const ClassInfo* cls = schema::FindClass(msg->msgnum);
-    if (!cls)
+    if (!cls) {
       return SetError(err_, MSGTEXT_E_CLASS, 0, 0, "no class has the number M%d", msg->msgnum);
+    }
     const int rc = Block(msg, *cls, 1);
     out_ += '\n';
     return rc;
@@ -94,10 +95,8 @@ class Writer {
         out_ += '\\';
         out_ += escape->letter;
       } else if (NeedsHex(c)) {
-        char hex[2] = {'0', '0'};
-        std::to_chars(c < 16 ? hex + 1 : hex, hex + 2, c, 16);
-        out_ += "\\x";
-        out_.append(hex, 2);
+        char hex[4];
+        out_.append(hex, PutHex(hex, c));
       } else {
         out_ += static_cast<char>(c);
       }
@@ -185,8 +184,9 @@ class Writer {
     if (got <= 0) return got;
     const char* text = v.ToStr();
     const int size = v.GetSize();
-    if (size < 0 || strnlen(text, static_cast<size_t>(size)) != static_cast<size_t>(size)) {
-      return Fail(MSGTEXT_E_VALUE, f, "a text of %d bytes that holds a NUL byte", size);
+    if (size < 0) return Fail(MSGTEXT_E_RUNTIME, f, "the runtime gave a text of %d bytes", size);
+    if (strnlen(text, static_cast<size_t>(size)) != static_cast<size_t>(size)) {
+      return Fail(MSGTEXT_E_VALUE, f, "a text that holds a NUL byte");
     }
     Head(f);
     Quoted(text, static_cast<size_t>(size));

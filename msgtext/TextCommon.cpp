@@ -1,9 +1,18 @@
 #include "TextCommon.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 namespace pricemsg::text {
+
+char* PutHex(char* out, unsigned char c) {
+  out[0] = '\\';
+  out[1] = 'x';
+  out[2] = '0';
+  std::to_chars(c < 16 ? out + 3 : out + 2, out + 4, c, 16);
+  return out + 4;
+}
 
 int SetError(MsgTextError* err, int code, int line, int column, const char* format, ...) {
   va_list args;

@@ -25,6 +25,9 @@ inline constexpr Escape kEscapes[] = {
 };
 // Any other byte below 0x20, and 0x7f, is written \xHH.
 inline bool NeedsHex(unsigned char c) { return c < 0x20 || c == 0x7f; }
+// Writes the four bytes \xHH of `c` (lower-case digits) at `out`; gives the
+// end.
+char* PutHex(char* out, unsigned char c);
 
 // Sets `err` (if not null) to the position and the formatted reason, cut to
 // fit. Gives `code`, so that a failing function can end with it.

@@ -1,5 +1,6 @@
-// Message files: reading back the text form of message trees, by hand and
-// for the generated request classes, with its errors and its memory use.
+// Message files: the schema tables they are checked against, the text of
+// trees built by the classes and by hand, every refusal with its place, the
+// memory they leave, and files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,61 +11,154 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ClassCases.h"
+#include "MsgText.h"
+#include "SchemaTables.h"
 #include "TestSupport.h"
-#include "callkyt/MsgDic.h"
-#include "callkyt/MsgText.h"
+#include "callkyt/Testing.h"
+#include "rates/M_IrTargetSwitching.h"
 
 using namespace testing_support;
 namespace fs = std::filesystem;
+namespace schema = pricemsg::schema;
 
 namespace {
 
-MsgPtr Read(const std::string& text, KytTextError* err = nullptr) {
+// A set value as a client of the runtime contract makes it.
+template <class V, class T>
+V Value(T v) {
+  V x;
+  x.value = v;
+  x.isSet = true;
+  return x;
+}
+CInt Int(int v) { return Value<CInt>(v); }
+CDbl Dbl(double v) { return Value<CDbl>(v); }
+CBool Bool(bool v) { return Value<CBool>(v); }
+CDate Date(const char* text) {
+  CDate x;
+  x.Set(text);
+  return x;
+}
+
+MsgPtr New(int number) { return MsgPtr(new CMsg(number, 0, 0, MA_GetMsgDic())); }
+
+template <class V>
+void Set(CMsg& msg, int tag, V v) {
+  ASSERT_GE(msg.SetValue(tag, v), 0) << "T" << tag;
+}
+
+CMsg& Attach(CMsg& parent, int tag, int number) {
+  CMsg* sub = new CMsg(number, 0, 0, MA_GetMsgDic());
+  EXPECT_GE(parent.SetValue(tag, sub), 0) << "T" << tag;
+  return *sub;
+}
+
+MsgPtr Read(const std::string& text, MsgTextError* err = nullptr) {
   return MsgPtr(MA_ReadMsgText(text.data(), text.size(), err));
 }
 
-CMsg* Sub(CMsg* parent, int tag, int num) {
-  CMsg* sub = new CMsg(num, 0, 0, MA_GetMsgDic());
-  EXPECT_EQ(parent->SetValue(tag, sub), KYT_OK);
-  return sub;
+const std::string kOddText = "q\" b\\ n\n t\t r\r \x01\x1f\x7f \xc3\xa9 #}{";
+
+// M_IrTargetSwitching: every single kind but a date, an int array and a
+// sub-message; values added out of tag order, a value under a tag that the
+// class lacks, a second value of a single field, and a field left absent
+// (dAccumAmt, T4573).
+MsgPtr Switching() {
+  MsgPtr m = New(3685);
+  Set(*m, 5146, 3);
+  Set(*m, 784, kOddText.c_str());
+  Set(*m, 117, Int(INT_MIN));
+  Set(*m, 5076, Bool(true));
+  CMsg& cpn = Attach(*m, 4702, 3623);
+  Set(cpn, 3372, Bool(false));
+  Set(cpn, 239, Dbl(1.0 / 3));
+  Set(cpn, 200, std::string(40, 'w').c_str());
+  Set(cpn, 337, CDbl());
+  Set(*m, 118, CInt());
+  Set(*m, 5075, Int(INT_MAX));
+  Set(*m, 396, Dbl(0.1));
+  Set(*m, 5145, "");
+  Set(*m, 6, Int(1));    // iSysCode, which the class does not have
+  Set(*m, 117, Int(5));  // a second value: a single read takes the first
+  Set(*m, 5146, -1);
+  Set(*m, 5146, INT_MIN);
+  return m;
 }
 
-// Every kind of value, set and unset, texts with every escape, doubles at
-// the edges of what a double holds, repeated values and sub-messages.
-MsgPtr HandTree() {
-  MsgPtr root(new CMsg(2161, 0, 0, MA_GetMsgDic()));  // M_Greeks
-  CMsg& m = *root;
-  CDate date;
-  date.Set("20240229");
-  // A braced list runs its calls in order, and the order is kept.
-  for (int rc :
-       {m.SetValue(6, CInt(INT_MIN)), m.SetValue(8, CInt()),
-        m.SetValue(7, "q\" b\\ n\n t\t r\r \x01\x1f\x7f \xc3\xa9 #}{"), m.SetValue(775, ""),
-        m.SetValue(800, std::string(300, 'w').c_str()), m.SetValue(198, date),
-        m.SetValue(188, CDate()), m.SetValue(101, CBool(true)), m.SetValue(876, CBool(false)),
-        m.SetValue(175, CBool()), m.SetValue(580, CDbl())}) {
-    EXPECT_EQ(rc, KYT_OK);
-  }
-  for (double d :
-       {0.1, 1.0 / 3, -0.0, 5e-324, 2.225073858507201e-308, DBL_MIN, DBL_MAX, -DBL_MAX, 1e23,
-        9007199254740991.0, -1.5e-7, HUGE_VAL, -HUGE_VAL, std::nan(""), -std::nan("")}) {
-    EXPECT_EQ(m.SetValue(239, d), KYT_OK);
-  }
-  for (int i : {3, -1, INT_MAX}) EXPECT_EQ(m.SetValue(5146, i), KYT_OK);
-  CMsg* unknown = Sub(&m, 695, 99);  // a number the dictionary lacks
-  EXPECT_EQ(unknown->SetValue(612, -2.5), KYT_OK);
-  CMsg* tiv = Sub(unknown, 695, 2143);
-  EXPECT_EQ(tiv->SetValue(198, CDate()), KYT_OK);
-  Sub(Sub(tiv, 695, 2143), 695, 2143);
-  Sub(unknown, 695, 2143);
-  EXPECT_EQ(m.SetValue(6, CInt(1)), KYT_OK);  // a tag again after the others
-  return root;
+const std::string kSwitchingText =
+    "M3685 M_IrTargetSwitching {\n"
+    "  T117 iAppEndPeriodNo i -2147483648\n"
+    "  T118 iAppStartPeriodNo i -\n"
+    "  T396 dRate d 0.1\n"
+    "  T784 sTgtOccPayoffType s \"q\\\" b\\\\ n\\n t\\t r\\r \\x01\\x1f\\x7f \xc3\xa9 #}{\"\n"
+    "  T4702 mIrVanillaCpnB m M3623 M_IrVanillaCpnB {\n"
+    "    T200 sDayCntConv s \"" +
+    std::string(40, 'w') +
+    "\"\n"
+    "    T239 dFixedRate d 0.3333333333333333\n"
+    "    T337 dMargin d -\n"
+    "    T3372 bFixedYN b N\n"
+    "  }\n"
+    "  T5075 iSwitObservedPeriodNo i 2147483647\n"
+    "  T5076 bSwitOccuredYN b Y\n"
+    "  T5145 sAppPeriodType s \"\"\n"
+    "  T5146 iaAppPeriodNo i 3\n"
+    "  T5146 iaAppPeriodNo i -1\n"
+    "  T5146 iaAppPeriodNo i -2147483648\n"
+    "}\n";
+
+// Doubles at the edges of what a double holds, and how they are written.
+const std::vector<std::pair<double, const char*>> kEdgeDoubles = {
+    {0.1, "0.1"},
+    {1.0 / 3, "0.3333333333333333"},
+    {-0.0, "-0"},
+    {5e-324, "5e-324"},
+    {2.225073858507201e-308, "2.225073858507201e-308"},
+    {DBL_MIN, "2.2250738585072014e-308"},
+    {DBL_MAX, "1.7976931348623157e+308"},
+    {-DBL_MAX, "-1.7976931348623157e+308"},
+    {1e23, "1e+23"},
+    {9007199254740991.0, "9007199254740991"},
+    {-1.5e-7, "-1.5e-07"},
+    {HUGE_VAL, "inf"},
+    {-HUGE_VAL, "-inf"},
+    {std::nan(""), "nan"},
+    {-std::nan(""), "-nan"},
+};
+
+// M_Greeks: a double array with every edge, single doubles set and unset,
+// two elements of a repeated sub-message, one of them empty.
+MsgPtr Greeks() {
+  MsgPtr m = New(2161);
+  for (const auto& [d, text] : kEdgeDoubles) Set(*m, 612, d);
+  Set(*m, 615, Dbl(-0.0));
+  Set(*m, 616, CDbl());
+  CMsg& rho = Attach(*m, 2668, 1925);
+  Set(rho, 580, Dbl(5e-324));
+  Set(rho, 599, Int(7));
+  Attach(*m, 2668, 1925);
+  return m;
+}
+
+bool SameBits(double a, double b) {
+  if (std::isnan(a)) return std::isnan(b) && std::signbit(a) == std::signbit(b);
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// Runs `f` on a thread of its own, which starts with no spare message
+// blocks, and tells whether every block it allocated is freed again.
+bool LeavesNothing(const std::function<void()>& f) {
+  MA_GetMsgDic();  // built on the first call, and kept
+  const long live = FailingAlloc::Live();
+  std::thread(f).join();
+  return FailingAlloc::Live() == live;
 }
 
 // A directory of the running test's own under the temporary directory.
@@ -73,88 +167,252 @@ struct TempDir {
                   ::testing::UnitTest::GetInstance()->current_test_info()->name();
   TempDir() { fs::create_directories(path); }
   ~TempDir() { fs::remove_all(path); }
+
+  std::vector<std::string> Names() const {
+    std::vector<std::string> out;
+    for (const auto& e : fs::directory_iterator(path)) out.push_back(e.path().filename());
+    std::sort(out.begin(), out.end());
+    return out;
+  }
 };
 
 }  // namespace
 
-TEST(MsgFile, ReadsBackWhatItWrites) {
-  const std::string text = Text(HandTree().get());
-  KytTextError err{7, 7, "stale"};
-  MsgPtr back = Read(text, &err);
-  ASSERT_TRUE(back) << err.line << ":" << err.column << " " << err.reason;
-  EXPECT_EQ(Text(back.get()), text);
-  EXPECT_EQ(err.line, 0);
-  EXPECT_STREQ(err.reason, "");
+TEST(SchemaTables, FindEveryClassFieldAndMemberAndNothingElse) {
+  for (int i = 0; i < schema::kClassCount; ++i) {
+    const schema::ClassInfo& c = schema::kClasses[i];
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(schema::FindClass(c.number), &c);
+    EXPECT_EQ(schema::FindClass(c.name), &c);
+    for (int k = 0; k < c.memberCount; ++k) {
+      const schema::FieldInfo& f = schema::MemberOf(c, k);
+      EXPECT_EQ(schema::FindMember(c, f.tag), &f);
+      EXPECT_EQ(schema::MemberIndex(c, f.tag), k);
+      if (k > 0) {
+        EXPECT_LT(schema::MemberOf(c, k - 1).tag, f.tag);
+      }
+      EXPECT_EQ(schema::FindMember(c, f.tag + 1) == nullptr,
+                k + 1 == c.memberCount || schema::MemberOf(c, k + 1).tag != f.tag + 1);
+    }
+  }
+  for (int i = 0; i < schema::kFieldCount; ++i) {
+    const schema::FieldInfo& f = schema::kFields[i];
+    EXPECT_EQ(schema::FindField(f.name), &f);
+    const bool holds = f.kind == schema::Kind::kMessage || f.kind == schema::Kind::kMessageArray;
+    ASSERT_EQ(f.held >= 0, holds) << f.name;
+    if (holds) {
+      EXPECT_EQ(std::string(schema::HeldClass(f).name) +
+                    (f.kind == schema::Kind::kMessageArray ? "_Array" : ""),
+                f.type);
+    }
+  }
+  // Twins share a tag, single and array, with one letter.
+  const schema::FieldInfo* delta = schema::FindField("dDelta");
+  const schema::FieldInfo* deltas = schema::FindField("daDelta");
+  ASSERT_TRUE(delta && deltas);
+  EXPECT_EQ(delta->tag, deltas->tag);
+  EXPECT_EQ(schema::InfoOf(delta->kind).letter, schema::InfoOf(deltas->kind).letter);
+  EXPECT_FALSE(schema::InfoOf(delta->kind).repeats);
+  EXPECT_TRUE(schema::InfoOf(deltas->kind).repeats);
+  EXPECT_EQ(schema::InfoOf(schema::Kind::kMessageArray).letter, 'm');
 
-  // As kept by hand: a byte order mark, notes, blank lines, CRLF, tabs, no
-  // names, a twin's name, upper-case hex, no final newline.
-  MsgPtr edited = Read(
-      "\xEF\xBB\xBF# golden reply\r\nM2161 {\r\n\r\n\tT6  i\t-7   \r\n  # inside\r\n"
-      "  T612 dDelta d 0.5\r\n  T7 s \"\\x41\\x7F\"\r\n  T695 m M2143{\r\n  }\r\n}");
-  ASSERT_TRUE(edited);
-  EXPECT_EQ(Text(edited.get()),
-            "M2161 M_Greeks {\n  T6 iSysCode i -7\n  T612 daDelta d 0.5\n"
-            "  T7 sSysReasonText s \"A\\x7f\"\n  T695 mTivMatur m M2143 M_Tiv {\n  }\n}\n");
+  // Near misses find nothing.
+  const schema::ClassInfo* tiv = schema::FindClass("M_Tiv");
+  ASSERT_TRUE(tiv);
+  for (int number : {0, -1, 9, INT_MAX, INT_MIN}) EXPECT_FALSE(schema::FindClass(number)) << number;
+  for (const char* name : {"", "M_tiv", "M_Ti", "M_Tivv", "Tiv"}) {
+    EXPECT_FALSE(schema::FindClass(name)) << name;
+  }
+  for (const char* name : {"", "dstrike", "dStrik", "dStrikeX", "M_Tiv"}) {
+    EXPECT_FALSE(schema::FindField(name)) << name;
+  }
+  EXPECT_EQ(schema::MemberIndex(*tiv, 612), -1);  // a tag of the dictionary, not of the class
+  EXPECT_FALSE(schema::FindMember(*tiv, 0));
+  EXPECT_FALSE(schema::FindMember(*tiv, INT_MAX));
 }
 
-TEST(MsgFile, ReportsWhereAndWhyATextIsWrong) {
+TEST(MsgText, WritesEachFieldAsItsClassSaysAndReadsItBackExactly) {
+  MsgPtr switching = Switching();
+  EXPECT_EQ(Text(switching.get()), kSwitchingText);
+  MsgTextError err{7, 7, "stale"};
+  MsgPtr back = Read(kSwitchingText, &err);
+  ASSERT_TRUE(back) << err.line << ":" << err.column << " " << err.reason;
+  EXPECT_EQ(err.line, 0);
+  EXPECT_EQ(err.column, 0);
+  EXPECT_STREQ(err.reason, "");
+  EXPECT_EQ(Text(back.get()), kSwitchingText);
+  CString text;
+  ASSERT_GE(back->GetValue(784, &text), 0);
+  EXPECT_EQ(std::string(text.ToStr(), static_cast<size_t>(text.GetSize())), kOddText);
+
+  // Doubles read back bit for bit; the writer appends to what it is given.
+  MsgPtr greeks = Greeks();
+  std::string written = "kept\n";
+  ASSERT_EQ(MA_WriteMsgText(greeks.get(), &written), MSGTEXT_OK);
+  ASSERT_EQ(written.compare(0, 5, "kept\n"), 0);
+  std::string expected = "M2161 M_Greeks {\n";
+  for (const auto& [d, shown] : kEdgeDoubles)
+    expected += std::string("  T612 daDelta d ") + shown + "\n";
+  expected +=
+      "  T615 dTheta d -0\n"
+      "  T616 dRho d -\n"
+      "  T2668 maRhoValue m M1925 M_RhoValue {\n"
+      "    T580 dValue d 5e-324\n"
+      "    T599 iRateCrvId i 7\n"
+      "  }\n"
+      "  T2668 maRhoValue m M1925 M_RhoValue {\n"
+      "  }\n"
+      "}\n";
+  EXPECT_EQ(written.substr(5), expected);
+  back = Read(expected);
+  ASSERT_TRUE(back);
+  CDblArray deltas;
+  ASSERT_GE(back->GetValue(612, &deltas), 0);
+  ASSERT_EQ(deltas.size, static_cast<int>(kEdgeDoubles.size()));
+  for (int i = 0; i < deltas.size; ++i) {
+    EXPECT_TRUE(SameBits(deltas.GetAt(i), kEdgeDoubles[i].first)) << kEdgeDoubles[i].second;
+  }
+  CDbl theta;
+  ASSERT_GE(back->GetValue(615, &theta), 0);
+  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
+
+  // Dates, set and unset.
+  MsgPtr tiv = New(2143);
+  Set(*tiv, 198, Date("20240229"));
+  Set(*tiv, 775, "");
+  MsgPtr unset = New(2143);
+  Set(*unset, 198, CDate());
+  EXPECT_EQ(Text(tiv.get()),
+            "M2143 M_Tiv {\n  T198 nDate n \"20240229\"\n  T775 sDateType s \"\"\n}\n");
+  EXPECT_EQ(Text(unset.get()), "M2143 M_Tiv {\n  T198 nDate n -\n}\n");
+  back = Read(Text(tiv.get()));
+  ASSERT_TRUE(back);
+  CDate date;
+  ASSERT_GE(back->GetValue(198, &date), 0);
+  EXPECT_TRUE(date.isSet);
+  EXPECT_STREQ(date.text, "20240229");
+
+  // A tree of the class's own ToMsg, read back, loads into an equal object.
+  M_IrTargetSwitching obj;
+  obj.dAccumAmt.value = -2.5;
+  obj.dAccumAmt.isSet = true;
+  obj.sAppPeriodType = "EVERY";
+  obj.mIrVanillaCpnB.bFixedYN.value = true;
+  obj.mIrVanillaCpnB.bFixedYN.isSet = true;
+  MsgPtr msg(obj.ToMsg());
+  ASSERT_TRUE(msg) << obj.errtext.ToStr();
+  back = Read(Text(msg.get()));
+  ASSERT_TRUE(back);
+  M_IrTargetSwitching loaded;
+  ASSERT_EQ(loaded.Load(back.get()), 0) << loaded.errtext.ToStr();
+  EXPECT_EQ(DumpOf(loaded), DumpOf(obj));
+
+  // As kept by hand: a byte order mark, notes, blank lines, CRLF, tabs, no
+  // names, upper-case hex, a block opened without a blank, no final newline.
+  MsgPtr edited = Read(
+      "\xEF\xBB\xBF# golden reply\r\nM10 {\r\n\r\n\tT6  i\t-7   \r\n  # inside\r\n"
+      "  T7 s \"\\x41\\x7F\"\r\n}");
+  ASSERT_TRUE(edited);
+  EXPECT_EQ(Text(edited.get()),
+            "M10 M_SysReject {\n  T6 iSysCode i -7\n  T7 sSysReasonText s \"A\\x7f\"\n}\n");
+  edited = Read("M2143{\n}\n");
+  ASSERT_TRUE(edited);
+  EXPECT_EQ(Text(edited.get()), "M2143 M_Tiv {\n}\n");
+}
+
+TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   struct Case {
     std::string text;
     int line, column;
     const char* reason;
   };
-  const std::string head = "M2161 {\n";
+  const std::string sys = "M10 {\n";
+  const std::string sw = "M3685 {\n";
   const Case cases[] = {
+      // The layout.
       {"", 1, 1, "holds no message"},
       {"T6 i 1\n", 1, 1, "expected a message"},
-      {head + "  T6 i 1", 2, 9, "M2161 opened at line 1: '}' is missing"},
-      {head + "  T695 m M2143 {\n    T800 s \"x\"\n}\n", 5, 1, "M2161 opened at line 1"},
-      {head + "  T7 s \"ab", 2, 8, "not closed"},
-      {head + "  T7 s \"a\\qb\"\n}\n", 2, 10, "unknown escape \\q"},
-      {head + "  T7 s \"a\\x4\"\n}\n", 2, 10, "two hex digits"},
-      {head + "  T7 s \"a\\x00\"\n}\n", 2, 10, "NUL"},
-      {head + "  T6 q 1\n}\n", 2, 6, "'q' is not a type letter"},
-      {head + "  T6 iSysCode q 1\n}\n", 2, 15, "expected a type letter"},
-      {head + "  T6 iSysRefMsgNo i 1\n}\n", 2, 6, "does not fit tag 6, which is 'iSysCode'"},
-      {head + "  T612 dDelto d 1\n}\n", 2, 8, "which is 'dDelta' or 'daDelta'"},
-      {"M2161 M_Tiv {\n}\n", 1, 7, "does not fit M2161, which is 'M_Greeks'"},
-      {"M99 M_Tiv {\n}\n", 1, 5, "'M_Tiv' is message M2143, not M99"},
-      {head + "}\n\nM2161 {\n}\n", 4, 1, "after the end of the message"},
-      {head + "  T6 i 1 2\n}\n", 2, 10, "after the value"},
-      {head + "  T6 d 1.5\n}\n", 2, 6, "takes an integer (i), not a double (d)"},
-      {head + "  T99999 i 1\n}\n", 2, 3, "does not know tag 99999"},
-      {head + "  T198 n \"20230229\"\n}\n", 2, 10, "'20230229' is not a valid date"},
-      {head + "  T6 i 2147483648\n}\n", 2, 8, "out of the range of an integer"},
-      {head + "  T239 d 1e-400\n}\n", 2, 10, "out of the range of a double"},
-      {head + "  T239 d infinity\n}\n", 2, 10, "expected a number"},
+      {"Mx {\n}\n", 1, 2, "expected a message number"},
+      {"M10 M_SysReject\n}\n", 1, 16, "expected '{'"},
+      {"M10 { T6 i 1\n}\n", 1, 7, "unexpected text after '{'"},
+      {sys + "  T6 i 1", 2, 9, "M_SysReject (M10) opened at line 1: '}' is missing"},
+      {sw + "  T4702 m M3623 {\n    T239 d 1\n}\n", 5, 1, "M_IrTargetSwitching (M3685) opened"},
+      {sys + "}\n\nM10 {\n}\n", 4, 1, "after the end of the message"},
+      {sys + "} x\n", 2, 3, "unexpected text after '}'"},
+      {sys + "  X\n}\n", 2, 3, "expected a value 'T<tag> ...' or '}'"},
+      {sys + "  T6 i 1 2\n}\n", 2, 10, "after the value"},
+      {sys + "  Tx i 1\n}\n", 2, 4, "expected a tag number"},
+      {sys + "  T6\n}\n", 2, 5, "expected a type letter (i, d, b, n, s or m) after the tag"},
+      {sys + "  T6 q 1\n}\n", 2, 6, "'q' is not a type letter (i, d, b, n, s or m)"},
+      {sys + "  T6 iSysCode q 1\n}\n", 2, 15, "expected a type letter"},
+      // Classes, tags, names and letters.
+      {"M9 {\n}\n", 1, 1, "no class has the number M9"},
+      {"M10 M_Tiv {\n}\n", 1, 5, "'M_Tiv' is class M2143, not M10, which is 'M_SysReject'"},
+      {"M10 M_Nope {\n}\n", 1, 5, "class name 'M_Nope' does not fit M10"},
+      {sys + "  T612 d 1\n}\n", 2, 3, "M_SysReject (M10) has no field with tag 612"},
+      {sys + "  T6 iSysRefMsgNo i 1\n}\n", 2, 6, "'iSysRefMsgNo' does not fit T6 of M_SysReject"},
+      {"M2161 {\n  T612 dDelta d 1\n}\n", 2, 8,
+       "does not fit T612 of M_Greeks, which is 'daDelta'"},
+      {sys + "  T6 d 1.5\n}\n", 2, 6, "T6 iSysCode holds int, written i, not d"},
+      {"M2161 {\n  T2668 d 1\n}\n", 2, 9, "holds repeated message, written m, not d"},
+      {sys + "  T6 i 1\n  # again\n  T6 i 2\n}\n", 4, 3,
+       "a second value for T6 iSysCode, which holds one (the first is on line 2)"},
+      {sw + "  T4702 m M3623 {\n  }\n  T4702 m M3623 {\n  }\n}\n", 4, 3, "second value for T4702"},
+      {"M2161 {\n  T2668 m M2143 {\n  }\n}\n", 2, 11,
+       "T2668 maRhoValue holds M_RhoValue (M1925), not M_Tiv (M2143)"},
+      {"M2161 {\n  T2668 m {\n  }\n}\n", 2, 11, "expected a message 'M<number> {'"},
+      // Values.
+      {sys + "  T6 i 2147483648\n}\n", 2, 8, "out of the range of an integer"},
+      {sys + "  T6 i 0x1\n}\n", 2, 8, "expected an integer"},
+      {sw + "  T5146 i -\n}\n", 2, 11,
+       "T5146 iaAppPeriodNo is an array: its elements cannot be unset"},
+      {"M2161 {\n  T615 d 1e-400\n}\n", 2, 10, "out of the range of a double"},
+      {"M2161 {\n  T612 d infinity\n}\n", 2, 10, "expected a number"},
+      {sw + "  T5076 b y\n}\n", 2, 11, "expected Y, N or - for a boolean"},
+      {"M2143 {\n  T198 n 20240101\n}\n", 2, 10, "expected a quoted date or -"},
+      {"M2143 {\n  T198 n \"\"\n}\n", 2, 10, "an empty date"},
+      {"M2143 {\n  T198 n \"202401011\"\n}\n", 2, 10, "a date of 9 characters"},
+      {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10, "T198 nDate: the runtime refused the value"},
+      {sys + "  T7 s x\n}\n", 2, 8, "expected a quoted text"},
+      {sys + "  T7 s \"ab", 2, 8, "not closed"},
+      {sys + "  T7 s \"a\\qb\"\n}\n", 2, 10, "unknown escape \\q"},
+      {sys + "  T7 s \"a\\x4\"\n}\n", 2, 10, "two hex digits"},
+      {sys + "  T7 s \"a\\x+4\"\n}\n", 2, 10, "two hex digits"},
+      {sys + "  T7 s \"a\\x00\"\n}\n", 2, 10, "NUL"},
+      {sys + std::string("  T7 s \"a\0\"\n}\n", 14), 2, 10, "NUL"},
+      {sys + "  T7 s \"a\\\x01\"\n}\n", 2, 10, "a backslash before '\\x01' is not an escape"},
   };
   for (const Case& c : cases) {
-    KytTextError err{};
-    EXPECT_FALSE(Read(c.text, &err)) << c.text;
+    MsgTextError err{};
+    bool refused = false;
+    EXPECT_TRUE(LeavesNothing([&] { refused = !Read(c.text, &err); })) << c.text;
+    EXPECT_TRUE(refused) << c.text;
     EXPECT_EQ(err.line, c.line) << c.text << "\n" << err.reason;
     EXPECT_EQ(err.column, c.column) << c.text << "\n" << err.reason;
     EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << c.text << "\n" << err.reason;
   }
+  MsgTextError err{};
+  EXPECT_FALSE(MA_ReadMsgText(nullptr, 3, &err));
+  EXPECT_EQ(err.line, 0);
+  EXPECT_FALSE(MA_ReadMsgText(nullptr, 0, nullptr));  // no text, and nowhere to tell why
 
-  // Nesting is bounded: 64 levels read, the 65th is refused at its header.
-  auto nested = [](int levels) {
-    std::string text = "M2143 {\n";
-    for (int i = 1; i < levels; ++i) text += "T695 m M2143 {\n";
-    for (int i = 0; i < levels; ++i) text += "}\n";
-    return text;
-  };
-  MsgPtr deep = Read(nested(kMsgTextMaxDepth));
-  ASSERT_TRUE(deep);
-  EXPECT_EQ(Depth(*deep), kMsgTextMaxDepth);
-  KytTextError err{};
-  EXPECT_FALSE(Read(nested(kMsgTextMaxDepth + 1), &err));
-  EXPECT_EQ(err.line, kMsgTextMaxDepth + 1);
-  EXPECT_EQ(err.column, 8);
+  // The runtime's refusal of a value, and of a sub-message when its block
+  // closes, which is told at the line that opened it.
+  const std::string text = sw + "  T396 d 1\n  T4702 m M3623 {\n    T239 d 2\n  }\n}\n";
+  for (auto [tag, line, column] : {std::tuple{396, 2, 10}, std::tuple{4702, 3, 3}}) {
+    ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, tag, -17));
+    EXPECT_TRUE(LeavesNothing([&] { EXPECT_FALSE(Read(text, &err)); }));
+    MA_ClearFaults();
+    EXPECT_EQ(err.line, line);
+    EXPECT_EQ(err.column, column);
+    EXPECT_NE(std::strstr(err.reason, "the runtime refused the"), nullptr) << err.reason;
+    EXPECT_NE(std::strstr(err.reason, "(code -17)"), nullptr) << err.reason;
+  }
 
   // Damaged texts: every prefix, and each byte replaced by bytes that mean
   // something to the reader. A text that is taken must be one the writer
   // can write again, and that text must read back as itself.
-  const std::string good = Text(HandTree().get());
+  const std::string good = kSwitchingText + Text(Greeks().get());
   auto check = [](const std::string& text) {
     MsgPtr msg = Read(text);
     if (!msg) return;
@@ -165,7 +423,7 @@ TEST(MsgFile, ReportsWhereAndWhyATextIsWrong) {
   };
   for (size_t n = 0; n < good.size(); ++n) {
     check(good.substr(0, n));
-    for (char c : {'\0', '\n', '"', '\\', '{', '}', '-', 'M', 'T', '\xff'}) {
+    for (char c : {'\0', '\n', '"', '\\', '{', '}', '-', 'M', 'T', 'm', '9', ' ', '\xff'}) {
       std::string damaged = good;
       damaged[n] = c;
       check(damaged);
@@ -173,38 +431,119 @@ TEST(MsgFile, ReportsWhereAndWhyATextIsWrong) {
   }
 }
 
-TEST(MsgFile, ReadingAFileLeaksNothingWhenMemoryRunsOut) {
-  MA_GetMsgDic();
+TEST(MsgText, RefusesATreeItCannotWriteAndLeavesTheOutputAsItWas) {
+  struct Case {
+    const char* what;
+    std::function<MsgPtr()> tree;
+    int fault;  // a tag whose read fails, or 0
+    int code;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"no class", [] { return New(9); }, 0, MSGTEXT_E_CLASS, "no class has the number M9"},
+      {"a sub-message of another class",
+       [] {
+         MsgPtr m = Switching();
+         CMsg* vanilla = nullptr;
+         m->GetValue(4702, &vanilla);
+         Attach(*vanilla, 4603, 2143);  // M_Tiv where M_KytRateIndexB belongs
+         return m;
+       },
+       0, MSGTEXT_E_CLASS,
+       "M_IrVanillaCpnB (M3623) T4603 mKytRateIndexB: a message M2143 where the field holds "
+       "M_KytRateIndexB"},
+      {"an element of another class",
+       [] {
+         MsgPtr m = Greeks();
+         Attach(*m, 2668, 10);
+         return m;
+       },
+       0, MSGTEXT_E_CLASS, "M_Greeks (M2161) T2668 maRhoValue: a message M10 where"},
+      {"a failing read", Switching, 396, MSGTEXT_E_RUNTIME,
+       "M_IrTargetSwitching (M3685) T396 dRate: the runtime failed to give the value (code -13)"},
+      {"a failing read of a sub-message", Switching, 4702, MSGTEXT_E_RUNTIME,
+       "T4702 mIrVanillaCpnB: the runtime failed to give the value (code -13)"},
+      {"a failing read below", Switching, 3372, MSGTEXT_E_RUNTIME,
+       "M_IrVanillaCpnB (M3623) T3372 bFixedYN: the runtime failed"},
+      {"a failing read of an array", Greeks, 612, MSGTEXT_E_RUNTIME, "T612 daDelta: the runtime"},
+      {"a failing read of elements", Greeks, 2668, MSGTEXT_E_RUNTIME, "T2668 maRhoValue: the"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    MsgPtr tree = c.tree();
+    std::string out = "kept";
+    MsgTextError err{};
+    if (c.fault) {
+      ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, c.fault, -13));
+    }
+    EXPECT_EQ(MA_WriteMsgText(tree.get(), &out, &err), c.code);
+    MA_ClearFaults();
+    EXPECT_EQ(out, "kept");
+    EXPECT_EQ(err.line, 0);
+    EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << err.reason;
+  }
+  // A read that finds the tag absent is no failure: the field is left out.
+  MsgPtr tiv = New(2143);
+  Set(*tiv, 800, "1Y");
+  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 800, -1));
+  EXPECT_EQ(Text(tiv.get()), "M2143 M_Tiv {\n}\n");
+  MA_ClearFaults();
+
+  std::string out;
+  MsgTextError err{};
+  EXPECT_EQ(MA_WriteMsgText(nullptr, &out, &err), MSGTEXT_E_ARG);
+  EXPECT_EQ(MA_WriteMsgText(tiv.get(), nullptr), MSGTEXT_E_ARG);
+  EXPECT_EQ(out, "");
+}
+
+TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
   TempDir dir;
-  const std::string path = (dir.path / "hand.msg").string();
-  MsgPtr tree = HandTree();
-  ASSERT_EQ(MA_WriteMsgFile(tree.get(), path.c_str()), KYT_OK);
-  const std::string text = Text(tree.get());
-  long live = FailingAlloc::Live();
+  const std::string path = (dir.path / "switching.msg").string();
+  MsgPtr tree = Switching();
+  ASSERT_EQ(MA_WriteMsgFile(tree.get(), path.c_str()), MSGTEXT_OK);
   long points = ForEachAllocationFailure([&](long n) {
-    // A thread of its own starts with no spare message blocks.
-    std::thread([&] {
-      KytTextError err{};
+    EXPECT_TRUE(LeavesNothing([&] {
+      MsgTextError err{};
       FailingAlloc::FailAt(n);
       MsgPtr msg(MA_ReadMsgFile(path.c_str(), &err));
       FailingAlloc::Off();
       if (FailingAlloc::Fired()) {
+        // The runtime may tell its own failure instead.
         EXPECT_FALSE(msg) << "allocation " << n;
-        EXPECT_STREQ(err.reason, "out of memory") << "allocation " << n;
+        EXPECT_TRUE(std::strcmp(err.reason, "out of memory") == 0 ||
+                    std::strstr(err.reason, "the runtime refused the value"))
+            << "allocation " << n << ": " << err.reason;
       } else {
         ASSERT_TRUE(msg) << err.reason;
-        EXPECT_EQ(Text(msg.get()), text);
+        EXPECT_EQ(Text(msg.get()), kSwitchingText);
       }
-    }).join();
-    EXPECT_EQ(FailingAlloc::Live(), live) << "allocation " << n;
+    })) << "allocation "
+        << n;
   });
-  EXPECT_GT(points, 10);
+  EXPECT_GT(points, 5);
+
+  points = ForEachAllocationFailure([&](long n) {
+    EXPECT_TRUE(LeavesNothing([&] {
+      std::string out = "kept";
+      FailingAlloc::FailAt(n);
+      const int rc = MA_WriteMsgText(tree.get(), &out);
+      FailingAlloc::Off();
+      if (FailingAlloc::Fired()) {
+        EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc;
+        EXPECT_EQ(out, "kept") << "allocation " << n;
+      } else {
+        EXPECT_EQ(out, "kept" + kSwitchingText);
+      }
+    })) << "allocation "
+        << n;
+  });
+  EXPECT_GT(points, 3);
 }
 
 // Requests of every kind in files: a filled sample is loaded into its class,
 // written from the object to a file, read back and loaded into a new object,
 // which dumps the same. Every 40th class, and the three deepest.
-TEST(MsgFile, RequestsRoundTripThroughFiles) {
+TEST(MsgFile, RequestsRoundTripThroughFilesAndAFileIsReplacedWhole) {
   const std::vector<ClassCase>& all = AllClasses();
   std::vector<const ClassCase*> picked;
   for (size_t i = 0; i < all.size(); i += 40) picked.push_back(&all[i]);
@@ -225,8 +564,8 @@ TEST(MsgFile, RequestsRoundTripThroughFiles) {
     MsgPtr msg(obj->ToMsg());
     ASSERT_TRUE(msg) << obj->errtext.ToStr();
     const std::string path = (dir.path / (std::string(c->name) + ".msg")).string();
-    ASSERT_EQ(MA_WriteMsgFile(msg.get(), path.c_str()), KYT_OK);
-    KytTextError err{};
+    ASSERT_EQ(MA_WriteMsgFile(msg.get(), path.c_str()), MSGTEXT_OK);
+    MsgTextError err{};
     MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
     ASSERT_TRUE(back) << path << ":" << err.line << ":" << err.column << ": " << err.reason;
     EXPECT_EQ(Text(back.get()), Text(msg.get()));
@@ -234,21 +573,52 @@ TEST(MsgFile, RequestsRoundTripThroughFiles) {
     ASSERT_EQ(fresh->Load(back.get()), 0) << fresh->errtext.ToStr();
     EXPECT_EQ(DumpOf(*fresh), DumpOf(*obj));
   }
+  fs::remove_all(dir.path);
+  fs::create_directory(dir.path);
 
-  // A file is replaced whole; a write that fails leaves no part behind.
-  MsgPtr small = Read("M2143 {\n}\n");
-  const std::string path = (dir.path / (std::string(all[0].name) + ".msg")).string();
-  ASSERT_EQ(MA_WriteMsgFile(small.get(), path.c_str()), KYT_OK);
-  std::ifstream in(path);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "M2143 M_Tiv {\n}\n");
+  // A file is replaced whole; a write that fails leaves the old file and
+  // nothing beside it, and so does a tree that cannot be written.
+  const std::string path = (dir.path / "tiv.msg").string();
+  MsgPtr tiv = Read("M2143 {\n}\n");
+  ASSERT_EQ(MA_WriteMsgFile(Switching().get(), path.c_str()), MSGTEXT_OK);
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
+  auto content = [&path] {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  EXPECT_EQ(content(), "M2143 M_Tiv {\n}\n");
+  MsgTextError err{};
+  EXPECT_EQ(MA_WriteMsgFile(New(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
+  EXPECT_EQ(content(), "M2143 M_Tiv {\n}\n");
   const fs::path taken = dir.path / "taken";  // a directory stands there
   fs::create_directory(taken);
-  EXPECT_EQ(MA_WriteMsgFile(small.get(), taken.string().c_str()), KYT_E_IO);
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), taken.string().c_str(), &err), MSGTEXT_E_IO);
   EXPECT_EQ(errno, EISDIR);
-  EXPECT_FALSE(fs::exists(taken.string() + ".part"));
-  EXPECT_FALSE(fs::exists(path + ".part"));
-  KytTextError err{};
-  EXPECT_FALSE(MA_ReadMsgFile((dir.path / "lost.msg").string().c_str(), &err));
-  EXPECT_EQ(err.line, 0);
-  EXPECT_NE(std::strstr(err.reason, "No such file"), nullptr) << err.reason;
+  EXPECT_NE(std::strstr(err.reason, "Is a directory"), nullptr) << err.reason;
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), (dir.path / "no" / "such.msg").string().c_str(), &err),
+            MSGTEXT_E_IO);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"taken", "tiv.msg"}));
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), "", &err), MSGTEXT_E_ARG);
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), nullptr, &err), MSGTEXT_E_ARG);
+
+  // Files that cannot be read are told at line 0, and a file too large is
+  // refused unread.
+  const fs::path large = dir.path / "large.msg";
+  std::ofstream(large).put('M');
+  fs::resize_file(large, kMsgFileMaxSize + 1);
+  struct Bad {
+    std::string path;
+    const char* reason;
+  };
+  for (const Bad& bad :
+       {Bad{(dir.path / "lost.msg").string(), "cannot open"}, Bad{taken.string(), "Is a directory"},
+        Bad{large.string(), "it is larger than 1073741824 bytes"}, Bad{"", "no file"}}) {
+    err = MsgTextError{9, 9, ""};
+    EXPECT_FALSE(MA_ReadMsgFile(bad.path.c_str(), &err)) << bad.path;
+    EXPECT_EQ(err.line, 0);
+    EXPECT_EQ(err.column, 0);
+    EXPECT_NE(std::strstr(err.reason, bad.reason), nullptr) << err.reason;
+  }
+  EXPECT_FALSE(MA_ReadMsgFile(nullptr, nullptr));
 }

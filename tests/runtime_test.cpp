@@ -663,68 +663,6 @@ TEST_F(Faults, ArmedFaultTakesTheChosenCallOnly) {
   EXPECT_EQ(m->SetValue(7, "y"), KYT_OK);
 }
 
-TEST(MsgText, WritesEveryKindOfValue) {
-  MsgPtr root = NewMsg(2161);  // M_Greeks, which holds daDelta under 612
-  ASSERT_EQ(root->SetValue(6, CInt(-7)), KYT_OK);
-  ASSERT_EQ(root->SetValue(8, CInt()), KYT_OK);
-  ASSERT_EQ(root->SetValue(7, "a\"b\n"), KYT_OK);
-  ASSERT_EQ(root->SetValue(198, Date("20240229")), KYT_OK);
-  ASSERT_EQ(root->SetValue(188, CDate()), KYT_OK);
-  ASSERT_EQ(root->SetValue(612, 0.1), KYT_OK);
-  ASSERT_EQ(root->SetValue(239, CDbl(1.0 / 3)), KYT_OK);
-  ASSERT_EQ(root->SetValue(580, CDbl()), KYT_OK);
-  ASSERT_EQ(root->SetValue(101, CBool(true)), KYT_OK);
-  ASSERT_EQ(root->SetValue(876, CBool(false)), KYT_OK);
-  ASSERT_EQ(root->SetValue(175, CBool()), KYT_OK);
-  ASSERT_EQ(root->SetValue(5146, 3), KYT_OK);
-  ASSERT_EQ(root->SetValue(775, ""), KYT_OK);
-  CMsg* unknown = NewSub(99);  // a number the dictionary lacks
-  ASSERT_EQ(root->SetValue(695, unknown), KYT_OK);
-  ASSERT_EQ(unknown->SetValue(612, -2.5), KYT_OK);
-  for (double v : {1e300, 5e-324, -0.0, 100.0}) ASSERT_EQ(unknown->SetValue(239, v), KYT_OK);
-  CMsg* tiv = NewSub();
-  ASSERT_EQ(unknown->SetValue(695, tiv), KYT_OK);
-  ASSERT_EQ(tiv->SetValue(198, CDate()), KYT_OK);
-  ASSERT_EQ(tiv->SetValue(800, "1Y"), KYT_OK);
-  ASSERT_EQ(unknown->SetValue(695, NewSub()), KYT_OK);
-
-  // Names of a twin tag: the message's own field where the dictionary knows
-  // the message, else the form that fits the number of values.
-  EXPECT_EQ(Text(root.get()),
-            "M2161 M_Greeks {\n"
-            "  T6 iSysCode i -7\n"
-            "  T8 iSysRefMsgNo i -\n"
-            "  T7 sSysReasonText s \"a\\\"b\\n\"\n"
-            "  T198 nDate n \"20240229\"\n"
-            "  T188 nExerEndDate n -\n"
-            "  T612 daDelta d 0.1\n"
-            "  T239 dFixedRate d 0.3333333333333333\n"
-            "  T580 dValue d -\n"
-            "  T101 bAbsYN b Y\n"
-            "  T876 bKytGreeksCalcYN b N\n"
-            "  T175 bCliqYN b -\n"
-            "  T5146 iaAppPeriodNo i 3\n"
-            "  T775 sDateType s \"\"\n"
-            "  T695 mTivMatur m M99 {\n"
-            "    T612 dDelta d -2.5\n"
-            "    T239 daFixedRate d 1e+300\n"
-            "    T239 daFixedRate d 5e-324\n"
-            "    T239 daFixedRate d -0\n"
-            "    T239 daFixedRate d 100\n"
-            "    T695 maTivMatur m M2143 M_Tiv {\n"
-            "      T198 nDate n -\n"
-            "      T800 sMatur s \"1Y\"\n"
-            "    }\n"
-            "    T695 maTivMatur m M2143 M_Tiv {\n"
-            "    }\n"
-            "  }\n"
-            "}\n");
-
-  MsgPtr bare = NewMsg(1000000, nullptr);
-  ASSERT_EQ(bare->SetValue(9, CInt(1)), KYT_OK);
-  EXPECT_EQ(Text(bare.get()), "M1000000 {\n  T9 i 1\n}\n");
-}
-
 TEST(CStreamTest, CollectsWhatIsAppended) {
   CStream out;
   out.AppendData(nullptr, 5);
