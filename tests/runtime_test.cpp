@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <new>
 #include <string>
 
 #include "TestSupport.h"
@@ -23,6 +24,13 @@
 
 using testing_support::MsgPtr;
 using testing_support::Text;
+
+// The ThreadSanitizer build links no failing operator new (tests/CMakeLists.txt).
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define RUNTIME_TEST_WITHOUT_FAILING_ALLOC
+#endif
+#endif
 
 namespace {
 
@@ -44,6 +52,12 @@ CDate Date(const char* text) {
 CDblArray Dbls(std::initializer_list<double> values) {
   CDblArray a;
   for (double v : values) a.Add(v);
+  return a;
+}
+
+CIntArray Ints(std::initializer_list<int> values) {
+  CIntArray a;
+  for (int v : values) a.Add(v);
   return a;
 }
 
@@ -161,6 +175,20 @@ TEST(CStringTest, ComparesAndQuotes) {
   EXPECT_EQ(CString("a\x01z").Repr(), "\"a\\x01z\"");
   EXPECT_EQ(CString("\x7f\t").Repr(), "\"\\x7f\\t\"");
   EXPECT_EQ(CString("caf\xc3\xa9").Repr(), "\"caf\xc3\xa9\"");  // UTF-8 passes as it is
+  // Quoted texts of 31 and 32 bytes, and one that grows fourfold.
+  EXPECT_EQ(Str(CString(Pattern(29).c_str()).Repr()), '"' + Pattern(29) + '"');
+  EXPECT_EQ(Str(CString(Pattern(30).c_str()).Repr()), '"' + Pattern(30) + '"');
+  std::string controls, quoted;
+  for (int i = 0; i < 100; ++i) {
+    controls += static_cast<char>(1 + i % 31);
+    char esc[8];
+    std::snprintf(esc, sizeof esc, "\\x%02x", 1 + i % 31);
+    quoted += i % 31 + 1 == '\n'   ? "\\n"
+              : i % 31 + 1 == '\t' ? "\\t"
+              : i % 31 + 1 == '\r' ? "\\r"
+                                   : esc;
+  }
+  EXPECT_EQ(Str(CString(controls.c_str()).Repr()), '"' + quoted + '"');
 }
 
 // Formats with CString::Format, CFormat and snprintf; all three must agree
@@ -198,14 +226,14 @@ TEST(CStringTest, FormatWritesWhatSnprintfWrites) {
   // Formats left to vsnprintf, alone and mixed with the ones done here.
   EXPECT_FORMATS_AS_SNPRINTF("%x|%5.1f|%ld", 255, 3.14159, -123456789012L);
   EXPECT_FORMATS_AS_SNPRINTF("%d %x %s %e", 1, 2, "mixed", 0.5);
-  // Longer than the 256 bytes the formatter starts with, on either path.
+  // Around the 31 bytes that fit the object, and long texts.
+  for (int len : {28, 29, 30, 31}) {  // 30 to 33 bytes
+    EXPECT_FORMATS_AS_SNPRINTF("%x|%s", 10, Pattern(len).c_str());
+  }
   const std::string text = Pattern(300);
   EXPECT_FORMATS_AS_SNPRINTF("%s", text.c_str());
   EXPECT_FORMATS_AS_SNPRINTF("%300d|%-280s|%.300e", 42, "left", 1.0);
-  EXPECT_FORMATS_AS_SNPRINTF("%.300f", 1.0);
-  for (int len : {253, 254, 255, 256}) {  // 255 to 258 bytes
-    EXPECT_FORMATS_AS_SNPRINTF("%x%s", 10, Pattern(len).c_str());
-  }
+  EXPECT_FORMATS_AS_SNPRINTF("%.300f|%s", 1.0, Pattern(5000).c_str());
 
   // An argument may be the string's own text.
   CString s("abc");
@@ -215,6 +243,70 @@ TEST(CStringTest, FormatWritesWhatSnprintfWrites) {
   s.Format("%s%s", s.ToStr(), "!");
   EXPECT_EQ(Str(s), Pattern(40) + "!");
 }
+
+// True while the text lies in the object itself.
+bool InObject(const CString& s) {
+  const char* self = reinterpret_cast<const char*>(&s);
+  return s.ToStr() >= self && s.ToStr() < self + sizeof s;
+}
+
+TEST(CStringTest, FormatKeepsUpTo31BytesInTheObjectAndTakesAnyLength) {
+  for (int before : {0, 31, 32, 40, 600}) {
+    for (int len : {0, 1, 30, 31, 32, 33, 64, 511, 512, 513, 5000}) {
+      SCOPED_TRACE(std::to_string(before) + " bytes before, " + std::to_string(len) + " after");
+      const std::string text = Pattern(len);
+      CString s(Pattern(before).c_str());
+      const bool wasInObject = InObject(s);
+      EXPECT_EQ(s.Format("%s", text.c_str()), len);
+      EXPECT_EQ(Str(s), text);
+      EXPECT_EQ(s.ToStr()[len], '\0');
+      // A text that fits stays where the old one was; a longer one leaves.
+      EXPECT_EQ(InObject(s), wasInObject && len <= 31);
+    }
+  }
+  // The arguments may be the string's own text, on either side of the limit.
+  for (int len : {29, 30, 31, 32, 40, 600}) {
+    SCOPED_TRACE(len);
+    const std::string text = Pattern(len);
+    CString s(text.c_str());
+    EXPECT_EQ(s.Format("%s!", s.ToStr()), len + 1);
+    EXPECT_EQ(Str(s), text + "!");
+    EXPECT_EQ(s.Format("%s|%s", s.ToStr(), s.ToStr() + 1), 2 * len + 2);
+    EXPECT_EQ(Str(s), text + "!|" + text.substr(1) + "!");
+    EXPECT_EQ(s.Format("%.3s", s.ToStr() + 2), 3);
+    EXPECT_EQ(Str(s), text.substr(2, 3));
+  }
+}
+
+#ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
+TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
+  using testing_support::FailingAlloc;
+  // Longer than the pooled blocks: each block is an allocation of its own.
+  const std::string text = Pattern(600);
+  for (int before : {0, 31, 40, 700}) {
+    SCOPED_TRACE(before);
+    CString s(Pattern(before).c_str());
+    FailingAlloc::FailAt(1);  // a second allocation would fail
+    EXPECT_EQ(s.Format("%s%d", text.c_str(), 7), 601);
+    FailingAlloc::Off();
+    EXPECT_FALSE(FailingAlloc::Fired());
+    EXPECT_EQ(Str(s), text + "7");
+
+    CString t(Pattern(before).c_str());
+    FailingAlloc::FailAt(0);
+    EXPECT_THROW(t.Format("%s", text.c_str()), std::bad_alloc);
+    FailingAlloc::FailAt(0);
+    EXPECT_THROW(CFormat("%s", text.c_str()), std::bad_alloc);
+    FailingAlloc::Off();
+    EXPECT_EQ(Str(t), Pattern(before));
+    FailingAlloc::FailAt(0);
+    EXPECT_EQ(t.Format("%031d", -5), 31);  // fits: no allocation
+    FailingAlloc::Off();
+    EXPECT_FALSE(FailingAlloc::Fired());
+    EXPECT_EQ(Str(t), "-" + std::string(29, '0') + "5");
+  }
+}
+#endif
 
 TEST(CDateTest, SetTakesUpToEightCharactersAndIsValidTextChecksTheCalendar) {
   CDate d;
@@ -280,6 +372,53 @@ TEST(ValueArrays, GrowCopyAndPrint) {
   EXPECT_EQ(d.Repr(";", true),
             "{-1.500000000000000e+00;1.000000000000000e+300;4.940656458412465e-324;"
             "0.000000000000000e+00}");
+}
+
+// What printf gives for the elements joined by `sep`.
+std::string PrintfJoin(const CDblArray& a, const char* sep, bool braced) {
+  std::string out = braced ? "{" : "";
+  for (int i = 0; i < a.size; ++i) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.15e", a.GetAt(i));
+    out += (i > 0 && sep ? sep : "") + std::string(buf);
+  }
+  return braced ? out + "}" : out;
+}
+
+TEST(ValueArrays, PrintEachElementAsPrintfWould) {
+  EXPECT_EQ(Ints({-7}).Repr(", ", false), "-7");
+  EXPECT_EQ(Ints({-7}).Repr(", ", true), "{-7}");
+  EXPECT_EQ(Ints({INT_MIN, -1, 0, INT_MAX}).Repr(nullptr, true),
+            "{-2147483648-10"
+            "2147483647}");
+  EXPECT_EQ(Dbls({-1.5}).Repr(", ", false), "-1.500000000000000e+00");
+  EXPECT_EQ(Dbls({}).Repr(nullptr, false), "");
+  EXPECT_EQ(CIntArray().Repr(nullptr, true), "{}");
+
+  const CDblArray edges =
+      Dbls({-HUGE_VAL, HUGE_VAL, std::nan(""), -std::nan(""), -0.0, 0.0, DBL_MAX, -DBL_MAX, 5e-324,
+            -2.2250738585072014e-308, -1e-300, 0.1, -123.456, 1e22, 9.9999999999999995e-5,
+            -9.999999999999999e99, 0.5e-15});
+  EXPECT_EQ(Str(edges.Repr(", ", false)).substr(0, 31), "-inf, inf, nan, -nan, -0.000000");
+  const std::string longSep = " " + Pattern(100) + " ";
+  for (const char* sep : {", ", "", static_cast<const char*>(nullptr), longSep.c_str()}) {
+    for (bool braced : {false, true}) {
+      EXPECT_EQ(Str(edges.Repr(sep, braced)), PrintfJoin(edges, sep, braced));
+    }
+  }
+
+  // Every element at its widest: the text fills all the room it was given.
+  CIntArray ints;
+  CDblArray dbls;
+  for (int i = 0; i < 1000; ++i) {
+    ints.Add(INT_MIN);
+    dbls.Add(i % 2 ? -DBL_MAX : -2.2250738585072014e-308);
+  }
+  std::string want = "{";
+  for (int i = 0; i < 1000; ++i) want += "-2147483648";
+  EXPECT_EQ(Str(ints.Repr(nullptr, true)), want + "}");
+  EXPECT_EQ(Str(dbls.Repr("", true)), PrintfJoin(dbls, "", true));
+  EXPECT_EQ(dbls.Repr(longSep.c_str(), false).GetSize(), 1000 * 23 + 999 * 102);
 }
 
 TEST(CExceptionTest, KeepsACopyOfItsTextAndItsCode) {
