@@ -134,7 +134,9 @@ memcheck() {
   # so the tests that make allocations fail are left out here; they run
   # under LeakSanitizer in the asan stage.
   local t skip='-*WithoutMemory*:*OutOfMemory*:*WhenMemoryRunsOut*'
-  for t in runtime_test message_pattern_test array_pattern_test vocabulary_test msgtext_test \
+  # message_pattern_test and vocabulary_test are left out of the build while
+  # they still arm faults in the runtime.
+  for t in runtime_test array_pattern_test msgtext_test \
            all_messages_test fuzz_replay_test thread_test; do
     echo "-- $t"
     KYT_MSG_POOL=0 valgrind --quiet --error-exitcode=1 --leak-check=full \

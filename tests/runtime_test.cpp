@@ -1,6 +1,6 @@
 // The runtime the message classes stand on: CString and its formatter, the
-// value types and arrays, CException, CStream, and CMsg with the dictionary,
-// the fault hooks and the text form.
+// value types and arrays, CException, CStream, and CMsg with the dictionary
+// and the text form.
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -20,7 +20,6 @@
 #include "callkyt/CString.h"
 #include "callkyt/CValue.h"
 #include "callkyt/MsgDic.h"
-#include "callkyt/Testing.h"
 
 using testing_support::MsgPtr;
 using testing_support::Text;
@@ -33,11 +32,6 @@ using testing_support::Text;
 #endif
 
 namespace {
-
-class Faults : public ::testing::Test {
- protected:
-  void TearDown() override { MA_ClearFaults(); }
-};
 
 MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(num, 0, 0, dic)); }
 
@@ -742,64 +736,6 @@ TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
   EXPECT_EQ(wide->GetTreeSize(), 101);
   EXPECT_EQ(wide->GetValueCount(), 50);
   wide.reset();
-}
-
-TEST_F(Faults, ArmedFaultTakesTheChosenCallOnly) {
-  EXPECT_FALSE(MA_ArmFault(3, 6, -1));
-  EXPECT_FALSE(MA_ArmFault(0, 6, -1));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 0));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 2));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_GET, 6, -1, -1));
-  EXPECT_EQ(MA_PendingFaults(), 0);
-
-  MsgPtr m = NewMsg(10);
-  MsgPtr other = NewMsg(10);
-  ASSERT_EQ(m->SetValue(6, CInt(1)), KYT_OK);
-  ASSERT_EQ(m->SetValue(7, "x"), KYT_OK);
-  ASSERT_EQ(other->SetValue(6, CInt(2)), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -9, 2));
-  EXPECT_EQ(MA_PendingFaults(), 1);
-  EXPECT_EQ(Read<CString>(*m, 7), "\"x\"");       // another tag
-  EXPECT_EQ(m->SetValue(6, CInt(3)), KYT_OK);     // another operation
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");              // first call
-  EXPECT_EQ(Read<CInt>(*other, 6), "2");          // second, in another message
-  EXPECT_EQ(Read(*m, 6, CInt(77)), "rc -9: 77");  // third
-  EXPECT_EQ(MA_PendingFaults(), 0);
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
-
-  // Each fault counts the calls on its tag for itself.
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -11, 1));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -12));
-  EXPECT_EQ(Read<CInt>(*m, 6), "rc -12: -");
-  EXPECT_EQ(Read<CInt>(*m, 6), "rc -11: -");
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
-
-  // Tag 0 takes any tag; a failed SetValue adds nothing and frees its
-  // sub-message.
-  const int count = m->GetValueCount();
-  CMsg* sub = NewSub();
-  ASSERT_EQ(sub->SetValue(198, Date("20240101")), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
-  EXPECT_EQ(m->SetValue(876, CBool(true)), -7);
-  EXPECT_EQ(m->SetValue(876, CBool(true)), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
-  EXPECT_EQ(m->SetValue(695, sub), -7);
-  EXPECT_EQ(m->GetValue(695, &sub), KYT_ABSENT);
-  EXPECT_EQ(m->GetValueCount(), count + 1);
-
-  // Reads of arrays fail the same way and leave the array alone.
-  ASSERT_EQ(m->SetValue(612, 1.0), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 612, -13));
-  EXPECT_EQ(Read(*m, 612, Dbls({5.0})), "rc -13: {5}");
-
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 0, -2));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 7, -3, 5));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -4, 1));
-  EXPECT_EQ(MA_PendingFaults(), 3);
-  MA_ClearFaults();
-  EXPECT_EQ(MA_PendingFaults(), 0);
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
-  EXPECT_EQ(m->SetValue(7, "y"), KYT_OK);
 }
 
 TEST(MsgText, WritesEveryKindOfValue) {

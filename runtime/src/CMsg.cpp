@@ -17,7 +17,6 @@
 #include <new>
 
 #include "Blocks.h"
-#include "Faults.h"
 #include "callkyt/MsgDic.h"
 
 namespace {
@@ -223,16 +222,9 @@ uint32_t CMsg::Find(int tag) {
   return kNone;
 }
 
-#define KYT_FAULT(op, tag)                                               \
-  do {                                                                   \
-    int fault_code;                                                      \
-    if (kyt_detail::FaultFires(op, tag, &fault_code)) return fault_code; \
-  } while (0)
-
 // ---- writing ----
 
 int CMsg::SetValue(int tag, CInt v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (int rc = Check(tag, KYT_INT)) return rc;
   uint8_t* p = Append(tag, KYT_INT, v.isSet, v.isSet ? 4 : 0);
   if (!p) return KYT_E_NOMEM;
@@ -243,7 +235,6 @@ int CMsg::SetValue(int tag, CInt v) {
 int CMsg::SetValue(int tag, int v) { return SetValue(tag, CInt(v)); }
 
 int CMsg::SetValue(int tag, CDbl v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (int rc = Check(tag, KYT_DBL)) return rc;
   uint8_t* p = Append(tag, KYT_DBL, v.isSet, v.isSet ? 8 : 0);
   if (!p) return KYT_E_NOMEM;
@@ -254,7 +245,6 @@ int CMsg::SetValue(int tag, CDbl v) {
 int CMsg::SetValue(int tag, double v) { return SetValue(tag, CDbl(v)); }
 
 int CMsg::SetValue(int tag, CBool v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (int rc = Check(tag, KYT_BOOL)) return rc;
   uint8_t* p = Append(tag, KYT_BOOL, v.isSet, 0);
   if (!p) return KYT_E_NOMEM;
@@ -263,7 +253,6 @@ int CMsg::SetValue(int tag, CBool v) {
 }
 
 int CMsg::SetValue(int tag, CDate v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (int rc = Check(tag, KYT_DATE)) return rc;
   if (v.isSet && dic_ && !CDate::IsValidText(v.text)) return KYT_E_VALUE;
   uint32_t len = static_cast<uint32_t>(strnlen(v.text, CDate::kMaxLen));
@@ -277,7 +266,6 @@ int CMsg::SetValue(int tag, CDate v) {
 }
 
 int CMsg::SetValue(int tag, const char* text) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (!text) return KYT_E_ARG;
   if (int rc = Check(tag, KYT_STR)) return rc;
   size_t n = std::strlen(text);
@@ -295,9 +283,7 @@ int CMsg::SetValue(int tag, CMsg* sub) {
   // `sub` is the root of its tree. It holds this message only if this one is
   // attached somewhere, which a message being built never is.
   if (attached_ && sub->Contains(this)) return KYT_E_ARG;
-  int rc = KYT_OK;
-  if (!kyt_detail::FaultFires(kyt_detail::kFaultSet, tag, &rc)) rc = Check(tag, KYT_MSG);
-  if (rc != KYT_OK) {
+  if (int rc = Check(tag, KYT_MSG)) {
     delete sub;
     return rc;
   }
@@ -331,7 +317,6 @@ inline void CMsg::Passed(int tag, uint32_t next) {
 }
 
 int CMsg::GetValue(int tag, CInt* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -347,7 +332,6 @@ int CMsg::GetValue(int tag, CInt* out) {
 }
 
 int CMsg::GetValue(int tag, CDbl* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -363,7 +347,6 @@ int CMsg::GetValue(int tag, CDbl* out) {
 }
 
 int CMsg::GetValue(int tag, CBool* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -376,7 +359,6 @@ int CMsg::GetValue(int tag, CBool* out) {
 }
 
 int CMsg::GetValue(int tag, CDate* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -393,7 +375,6 @@ int CMsg::GetValue(int tag, CDate* out) {
 }
 
 int CMsg::GetValue(int tag, CString* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -455,7 +436,6 @@ int GetArray(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int t
 }  // namespace
 
 int CMsg::GetValue(int tag, CIntArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -463,7 +443,6 @@ int CMsg::GetValue(int tag, CIntArray* out) {
 }
 
 int CMsg::GetValue(int tag, CDblArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -471,7 +450,6 @@ int CMsg::GetValue(int tag, CDblArray* out) {
 }
 
 int CMsg::GetValue(int tag, CMsg** out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -483,7 +461,6 @@ int CMsg::GetValue(int tag, CMsg** out) {
 }
 
 int CMsg::GetValue(int tag, CMsgArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
   if (!out) return KYT_E_ARG;
   out->msg_ = this;
   out->tag_ = tag;
