@@ -619,11 +619,11 @@ std::string Walk(const CMsg& msg) {
   CMsg::Cursor cursor(msg);
   CMsg::Value v;
   while (cursor.Next(&v)) {
-    out += std::to_string(v.tag) + ":" + std::to_string(v.kind) + "=";
-    if (v.kind == KYT_INT) out += std::to_string(v.i);
-    if (v.kind == KYT_DBL) out += std::to_string(v.d);
-    if (v.kind == KYT_STR || v.kind == KYT_DATE) out.append(v.text, static_cast<size_t>(v.len));
-    if (v.kind == KYT_MSG) out += "{" + Walk(*v.msg) + "}";
+    out += std::to_string(v.tag) + ":" + std::to_string(static_cast<int>(v.kind)) + "=";
+    if (v.kind == KytKind::kInt) out += std::to_string(v.i);
+    if (v.kind == KytKind::kDbl) out += std::to_string(v.d);
+    if (v.kind == KytKind::kStr || v.kind == KytKind::kDate) out.append(v.text, static_cast<size_t>(v.len));
+    if (v.kind == KytKind::kMsg) out += "{" + Walk(*v.msg) + "}";
     out += ";";
   }
   return out;

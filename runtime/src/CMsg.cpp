@@ -25,7 +25,7 @@ constexpr uint32_t kNone = 0xffffffffu;
 constexpr uint8_t kSetBit = 0x08;
 constexpr uint8_t kTrueBit = 0x10;
 
-inline int KindOf(uint8_t head) { return head & 0x07; }
+inline KytKind KindOf(uint8_t head) { return static_cast<KytKind>(head & 0x07); }
 
 struct Rec {
   int tag;
@@ -69,29 +69,30 @@ inline Rec Decode(const uint8_t* buf, uint32_t pos) {
   r.len = 0;
   bool set = r.head & kSetBit;
   switch (KindOf(r.head)) {
-    case KYT_INT:
+    case KytKind::kInt:
       r.data = buf + pos;
       pos += set ? 4 : 0;
       break;
-    case KYT_DBL:
+    case KytKind::kDbl:
       r.data = buf + pos;
       pos += set ? 8 : 0;
       break;
-    case KYT_DATE:
+    case KytKind::kDate:
       if (set) r.len = buf[pos++];
       r.data = buf + pos;
       pos += r.len;
       break;
-    case KYT_STR:
+    case KytKind::kStr:
       r.len = ReadVarint(buf, pos);
       r.data = buf + pos;
       pos += r.len;
       break;
-    case KYT_MSG:
+    case KytKind::kMsg:
       r.data = buf + pos;
       pos += sizeof(CMsg*);
       break;
-    default:  // KYT_BOOL: all in the head byte
+    case KytKind::kNone:
+    case KytKind::kBool:  // all in the head byte
       r.data = buf + pos;
       break;
   }
@@ -111,7 +112,7 @@ template <class F>
 bool AnySub(const uint8_t* buf, uint32_t size, F f) {
   for (uint32_t pos = 0; pos < size;) {
     Rec r = Decode(buf, pos);
-    if (KindOf(r.head) == KYT_MSG && f(SubOf(r))) return true;
+    if (KindOf(r.head) == KytKind::kMsg && f(SubOf(r))) return true;
     pos = r.next;
   }
   return false;
@@ -173,11 +174,11 @@ bool CMsg::Grow(uint32_t need) {
   return true;
 }
 
-uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
+uint8_t* CMsg::Append(int tag, KytKind kind, bool set, uint32_t payload) {
   uint32_t need = static_cast<uint32_t>(VarintLen(static_cast<uint32_t>(tag))) + 1 + payload;
   if (cap_ - size_ < need && !Grow(need)) return nullptr;
   uint8_t* p = WriteVarint(buf_ + size_, static_cast<uint32_t>(tag));
-  *p++ = static_cast<uint8_t>(kind | (set ? kSetBit : 0));
+  *p++ = static_cast<uint8_t>(static_cast<uint8_t>(kind) | (set ? kSetBit : 0));
   size_ += need;
   if (count_ > 0 && tag < lastTag_) sorted_ = false;
   lastTag_ = tag;
@@ -185,10 +186,10 @@ uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
   return p;
 }
 
-int CMsg::Check(int tag, int kind) const {
+int CMsg::Check(int tag, KytKind kind) const {
   if (!dic_) return KYT_OK;
-  int known = dic_->TagKind(tag);
-  if (known == KYT_NONE) return KYT_E_TAG;
+  KytKind known = dic_->TagKind(tag);
+  if (known == KytKind::kNone) return KYT_E_TAG;
   return known == kind ? KYT_OK : KYT_E_TYPE;
 }
 
@@ -225,8 +226,8 @@ uint32_t CMsg::Find(int tag) {
 // ---- writing ----
 
 int CMsg::SetValue(int tag, CInt v) {
-  if (int rc = Check(tag, KYT_INT)) return rc;
-  uint8_t* p = Append(tag, KYT_INT, v.isSet, v.isSet ? 4 : 0);
+  if (int rc = Check(tag, KytKind::kInt)) return rc;
+  uint8_t* p = Append(tag, KytKind::kInt, v.isSet, v.isSet ? 4 : 0);
   if (!p) return KYT_E_NOMEM;
   if (v.isSet) std::memcpy(p, &v.value, 4);
   return KYT_OK;
@@ -235,8 +236,8 @@ int CMsg::SetValue(int tag, CInt v) {
 int CMsg::SetValue(int tag, int v) { return SetValue(tag, CInt(v)); }
 
 int CMsg::SetValue(int tag, CDbl v) {
-  if (int rc = Check(tag, KYT_DBL)) return rc;
-  uint8_t* p = Append(tag, KYT_DBL, v.isSet, v.isSet ? 8 : 0);
+  if (int rc = Check(tag, KytKind::kDbl)) return rc;
+  uint8_t* p = Append(tag, KytKind::kDbl, v.isSet, v.isSet ? 8 : 0);
   if (!p) return KYT_E_NOMEM;
   if (v.isSet) std::memcpy(p, &v.value, 8);
   return KYT_OK;
@@ -245,18 +246,18 @@ int CMsg::SetValue(int tag, CDbl v) {
 int CMsg::SetValue(int tag, double v) { return SetValue(tag, CDbl(v)); }
 
 int CMsg::SetValue(int tag, CBool v) {
-  if (int rc = Check(tag, KYT_BOOL)) return rc;
-  uint8_t* p = Append(tag, KYT_BOOL, v.isSet, 0);
+  if (int rc = Check(tag, KytKind::kBool)) return rc;
+  uint8_t* p = Append(tag, KytKind::kBool, v.isSet, 0);
   if (!p) return KYT_E_NOMEM;
   if (v.isSet && v.value) p[-1] |= kTrueBit;
   return KYT_OK;
 }
 
 int CMsg::SetValue(int tag, CDate v) {
-  if (int rc = Check(tag, KYT_DATE)) return rc;
+  if (int rc = Check(tag, KytKind::kDate)) return rc;
   if (v.isSet && dic_ && !CDate::IsValidText(v.text)) return KYT_E_VALUE;
   uint32_t len = static_cast<uint32_t>(strnlen(v.text, CDate::kMaxLen));
-  uint8_t* p = Append(tag, KYT_DATE, v.isSet, v.isSet ? 1 + len : 0);
+  uint8_t* p = Append(tag, KytKind::kDate, v.isSet, v.isSet ? 1 + len : 0);
   if (!p) return KYT_E_NOMEM;
   if (v.isSet) {
     *p = static_cast<uint8_t>(len);
@@ -267,11 +268,11 @@ int CMsg::SetValue(int tag, CDate v) {
 
 int CMsg::SetValue(int tag, const char* text) {
   if (!text) return KYT_E_ARG;
-  if (int rc = Check(tag, KYT_STR)) return rc;
+  if (int rc = Check(tag, KytKind::kStr)) return rc;
   size_t n = std::strlen(text);
   if (n > 0x7ffffff0u) return KYT_E_NOMEM;
   uint32_t len = static_cast<uint32_t>(n);
-  uint8_t* p = Append(tag, KYT_STR, true, static_cast<uint32_t>(VarintLen(len)) + len);
+  uint8_t* p = Append(tag, KytKind::kStr, true, static_cast<uint32_t>(VarintLen(len)) + len);
   if (!p) return KYT_E_NOMEM;
   p = WriteVarint(p, len);
   std::memcpy(p, text, len);
@@ -283,11 +284,11 @@ int CMsg::SetValue(int tag, CMsg* sub) {
   // `sub` is the root of its tree. It holds this message only if this one is
   // attached somewhere, which a message being built never is.
   if (attached_ && sub->Contains(this)) return KYT_E_ARG;
-  if (int rc = Check(tag, KYT_MSG)) {
+  if (int rc = Check(tag, KytKind::kMsg)) {
     delete sub;
     return rc;
   }
-  uint8_t* p = Append(tag, KYT_MSG, true, sizeof sub);
+  uint8_t* p = Append(tag, KytKind::kMsg, true, sizeof sub);
   if (!p) {
     delete sub;
     return KYT_E_NOMEM;
@@ -322,7 +323,7 @@ int CMsg::GetValue(int tag, CInt* out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_INT) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kInt) return KYT_E_TYPE;
   *out = CInt();
   if (r.head & kSetBit) {
     std::memcpy(&out->value, r.data, 4);
@@ -337,7 +338,7 @@ int CMsg::GetValue(int tag, CDbl* out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_DBL) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kDbl) return KYT_E_TYPE;
   *out = CDbl();
   if (r.head & kSetBit) {
     std::memcpy(&out->value, r.data, 8);
@@ -352,7 +353,7 @@ int CMsg::GetValue(int tag, CBool* out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_BOOL) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kBool) return KYT_E_TYPE;
   *out = CBool();
   if (r.head & kSetBit) *out = CBool((r.head & kTrueBit) != 0);
   return KYT_OK;
@@ -364,7 +365,7 @@ int CMsg::GetValue(int tag, CDate* out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_DATE) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kDate) return KYT_E_TYPE;
   *out = CDate();
   if (r.head & kSetBit) {
     std::memcpy(out->text, r.data, r.len);
@@ -380,7 +381,7 @@ int CMsg::GetValue(int tag, CString* out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_STR) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kStr) return KYT_E_TYPE;
   try {
     out->Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
   } catch (const std::bad_alloc&) {
@@ -407,7 +408,7 @@ bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int
   return true;
 }
 
-template <class Arr, class T, int Kind, int Width>
+template <class Arr, class T, KytKind Kind, int Width>
 int GetArray(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int tag, Arr* out) {
   int n = 0;
   bool ok = EachOfTag(buf, size, sorted, pos, tag, [&](const Rec& r) {
@@ -439,14 +440,14 @@ int CMsg::GetValue(int tag, CIntArray* out) {
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
-  return GetArray<CIntArray, int32_t, KYT_INT, 4>(buf_, size_, sorted_, pos, tag, out);
+  return GetArray<CIntArray, int32_t, KytKind::kInt, 4>(buf_, size_, sorted_, pos, tag, out);
 }
 
 int CMsg::GetValue(int tag, CDblArray* out) {
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
-  return GetArray<CDblArray, double, KYT_DBL, 8>(buf_, size_, sorted_, pos, tag, out);
+  return GetArray<CDblArray, double, KytKind::kDbl, 8>(buf_, size_, sorted_, pos, tag, out);
 }
 
 int CMsg::GetValue(int tag, CMsg** out) {
@@ -455,7 +456,7 @@ int CMsg::GetValue(int tag, CMsg** out) {
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_MSG) return KYT_E_TYPE;
+  if (KindOf(r.head) != KytKind::kMsg) return KYT_E_TYPE;
   *out = SubOf(r);
   return KYT_OK;
 }
@@ -471,7 +472,7 @@ int CMsg::GetValue(int tag, CMsgArray* out) {
   int n = 0;
   bool ok = EachOfTag(buf_, size_, sorted_, pos, tag, [&n](const Rec& r) {
     ++n;
-    return KindOf(r.head) == KYT_MSG;
+    return KindOf(r.head) == KytKind::kMsg;
   });
   if (!ok) return KYT_E_TYPE;
   out->size_ = n;
@@ -509,21 +510,23 @@ bool CMsg::Cursor::Next(Value* out) {
   v.kind = KindOf(r.head);
   v.isSet = (r.head & kSetBit) != 0;
   switch (v.kind) {
-    case KYT_INT:
+    case KytKind::kNone:
+      break;
+    case KytKind::kInt:
       if (v.isSet) std::memcpy(&v.i, r.data, 4);
       break;
-    case KYT_DBL:
+    case KytKind::kDbl:
       if (v.isSet) std::memcpy(&v.d, r.data, 8);
       break;
-    case KYT_BOOL:
+    case KytKind::kBool:
       v.b = v.isSet && (r.head & kTrueBit);
       break;
-    case KYT_DATE:
-    case KYT_STR:
+    case KytKind::kDate:
+    case KytKind::kStr:
       v.text = reinterpret_cast<const char*>(r.data);
       v.len = static_cast<int>(r.len);
       break;
-    case KYT_MSG:
+    case KytKind::kMsg:
       v.msg = SubOf(r);
       break;
   }

@@ -61,27 +61,29 @@ void WriteTree(TextBuffer& out, const CMsgDic& dic, const CMsg& msg, int depth) 
     }
     static const char kLetters[] = "?idbnsm";
     out.Append(' ');
-    out.Append(kLetters[v.kind]);
+    out.Append(kLetters[static_cast<int>(v.kind)]);
     out.Append(' ');
-    bool unset = !v.isSet && v.kind != KYT_STR && v.kind != KYT_MSG;
+    bool unset = !v.isSet && v.kind != KytKind::kStr && v.kind != KytKind::kMsg;
     if (unset) {
       out.Append('-');
     } else {
       switch (v.kind) {
-        case KYT_INT:
+        case KytKind::kNone:
+          break;
+        case KytKind::kInt:
           kyt_detail::AppendInt(out, v.i);
           break;
-        case KYT_DBL:
+        case KytKind::kDbl:
           kyt_detail::AppendShortest(out, v.d);
           break;
-        case KYT_BOOL:
+        case KytKind::kBool:
           out.Append(v.b ? 'Y' : 'N');
           break;
-        case KYT_DATE:
-        case KYT_STR:
+        case KytKind::kDate:
+        case KytKind::kStr:
           kyt_detail::QuoteTo(out, v.text, v.len);
           break;
-        case KYT_MSG:
+        case KytKind::kMsg:
           WriteHead(out, dic, *v.msg);
           WriteTree(out, dic, *v.msg, depth + 1);
           out.Fill(' ', 2 * (depth + 1));
@@ -138,40 +140,40 @@ bool IsName(Span s) {
   return true;
 }
 
-// The kind a type letter stands for; KYT_NONE for anything else.
-int KindOfLetter(Span s) {
-  if (s.size() != 1) return KYT_NONE;
+// The kind a type letter stands for; KytKind::kNone for anything else.
+KytKind KindOfLetter(Span s) {
+  if (s.size() != 1) return KytKind::kNone;
   switch (*s.begin) {
     case 'i':
-      return KYT_INT;
+      return KytKind::kInt;
     case 'd':
-      return KYT_DBL;
+      return KytKind::kDbl;
     case 'b':
-      return KYT_BOOL;
+      return KytKind::kBool;
     case 'n':
-      return KYT_DATE;
+      return KytKind::kDate;
     case 's':
-      return KYT_STR;
+      return KytKind::kStr;
     case 'm':
-      return KYT_MSG;
+      return KytKind::kMsg;
     default:
-      return KYT_NONE;
+      return KytKind::kNone;
   }
 }
 
-const char* KindText(int kind) {
+const char* KindText(KytKind kind) {
   switch (kind) {
-    case KYT_INT:
+    case KytKind::kInt:
       return "an integer (i)";
-    case KYT_DBL:
+    case KytKind::kDbl:
       return "a double (d)";
-    case KYT_BOOL:
+    case KytKind::kBool:
       return "a boolean (b)";
-    case KYT_DATE:
+    case KytKind::kDate:
       return "a date (n)";
-    case KYT_STR:
+    case KytKind::kStr:
       return "a text (s)";
-    case KYT_MSG:
+    case KytKind::kMsg:
       return "a message (m)";
     default:
       return "nothing";
@@ -266,7 +268,7 @@ class TextReader {
     int tag;
     const char* tagAt;
     Span letter;
-    int kind;
+    KytKind kind;
     Span value;
   };
 
@@ -436,9 +438,9 @@ class TextReader {
     Span first = Token(SkipBlanks(number.end));
     Span second = Token(SkipBlanks(first.end));
     Span name{first.begin, first.begin};
-    if (KindOfLetter(first) != KYT_NONE && KindOfLetter(second) == KYT_NONE) {
+    if (KindOfLetter(first) != KytKind::kNone && KindOfLetter(second) == KytKind::kNone) {
       item.letter = first;
-    } else if (KindOfLetter(second) != KYT_NONE) {
+    } else if (KindOfLetter(second) != KytKind::kNone) {
       name = first;
       item.letter = second;
     } else if (first.empty()) {
@@ -459,19 +461,21 @@ class TextReader {
     CMsg* msg = open_[depth_ - 1];
     int rc = KYT_OK;
     switch (item.kind) {
-      case KYT_INT: {
+      case KytKind::kNone:  // not a letter: refused above
+        break;
+      case KytKind::kInt: {
         CInt x;
         if (!item.value.Is("-") && !ReadInt(item.value, &x)) return false;
         rc = msg->SetValue(item.tag, x);
         break;
       }
-      case KYT_DBL: {
+      case KytKind::kDbl: {
         CDbl x;
         if (!item.value.Is("-") && !ReadDouble(item.value, &x)) return false;
         rc = msg->SetValue(item.tag, x);
         break;
       }
-      case KYT_BOOL: {
+      case KytKind::kBool: {
         CBool x;
         if (item.value.Is("Y") || item.value.Is("N")) {
           x = CBool(*v == 'Y');
@@ -481,7 +485,7 @@ class TextReader {
         rc = msg->SetValue(item.tag, x);
         break;
       }
-      case KYT_DATE: {
+      case KytKind::kDate: {
         CDate x;
         if (!item.value.Is("-")) {
           if (v == lineEnd_ || *v != '"') {
@@ -496,14 +500,14 @@ class TextReader {
         rc = msg->SetValue(item.tag, x);
         break;
       }
-      case KYT_STR:
+      case KytKind::kStr:
         if (v == lineEnd_ || *v != '"') {
           return Fail(v, "expected a quoted text, found %s", Found(item.value).text);
         }
         if (!Unquote(v, &item.value.end)) return false;
         rc = msg->SetValue(item.tag, text_.data());
         break;
-      case KYT_MSG: {
+      case KytKind::kMsg: {
         if (v == lineEnd_ || *v != 'M') {
           return Fail(v, "expected a message 'M<number> {', found %s", Found(item.value).text);
         }

@@ -21,7 +21,7 @@ int Depth(const CMsg& msg) {
   CMsg::Cursor cur(msg);
   CMsg::Value v;
   while (cur.Next(&v)) {
-    if (v.kind == KYT_MSG) deepest = std::max(deepest, Depth(*v.msg));
+    if (v.kind == KytKind::kMsg) deepest = std::max(deepest, Depth(*v.msg));
   }
   return deepest + 1;
 }
@@ -58,18 +58,18 @@ struct Sampler {
       unsigned r = Next();
       int rc = 0;
       switch (f.kind) {
-        case KYT_INT:
+        case KytKind::kInt:
           rc = f.isArray ? msg.SetValue(tag, static_cast<int>(r) - 30000)
                          : msg.SetValue(tag, filled ? CInt(static_cast<int>(r)) : CInt());
           break;
-        case KYT_DBL:
+        case KytKind::kDbl:
           rc = f.isArray ? msg.SetValue(tag, r / 64.0 - 100.0)
                          : msg.SetValue(tag, filled ? CDbl(r * 0.001 - 7.5) : CDbl());
           break;
-        case KYT_BOOL:
+        case KytKind::kBool:
           rc = msg.SetValue(tag, filled ? CBool(r & 1) : CBool());
           break;
-        case KYT_DATE: {
+        case KytKind::kDate: {
           CDate d;
           if (filled) {
             char text[9];
@@ -79,7 +79,7 @@ struct Sampler {
           rc = msg.SetValue(tag, d);
           break;
         }
-        case KYT_STR: {
+        case KytKind::kStr: {
           // Some texts are long enough to leave the string's own buffer.
           std::string text;
           if (filled) {
@@ -89,6 +89,9 @@ struct Sampler {
           rc = msg.SetValue(tag, text.c_str());
           break;
         }
+        case KytKind::kNone:
+        case KytKind::kMsg:  // built by Build
+          break;
       }
       if (rc < 0) std::abort();
     }
@@ -100,7 +103,7 @@ struct Sampler {
     MsgPtr msg(new CMsg(msgnum, 0, 0, &dic));
     for (int i = 0; i < info->fieldCount; ++i) {
       const KytFieldInfo& f = dic.GetMessageField(*info, i);
-      if (f.kind != KYT_MSG) {
+      if (f.kind != KytKind::kMsg) {
         Value(*msg, f);
         continue;
       }

@@ -31,16 +31,9 @@ class CMsgDic;
 class CMsgArray;
 class CStream;
 
-// The type of a value under a tag, as the dictionary and CMsg::Value give it.
-enum KytKind {
-  KYT_NONE = 0,
-  KYT_INT = 1,
-  KYT_DBL = 2,
-  KYT_BOOL = 3,
-  KYT_DATE = 4,
-  KYT_STR = 5,
-  KYT_MSG = 6,
-};
+// The type of a value under a tag, as the dictionary and CMsg::Value give it;
+// kNone for a tag that the dictionary does not know.
+enum class KytKind : uint8_t { kNone, kInt, kDbl, kBool, kDate, kStr, kMsg };
 
 enum KytResult {
   KYT_OK = 0,
@@ -114,7 +107,7 @@ class CMsg final {
   // Reading the values in the order they were added, for printers and tools.
   struct Value {
     int tag;
-    int kind;  // a KytKind
+    KytKind kind;
     bool isSet;
     int32_t i;
     double d;
@@ -136,9 +129,9 @@ class CMsg final {
  private:
   friend class CMsgArray;
 
-  uint8_t* Append(int tag, int kind, bool set, uint32_t payload);
+  uint8_t* Append(int tag, KytKind kind, bool set, uint32_t payload);
   bool Grow(uint32_t need);
-  int Check(int tag, int kind) const;
+  int Check(int tag, KytKind kind) const;
   uint32_t Find(int tag);
   void Passed(int tag, uint32_t next);
   bool Contains(const CMsg* msg) const;
