@@ -18,6 +18,7 @@
 // that is not "YYYYMMDD". A message built with a null dictionary checks
 // nothing; tests use that to build replies that a checked message would
 // refuse.
+
 #pragma once
 
 #include <cstddef>
@@ -68,6 +69,8 @@ class CMsg final {
 
   int msgnum;
 
+  // A read that fails leaves the object as it was; CMsgArray is the one
+  // exception, left empty.
   int GetValue(int tag, CInt* out);
   int GetValue(int tag, CDbl* out);
   int GetValue(int tag, CBool* out);
@@ -129,6 +132,12 @@ class CMsg final {
  private:
   friend class CMsgArray;
 
+  // The steps that every SetValue and every GetValue share (CMsg.cpp).
+  template <class Write>
+  int Put(int tag, KytKind kind, bool set, uint32_t payload, Write write);
+  template <class Out, class Take>
+  int Get(int tag, KytKind kind, Out* out, Take take);
+
   uint8_t* Append(int tag, KytKind kind, bool set, uint32_t payload);
   bool Grow(uint32_t need);
   int Check(int tag, KytKind kind) const;
@@ -142,7 +151,7 @@ class CMsg final {
   uint8_t* buf_;
   uint32_t size_;
   uint32_t cap_;
-  uint32_t cursor_;
+  uint32_t readHint_;  // where the last read ended
   int32_t lastTag_;
   bool sorted_;
   bool attached_;  // a sub-message of another message
