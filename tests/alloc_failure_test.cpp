@@ -52,10 +52,10 @@ MsgPtr EightLegs() {
 }
 
 template <class T>
-void SweepMessage(const char* name, const CMsg& sample) {
+void SweepMessage(const char* name, CMsg& sample) {
   MA_GetMsgDic();
   T reference;
-  ASSERT_EQ(reference.Load(const_cast<CMsg*>(&sample)), 0);
+  ASSERT_EQ(reference.Load(&sample), 0);
   const std::string text = Text(&sample);
   const std::string dump = DumpOf(reference);
   const std::regex setText(R"(M_\w+:SET_(VAL_ONE|SUB_ONE|SUB_ARR)\(M\d{4}\.T\d+\) fail)");
@@ -68,7 +68,7 @@ void SweepMessage(const char* name, const CMsg& sample) {
     NoLeak leak;
     InFreshThread([&] {
       T obj;
-      obj.Load(const_cast<CMsg*>(&sample));
+      obj.Load(&sample);
       FailingAlloc::FailAt(n);
       MsgPtr msg(obj.ToMsg());
       FailingAlloc::Off();
@@ -90,7 +90,7 @@ void SweepMessage(const char* name, const CMsg& sample) {
     InFreshThread([&] {
       T obj;
       FailingAlloc::FailAt(n);
-      rc = obj.Load(const_cast<CMsg*>(&sample));
+      rc = obj.Load(&sample);
       FailingAlloc::Off();
       err = obj.errtext.ToStr();
       if (rc == 0 && DumpOf(obj) != dump) rc = 1;
@@ -113,7 +113,7 @@ void SweepMessage(const char* name, const CMsg& sample) {
     bool same = false;
     InFreshThread([&] {
       T src;
-      src.Load(const_cast<CMsg*>(&sample));
+      src.Load(&sample);
       T dst;
       FailingAlloc::FailAt(n);
       try {

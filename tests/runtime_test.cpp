@@ -3,15 +3,24 @@
 // and the text form.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <memory>
 #include <new>
+#include <random>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
+#include "ClassCases.h"
 #include "TestSupport.h"
 #include "callkyt/CArray.h"
 #include "callkyt/CException.h"
@@ -90,7 +99,7 @@ std::string Show(const CDblArray& a) {
 // GetValue into an object that starts as `init`: what the object holds
 // afterwards, after the result code unless that is KYT_OK.
 template <class T>
-std::string Read(CMsg& msg, int tag, T init = T()) {
+std::string Read(const CMsg& msg, int tag, T init = T()) {
   int rc = msg.GetValue(tag, &init);
   return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + Show(init);
 }
@@ -522,6 +531,128 @@ TEST(CMsgValues, EveryKindRoundTripsAndRefusalsChangeNothing) {
   EXPECT_EQ(sub->msgnum, 2143);
 }
 
+// A tag of each kind; the dictionary gives each its kind whatever the message.
+struct TagOfKind {
+  KytKind kind;
+  int tag;
+};
+const TagOfKind kTagsOfKinds[] = {{KytKind::kInt, 6},    {KytKind::kDbl, 239},
+                                  {KytKind::kBool, 101}, {KytKind::kDate, 198},
+                                  {KytKind::kStr, 7},    {KytKind::kMsg, 695}};
+
+// Every SetValue, with the kind of record it writes.
+struct Writer {
+  const char* name;
+  KytKind kind;
+  int (*set)(CMsg& msg, int tag);
+};
+const Writer kWriters[] = {
+    {"CInt", KytKind::kInt, [](CMsg& m, int tag) { return m.SetValue(tag, CInt(42)); }},
+    {"int", KytKind::kInt, [](CMsg& m, int tag) { return m.SetValue(tag, 42); }},
+    {"CDbl", KytKind::kDbl, [](CMsg& m, int tag) { return m.SetValue(tag, CDbl(2.5)); }},
+    {"double", KytKind::kDbl, [](CMsg& m, int tag) { return m.SetValue(tag, 2.5); }},
+    {"CBool", KytKind::kBool, [](CMsg& m, int tag) { return m.SetValue(tag, CBool(true)); }},
+    {"CDate", KytKind::kDate, [](CMsg& m, int tag) { return m.SetValue(tag, Date("20240229")); }},
+    {"text", KytKind::kStr, [](CMsg& m, int tag) { return m.SetValue(tag, "text"); }},
+    {"CMsg", KytKind::kMsg, [](CMsg& m, int tag) { return m.SetValue(tag, NewSub()); }},
+};
+
+// Every GetValue into an object that holds something first: what it holds
+// after reading what the writer of its kind wrote, and after a refusal.
+struct Reader {
+  const char* name;
+  KytKind kind;
+  std::string (*read)(const CMsg& msg, int tag);
+  const char* value;
+  const char* untouched;
+};
+
+std::string Outcome(int rc, const std::string& state) {
+  return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + state;
+}
+
+const Reader kReaders[] = {
+    {"CInt", KytKind::kInt, [](const CMsg& m, int tag) { return Read(m, tag, CInt(5)); }, "42",
+     "5"},
+    {"CIntArray", KytKind::kInt, [](const CMsg& m, int tag) { return Read(m, tag, Ints({9})); },
+     "{42}", "{9}"},
+    {"CDbl", KytKind::kDbl, [](const CMsg& m, int tag) { return Read(m, tag, CDbl(-1.0)); }, "2.5",
+     "-1"},
+    {"CDblArray", KytKind::kDbl, [](const CMsg& m, int tag) { return Read(m, tag, Dbls({9.5})); },
+     "{2.5}", "{9.5}"},
+    {"CBool", KytKind::kBool, [](const CMsg& m, int tag) { return Read(m, tag, CBool(false)); },
+     "Y", "N"},
+    {"CDate", KytKind::kDate, [](const CMsg& m, int tag) { return Read(m, tag, Date("19991231")); },
+     "20240229", "19991231"},
+    {"CString", KytKind::kStr, [](const CMsg& m, int tag) { return Read(m, tag, CString("keep")); },
+     "\"text\"", "\"keep\""},
+    {"CMsg*", KytKind::kMsg,
+     [](const CMsg& m, int tag) {
+       CMsg* sub = nullptr;
+       int rc = m.GetValue(tag, &sub);
+       return Outcome(rc, sub ? "M" + std::to_string(sub->msgnum) : "null");
+     },
+     "M2143", "null"},
+    {"CMsgArray", KytKind::kMsg,
+     [](const CMsg& m, int tag) {
+       // Filled from another message first: a refusal empties it.
+       static const MsgPtr two = [] {
+         MsgPtr msg = NewMsg(10);
+         msg->SetValue(695, NewSub());
+         msg->SetValue(695, NewSub());
+         return msg;
+       }();
+       CMsgArray subs(true);
+       two->GetValue(695, &subs);
+       int rc = m.GetValue(tag, &subs);
+       std::string state = "[" + std::to_string(subs.GetSize()) + "]";
+       return Outcome(
+           rc, subs.GetSize() ? state + " M" + std::to_string(subs.GetAt(0)->msgnum) : state);
+     },
+     "[1] M2143", "[0]"},
+};
+
+TEST(CMsgValues, EveryKindRefusesTheOthersAndRefusalsChangeNothing) {
+  CMsgDic* dic = MA_GetMsgDic();
+  for (const TagOfKind& k : kTagsOfKinds) EXPECT_EQ(dic->TagKind(k.tag), k.kind) << k.tag;
+  for (int unknown : {INT_MIN, -1, 0, 9, 1000000, INT_MAX}) {
+    EXPECT_EQ(dic->TagKind(unknown), KytKind::kNone) << unknown;
+  }
+
+  for (const TagOfKind& k : kTagsOfKinds) {
+    for (const Writer& w : kWriters) {
+      SCOPED_TRACE(std::string(w.name) + " under " + std::to_string(k.tag));
+      MsgPtr m = NewMsg(2161);
+      const int rc = w.set(*m, k.tag);
+      EXPECT_EQ(rc, w.kind == k.kind ? KYT_OK : KYT_E_TYPE);
+      EXPECT_EQ(m->GetValueCount(), rc == KYT_OK ? 1 : 0);
+      EXPECT_EQ(m->GetTreeSize(), rc == KYT_OK && w.kind == KytKind::kMsg ? 2 : 1);
+      // Without a dictionary every kind goes anywhere, and reads back as
+      // the kind written.
+      MsgPtr raw = NewMsg(2161, nullptr);
+      ASSERT_EQ(w.set(*raw, k.tag), KYT_OK);
+      CMsg::Cursor cursor(*raw);
+      CMsg::Value v;
+      ASSERT_TRUE(cursor.Next(&v));
+      EXPECT_EQ(v.kind, w.kind);
+      EXPECT_EQ(v.tag, k.tag);
+    }
+  }
+
+  for (const Writer& w : kWriters) {
+    MsgPtr m = NewMsg(2161, nullptr);
+    ASSERT_EQ(w.set(*m, 612), KYT_OK);
+    const std::string before = Text(m.get());
+    for (const Reader& r : kReaders) {
+      SCOPED_TRACE(std::string(r.name) + " from " + w.name);
+      std::string want = r.kind == w.kind ? r.value : "rc -2: " + std::string(r.untouched);
+      EXPECT_EQ(r.read(*m, 612), want);
+      EXPECT_EQ(r.read(*m, 613), "rc -1: " + std::string(r.untouched));  // absent
+    }
+    EXPECT_EQ(Text(m.get()), before);
+  }
+}
+
 TEST(CMsgValues, SingleAndArrayFormsShareATag) {
   MsgPtr m = NewMsg(2161);
   for (double v : {1.5, -2.0, 3.25}) ASSERT_EQ(m->SetValue(612, v), KYT_OK);
@@ -622,7 +753,8 @@ std::string Walk(const CMsg& msg) {
     out += std::to_string(v.tag) + ":" + std::to_string(static_cast<int>(v.kind)) + "=";
     if (v.kind == KytKind::kInt) out += std::to_string(v.i);
     if (v.kind == KytKind::kDbl) out += std::to_string(v.d);
-    if (v.kind == KytKind::kStr || v.kind == KytKind::kDate) out.append(v.text, static_cast<size_t>(v.len));
+    if (v.kind == KytKind::kStr || v.kind == KytKind::kDate)
+      out.append(v.text, static_cast<size_t>(v.len));
     if (v.kind == KytKind::kMsg) out += "{" + Walk(*v.msg) + "}";
     out += ";";
   }
@@ -736,6 +868,108 @@ TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
   EXPECT_EQ(wide->GetTreeSize(), 101);
   EXPECT_EQ(wide->GetValueCount(), 50);
   wide.reset();
+}
+
+// What a reader of `kind` reads under `tag`: the single value and the array.
+std::string ReadAs(const CMsg& msg, int tag, KytKind kind) {
+  switch (kind) {
+    case KytKind::kNone:
+      break;
+    case KytKind::kInt:
+      return Read<CInt>(msg, tag) + " " + Read<CIntArray>(msg, tag);
+    case KytKind::kDbl:
+      return Read<CDbl>(msg, tag) + " " + Read<CDblArray>(msg, tag);
+    case KytKind::kBool:
+      return Read<CBool>(msg, tag);
+    case KytKind::kDate:
+      return Read<CDate>(msg, tag);
+    case KytKind::kStr:
+      return Read<CString>(msg, tag);
+    case KytKind::kMsg: {
+      CMsg* first = nullptr;
+      std::string out = std::to_string(msg.GetValue(tag, &first));
+      CMsgArray subs(true);
+      out += " " + std::to_string(msg.GetValue(tag, &subs));
+      for (int i = 0; i <= subs.GetSize(); ++i) {
+        out += " " + std::to_string(reinterpret_cast<uintptr_t>(i ? subs.GetAt(i - 1) : first));
+      }
+      return out;
+    }
+  }
+  return "no kind";
+}
+
+TEST(CMsgThreads, ReadersOfOneMessageAtOnceEachReadWhatItHolds) {
+  // A filled rate note, several levels deep, with arrays of values and of
+  // sub-messages.
+  const testing_support::ClassCase* note = nullptr;
+  for (const auto& c : testing_support::AllClasses()) {
+    if (std::string(c.name) == "M_IrNoteFlterHwMc") note = &c;
+  }
+  ASSERT_NE(note, nullptr);
+  MsgPtr msg = testing_support::BuildSample(note->number, true);
+  const std::string text = Text(msg.get());
+  std::unique_ptr<CMsgBase> reference = note->make();
+  ASSERT_EQ(reference->Load(msg.get()), 0);
+  const std::string dump = testing_support::DumpOf(*reference);
+
+  // Every tag of every message in the tree, and what a lone reader reads
+  // there; and tags that a message lacks, between and beyond its own.
+  struct Probe {
+    const CMsg* msg;
+    int tag;
+    KytKind kind;
+  };
+  std::vector<Probe> probes;
+  std::vector<const CMsg*> open = {msg.get()};
+  while (!open.empty()) {
+    const CMsg* m = open.back();
+    open.pop_back();
+    CMsg::Cursor cursor(*m);
+    CMsg::Value v;
+    int last = -1;
+    while (cursor.Next(&v)) {
+      if (v.kind == KytKind::kMsg) open.push_back(v.msg);
+      if (v.tag == last) continue;
+      probes.push_back({m, v.tag, v.kind});
+      probes.push_back({m, v.tag + 1, KytKind::kInt});
+      last = v.tag;
+    }
+    probes.push_back({m, 1, KytKind::kDbl});
+  }
+  ASSERT_GT(probes.size(), 500u);
+  std::vector<std::string> alone;
+  for (const Probe& p : probes) alone.push_back(ReadAs(*p.msg, p.tag, p.kind));
+
+  // Each reader reads in its own orders: up the tags, down, and shuffled,
+  // and loads the whole note now and then. They start together.
+  constexpr int kReaders = 4;
+  std::atomic<int> waiting{kReaders};
+  std::atomic<int> wrong{0};
+  auto reader = [&](int t) {
+    waiting.fetch_sub(1);
+    while (waiting.load() > 0) {
+    }
+    std::vector<size_t> order(probes.size());
+    std::minstd_rand random(static_cast<unsigned>(t + 1));
+    for (int round = 0; round < 100; ++round) {
+      for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+      if ((round + t) % 3 == 1) std::reverse(order.begin(), order.end());
+      if ((round + t) % 3 == 2) std::shuffle(order.begin(), order.end(), random);
+      for (size_t i : order) {
+        if (ReadAs(*probes[i].msg, probes[i].tag, probes[i].kind) != alone[i]) wrong.fetch_add(1);
+      }
+      if (round % 10 == t % 10) {
+        std::unique_ptr<CMsgBase> obj = note->make();
+        if (obj->Load(msg.get()) != 0 || testing_support::DumpOf(*obj) != dump) wrong.fetch_add(1);
+      }
+    }
+  };
+  std::vector<std::thread> readers;
+  for (int t = 0; t < kReaders; ++t) readers.emplace_back(reader, t);
+  for (std::thread& r : readers) r.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_EQ(Text(msg.get()), text);
 }
 
 TEST(MsgText, WritesEveryKindOfValue) {

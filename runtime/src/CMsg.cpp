@@ -204,12 +204,12 @@ int CMsg::Check(int tag, KytKind kind) const {
   return known == kind ? KYT_OK : KYT_E_TYPE;
 }
 
-uint32_t CMsg::Find(int tag) {
+uint32_t CMsg::Find(int tag) const {
   if (sorted_) {
     // The last tag added is the greatest.
     if (count_ == 0 || tag > lastTag_) return kNone;
     // Readers go up the tags: start behind the last hit unless it lies beyond.
-    const uint32_t hint = readHint_;
+    const uint32_t hint = readHint_.load(std::memory_order_relaxed);
     uint32_t pos = hint < size_ ? hint : 0;
     bool fromStart = pos == 0;
     while (pos < size_) {
@@ -221,7 +221,7 @@ uint32_t CMsg::Find(int tag) {
           continue;
         }
         // The first record of its tag: the one before holds a smaller tag.
-        readHint_ = pos;
+        readHint_.store(pos, std::memory_order_relaxed);
         return r.tag == tag ? pos : kNone;
       }
       pos = r.next;
@@ -319,18 +319,18 @@ bool CMsg::Contains(const CMsg* msg) const {
 // After a read the next one usually asks for a later tag: the hint moves
 // behind the record read, unless more values of its tag follow, since a hint
 // must be the first record of its tag.
-inline void CMsg::Passed(int tag, uint32_t next) {
+inline void CMsg::Passed(int tag, uint32_t next) const {
   if (next < size_) {
     uint32_t at = next;
     if (static_cast<int>(kyt_detail::ReadVarint(buf_, at)) == tag) return;
   }
-  readHint_ = next;
+  readHint_.store(next, std::memory_order_relaxed);
 }
 
 // Finds the first record under `tag` and lets `take` read from it into
 // `*out`, when it is of `kind`.
 template <class Out, class Take>
-int CMsg::Get(int tag, KytKind kind, Out* out, Take take) {
+int CMsg::Get(int tag, KytKind kind, Out* out, Take take) const {
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
@@ -340,22 +340,26 @@ int CMsg::Get(int tag, KytKind kind, Out* out, Take take) {
   return take(r, *out);
 }
 
-int CMsg::GetValue(int tag, CInt* out) { return Get(tag, KytKind::kInt, out, TakeNumber<CInt>); }
-int CMsg::GetValue(int tag, CDbl* out) { return Get(tag, KytKind::kDbl, out, TakeNumber<CDbl>); }
-int CMsg::GetValue(int tag, CBool* out) { return Get(tag, KytKind::kBool, out, TakeBool); }
-int CMsg::GetValue(int tag, CDate* out) { return Get(tag, KytKind::kDate, out, TakeDate); }
-int CMsg::GetValue(int tag, CString* out) { return Get(tag, KytKind::kStr, out, TakeText); }
-int CMsg::GetValue(int tag, CMsg** out) { return Get(tag, KytKind::kMsg, out, TakeSub); }
+int CMsg::GetValue(int tag, CInt* out) const {
+  return Get(tag, KytKind::kInt, out, TakeNumber<CInt>);
+}
+int CMsg::GetValue(int tag, CDbl* out) const {
+  return Get(tag, KytKind::kDbl, out, TakeNumber<CDbl>);
+}
+int CMsg::GetValue(int tag, CBool* out) const { return Get(tag, KytKind::kBool, out, TakeBool); }
+int CMsg::GetValue(int tag, CDate* out) const { return Get(tag, KytKind::kDate, out, TakeDate); }
+int CMsg::GetValue(int tag, CString* out) const { return Get(tag, KytKind::kStr, out, TakeText); }
+int CMsg::GetValue(int tag, CMsg** out) const { return Get(tag, KytKind::kMsg, out, TakeSub); }
 
-int CMsg::GetValue(int tag, CIntArray* out) {
+int CMsg::GetValue(int tag, CIntArray* out) const {
   return Get(tag, KytKind::kInt, out, TakeAll{buf_, size_, sorted_});
 }
 
-int CMsg::GetValue(int tag, CDblArray* out) {
+int CMsg::GetValue(int tag, CDblArray* out) const {
   return Get(tag, KytKind::kDbl, out, TakeAll{buf_, size_, sorted_});
 }
 
-int CMsg::GetValue(int tag, CMsgArray* out) {
+int CMsg::GetValue(int tag, CMsgArray* out) const {
   if (out) {
     out->msg_ = this;
     out->size_ = 0;
