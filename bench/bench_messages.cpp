@@ -40,7 +40,7 @@ void FillProto(const CMsg& msg, pb::Message& out) {
     const pb::FieldDescriptor* f = d->FindFieldByNumber(v.tag);
     if (!f) std::abort();
     bool many = f->is_repeated();
-    if (!v.isSet && v.kind != KYT_STR && v.kind != KYT_MSG) continue;
+    if (!v.isSet && v.kind != KytKind::kStr && v.kind != KytKind::kMsg) continue;
     switch (f->cpp_type()) {
       case pb::FieldDescriptor::CPPTYPE_INT32:
         many ? r->AddInt32(&out, f, v.i) : r->SetInt32(&out, f, v.i);

@@ -9,9 +9,6 @@ from __future__ import annotations
 
 from schema import KINDS, Schema
 
-_ENUMERATOR = {"kInt": "KYT_INT", "kDbl": "KYT_DBL", "kBool": "KYT_BOOL", "kDate": "KYT_DATE",
-               "kStr": "KYT_STR", "kMsg": "KYT_MSG"}
-
 PATH = "callkyt_dat/KytDicData.cpp"
 
 
@@ -29,8 +26,8 @@ def source(schema: Schema) -> str:
            "// clang-format off", '#include "callkyt/MsgDic.h"', "", "namespace {", "",
            "const KytFieldInfo kFields[] = {"]
     for f in fields:
-        out.append(f"    {{{f.tag}, {_ENUMERATOR[KINDS[f.kind].runtime]}, {int(f.is_array)}, {_c_string(f.name)}, "
-                   f"{_c_string(f.sub)}, {numbers.get(f.sub, 0) if f.sub else 0}}},")
+        out.append(f"    {{{f.tag}, KytKind::{KINDS[f.kind].runtime}, {int(f.is_array)}, "
+                   f"{_c_string(f.name)}, {_c_string(f.sub)}, {numbers.get(f.sub, 0) if f.sub else 0}}},")
     out += ["};", "", "const KytMsgInfo kMsgs[] = {"]
     first = 0
     for m in messages:

@@ -21,7 +21,7 @@
 #include "MsgText.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
-#include "callkyt/Testing.h"
+#include "RuntimeFaults.h"
 #include "rates/M_IrTargetSwitching.h"
 
 using namespace testing_support;
@@ -29,25 +29,6 @@ namespace fs = std::filesystem;
 namespace schema = pricemsg::schema;
 
 namespace {
-
-// A set value as a client of the runtime contract makes it.
-template <class V, class T>
-V Value(T v) {
-  V x;
-  x.value = v;
-  x.isSet = true;
-  return x;
-}
-CInt Int(int v) { return Value<CInt>(v); }
-CDbl Dbl(double v) { return Value<CDbl>(v); }
-CBool Bool(bool v) { return Value<CBool>(v); }
-CDate Date(const char* text) {
-  CDate x;
-  x.Set(text);
-  return x;
-}
-
-MsgPtr New(int number) { return MsgPtr(new CMsg(number, 0, 0, MA_GetMsgDic())); }
 
 template <class V>
 void Set(CMsg& msg, int tag, V v) {
@@ -71,7 +52,7 @@ const std::string kOddText = "q\" b\\ n\n t\t r\r \x01\x1f\x7f \xc3\xa9 #}{";
 // class lacks, a second value of a single field, and a field left absent
 // (dAccumAmt, T4573).
 MsgPtr Switching() {
-  MsgPtr m = New(3685);
+  MsgPtr m = NewMsg(3685);
   Set(*m, 5146, 3);
   Set(*m, 784, kOddText.c_str());
   Set(*m, 117, Int(INT_MIN));
@@ -136,7 +117,7 @@ const std::vector<std::pair<double, const char*>> kEdgeDoubles = {
 // M_Greeks: a double array with every edge, single doubles set and unset,
 // two elements of a repeated sub-message, one of them empty.
 MsgPtr Greeks() {
-  MsgPtr m = New(2161);
+  MsgPtr m = NewMsg(2161);
   for (const auto& [d, text] : kEdgeDoubles) Set(*m, 612, d);
   Set(*m, 615, Dbl(-0.0));
   Set(*m, 616, CDbl());
@@ -277,10 +258,10 @@ TEST(MsgText, WritesEachFieldAsItsClassSaysAndReadsItBackExactly) {
   EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
 
   // Dates, set and unset.
-  MsgPtr tiv = New(2143);
+  MsgPtr tiv = NewMsg(2143);
   Set(*tiv, 198, Date("20240229"));
   Set(*tiv, 775, "");
-  MsgPtr unset = New(2143);
+  MsgPtr unset = NewMsg(2143);
   Set(*unset, 198, CDate());
   EXPECT_EQ(Text(tiv.get()),
             "M2143 M_Tiv {\n  T198 nDate n \"20240229\"\n  T775 sDateType s \"\"\n}\n");
@@ -400,9 +381,9 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   // closes, which is told at the line that opened it.
   const std::string text = sw + "  T396 d 1\n  T4702 m M3623 {\n    T239 d 2\n  }\n}\n";
   for (auto [tag, line, column] : {std::tuple{396, 2, 10}, std::tuple{4702, 3, 3}}) {
-    ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, tag, -17));
+    ASSERT_TRUE(ArmFault(FaultOp::kSet, tag, -17));
     EXPECT_TRUE(LeavesNothing([&] { EXPECT_FALSE(Read(text, &err)); }));
-    MA_ClearFaults();
+    ClearFaults();
     EXPECT_EQ(err.line, line);
     EXPECT_EQ(err.column, column);
     EXPECT_NE(std::strstr(err.reason, "the runtime refused the"), nullptr) << err.reason;
@@ -440,7 +421,7 @@ TEST(MsgText, RefusesATreeItCannotWriteAndLeavesTheOutputAsItWas) {
     const char* reason;
   };
   const Case cases[] = {
-      {"no class", [] { return New(9); }, 0, MSGTEXT_E_CLASS, "no class has the number M9"},
+      {"no class", [] { return NewMsg(9); }, 0, MSGTEXT_E_CLASS, "no class has the number M9"},
       {"a sub-message of another class",
        [] {
          MsgPtr m = Switching();
@@ -474,20 +455,20 @@ TEST(MsgText, RefusesATreeItCannotWriteAndLeavesTheOutputAsItWas) {
     std::string out = "kept";
     MsgTextError err{};
     if (c.fault) {
-      ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, c.fault, -13));
+      ASSERT_TRUE(ArmFault(FaultOp::kGet, c.fault, -13));
     }
     EXPECT_EQ(MA_WriteMsgText(tree.get(), &out, &err), c.code);
-    MA_ClearFaults();
+    ClearFaults();
     EXPECT_EQ(out, "kept");
     EXPECT_EQ(err.line, 0);
     EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << err.reason;
   }
   // A read that finds the tag absent is no failure: the field is left out.
-  MsgPtr tiv = New(2143);
+  MsgPtr tiv = NewMsg(2143);
   Set(*tiv, 800, "1Y");
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 800, -1));
+  ASSERT_TRUE(ArmFault(FaultOp::kGet, 800, -1));
   EXPECT_EQ(Text(tiv.get()), "M2143 M_Tiv {\n}\n");
-  MA_ClearFaults();
+  ClearFaults();
 
   std::string out;
   MsgTextError err{};
@@ -588,7 +569,7 @@ TEST(MsgFile, RequestsRoundTripThroughFilesAndAFileIsReplacedWhole) {
   };
   EXPECT_EQ(content(), "M2143 M_Tiv {\n}\n");
   MsgTextError err{};
-  EXPECT_EQ(MA_WriteMsgFile(New(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
+  EXPECT_EQ(MA_WriteMsgFile(NewMsg(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
   EXPECT_EQ(content(), "M2143 M_Tiv {\n}\n");
   const fs::path taken = dir.path / "taken";  // a directory stands there
   fs::create_directory(taken);

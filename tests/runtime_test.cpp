@@ -1,16 +1,26 @@
 // The runtime the message classes stand on: CString and its formatter, the
-// value types and arrays, CException, CStream, and CMsg with the dictionary,
-// the fault hooks and the text form.
+// value types and arrays, CException, CStream, and CMsg with the dictionary
+// and the text form.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <memory>
+#include <new>
+#include <random>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
+#include "ClassCases.h"
 #include "TestSupport.h"
 #include "callkyt/CArray.h"
 #include "callkyt/CException.h"
@@ -19,17 +29,33 @@
 #include "callkyt/CString.h"
 #include "callkyt/CValue.h"
 #include "callkyt/MsgDic.h"
-#include "callkyt/Testing.h"
 
 using testing_support::MsgPtr;
 using testing_support::Text;
 
+// The ThreadSanitizer build links no failing operator new (tests/CMakeLists.txt).
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define RUNTIME_TEST_WITHOUT_FAILING_ALLOC
+#endif
+#endif
+
 namespace {
 
-class Faults : public ::testing::Test {
- protected:
-  void TearDown() override { MA_ClearFaults(); }
-};
+// Every record of a message, as the cursor gives them: for trees that no
+// class describes.
+std::string Raw(const CMsg& msg) {
+  std::string out;
+  CMsg::Cursor cursor(msg);
+  CMsg::Value v;
+  while (cursor.Next(&v)) {
+    out += "T" + std::to_string(v.tag) + " k" + std::to_string(static_cast<int>(v.kind)) +
+           (v.isSet ? " set " : " unset ") + std::to_string(v.i) + " " + std::to_string(v.d) +
+           " " + std::to_string(v.b) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
+    if (v.msg) out += "{\n" + Raw(*v.msg) + "}\n";
+  }
+  return out;
+}
 
 MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(num, 0, 0, dic)); }
 
@@ -44,6 +70,12 @@ CDate Date(const char* text) {
 CDblArray Dbls(std::initializer_list<double> values) {
   CDblArray a;
   for (double v : values) a.Add(v);
+  return a;
+}
+
+CIntArray Ints(std::initializer_list<int> values) {
+  CIntArray a;
+  for (int v : values) a.Add(v);
   return a;
 }
 
@@ -82,7 +114,7 @@ std::string Show(const CDblArray& a) {
 // GetValue into an object that starts as `init`: what the object holds
 // afterwards, after the result code unless that is KYT_OK.
 template <class T>
-std::string Read(CMsg& msg, int tag, T init = T()) {
+std::string Read(const CMsg& msg, int tag, T init = T()) {
   int rc = msg.GetValue(tag, &init);
   return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + Show(init);
 }
@@ -161,6 +193,20 @@ TEST(CStringTest, ComparesAndQuotes) {
   EXPECT_EQ(CString("a\x01z").Repr(), "\"a\\x01z\"");
   EXPECT_EQ(CString("\x7f\t").Repr(), "\"\\x7f\\t\"");
   EXPECT_EQ(CString("caf\xc3\xa9").Repr(), "\"caf\xc3\xa9\"");  // UTF-8 passes as it is
+  // Quoted texts of 31 and 32 bytes, and one that grows fourfold.
+  EXPECT_EQ(Str(CString(Pattern(29).c_str()).Repr()), '"' + Pattern(29) + '"');
+  EXPECT_EQ(Str(CString(Pattern(30).c_str()).Repr()), '"' + Pattern(30) + '"');
+  std::string controls, quoted;
+  for (int i = 0; i < 100; ++i) {
+    controls += static_cast<char>(1 + i % 31);
+    char esc[8];
+    std::snprintf(esc, sizeof esc, "\\x%02x", 1 + i % 31);
+    quoted += i % 31 + 1 == '\n'   ? "\\n"
+              : i % 31 + 1 == '\t' ? "\\t"
+              : i % 31 + 1 == '\r' ? "\\r"
+                                   : esc;
+  }
+  EXPECT_EQ(Str(CString(controls.c_str()).Repr()), '"' + quoted + '"');
 }
 
 // Formats with CString::Format, CFormat and snprintf; all three must agree
@@ -198,14 +244,14 @@ TEST(CStringTest, FormatWritesWhatSnprintfWrites) {
   // Formats left to vsnprintf, alone and mixed with the ones done here.
   EXPECT_FORMATS_AS_SNPRINTF("%x|%5.1f|%ld", 255, 3.14159, -123456789012L);
   EXPECT_FORMATS_AS_SNPRINTF("%d %x %s %e", 1, 2, "mixed", 0.5);
-  // Longer than the 256 bytes the formatter starts with, on either path.
+  // Around the 31 bytes that fit the object, and long texts.
+  for (int len : {28, 29, 30, 31}) {  // 30 to 33 bytes
+    EXPECT_FORMATS_AS_SNPRINTF("%x|%s", 10, Pattern(len).c_str());
+  }
   const std::string text = Pattern(300);
   EXPECT_FORMATS_AS_SNPRINTF("%s", text.c_str());
   EXPECT_FORMATS_AS_SNPRINTF("%300d|%-280s|%.300e", 42, "left", 1.0);
-  EXPECT_FORMATS_AS_SNPRINTF("%.300f", 1.0);
-  for (int len : {253, 254, 255, 256}) {  // 255 to 258 bytes
-    EXPECT_FORMATS_AS_SNPRINTF("%x%s", 10, Pattern(len).c_str());
-  }
+  EXPECT_FORMATS_AS_SNPRINTF("%.300f|%s", 1.0, Pattern(5000).c_str());
 
   // An argument may be the string's own text.
   CString s("abc");
@@ -215,6 +261,70 @@ TEST(CStringTest, FormatWritesWhatSnprintfWrites) {
   s.Format("%s%s", s.ToStr(), "!");
   EXPECT_EQ(Str(s), Pattern(40) + "!");
 }
+
+// True while the text lies in the object itself.
+bool InObject(const CString& s) {
+  const char* self = reinterpret_cast<const char*>(&s);
+  return s.ToStr() >= self && s.ToStr() < self + sizeof s;
+}
+
+TEST(CStringTest, FormatKeepsUpTo31BytesInTheObjectAndTakesAnyLength) {
+  for (int before : {0, 31, 32, 40, 600}) {
+    for (int len : {0, 1, 30, 31, 32, 33, 64, 511, 512, 513, 5000}) {
+      SCOPED_TRACE(std::to_string(before) + " bytes before, " + std::to_string(len) + " after");
+      const std::string text = Pattern(len);
+      CString s(Pattern(before).c_str());
+      const bool wasInObject = InObject(s);
+      EXPECT_EQ(s.Format("%s", text.c_str()), len);
+      EXPECT_EQ(Str(s), text);
+      EXPECT_EQ(s.ToStr()[len], '\0');
+      // A text that fits stays where the old one was; a longer one leaves.
+      EXPECT_EQ(InObject(s), wasInObject && len <= 31);
+    }
+  }
+  // The arguments may be the string's own text, on either side of the limit.
+  for (int len : {29, 30, 31, 32, 40, 600}) {
+    SCOPED_TRACE(len);
+    const std::string text = Pattern(len);
+    CString s(text.c_str());
+    EXPECT_EQ(s.Format("%s!", s.ToStr()), len + 1);
+    EXPECT_EQ(Str(s), text + "!");
+    EXPECT_EQ(s.Format("%s|%s", s.ToStr(), s.ToStr() + 1), 2 * len + 2);
+    EXPECT_EQ(Str(s), text + "!|" + text.substr(1) + "!");
+    EXPECT_EQ(s.Format("%.3s", s.ToStr() + 2), 3);
+    EXPECT_EQ(Str(s), text.substr(2, 3));
+  }
+}
+
+#ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
+TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
+  using testing_support::FailingAlloc;
+  // Longer than the pooled blocks: each block is an allocation of its own.
+  const std::string text = Pattern(600);
+  for (int before : {0, 31, 40, 700}) {
+    SCOPED_TRACE(before);
+    CString s(Pattern(before).c_str());
+    FailingAlloc::FailAt(1);  // a second allocation would fail
+    EXPECT_EQ(s.Format("%s%d", text.c_str(), 7), 601);
+    FailingAlloc::Off();
+    EXPECT_FALSE(FailingAlloc::Fired());
+    EXPECT_EQ(Str(s), text + "7");
+
+    CString t(Pattern(before).c_str());
+    FailingAlloc::FailAt(0);
+    EXPECT_THROW(t.Format("%s", text.c_str()), std::bad_alloc);
+    FailingAlloc::FailAt(0);
+    EXPECT_THROW(CFormat("%s", text.c_str()), std::bad_alloc);
+    FailingAlloc::Off();
+    EXPECT_EQ(Str(t), Pattern(before));
+    FailingAlloc::FailAt(0);
+    EXPECT_EQ(t.Format("%031d", -5), 31);  // fits: no allocation
+    FailingAlloc::Off();
+    EXPECT_FALSE(FailingAlloc::Fired());
+    EXPECT_EQ(Str(t), "-" + std::string(29, '0') + "5");
+  }
+}
+#endif
 
 TEST(CDateTest, SetTakesUpToEightCharactersAndIsValidTextChecksTheCalendar) {
   CDate d;
@@ -280,6 +390,53 @@ TEST(ValueArrays, GrowCopyAndPrint) {
   EXPECT_EQ(d.Repr(";", true),
             "{-1.500000000000000e+00;1.000000000000000e+300;4.940656458412465e-324;"
             "0.000000000000000e+00}");
+}
+
+// What printf gives for the elements joined by `sep`.
+std::string PrintfJoin(const CDblArray& a, const char* sep, bool braced) {
+  std::string out = braced ? "{" : "";
+  for (int i = 0; i < a.size; ++i) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.15e", a.GetAt(i));
+    out += (i > 0 && sep ? sep : "") + std::string(buf);
+  }
+  return braced ? out + "}" : out;
+}
+
+TEST(ValueArrays, PrintEachElementAsPrintfWould) {
+  EXPECT_EQ(Ints({-7}).Repr(", ", false), "-7");
+  EXPECT_EQ(Ints({-7}).Repr(", ", true), "{-7}");
+  EXPECT_EQ(Ints({INT_MIN, -1, 0, INT_MAX}).Repr(nullptr, true),
+            "{-2147483648-10"
+            "2147483647}");
+  EXPECT_EQ(Dbls({-1.5}).Repr(", ", false), "-1.500000000000000e+00");
+  EXPECT_EQ(Dbls({}).Repr(nullptr, false), "");
+  EXPECT_EQ(CIntArray().Repr(nullptr, true), "{}");
+
+  const CDblArray edges =
+      Dbls({-HUGE_VAL, HUGE_VAL, std::nan(""), -std::nan(""), -0.0, 0.0, DBL_MAX, -DBL_MAX, 5e-324,
+            -2.2250738585072014e-308, -1e-300, 0.1, -123.456, 1e22, 9.9999999999999995e-5,
+            -9.999999999999999e99, 0.5e-15});
+  EXPECT_EQ(Str(edges.Repr(", ", false)).substr(0, 31), "-inf, inf, nan, -nan, -0.000000");
+  const std::string longSep = " " + Pattern(100) + " ";
+  for (const char* sep : {", ", "", static_cast<const char*>(nullptr), longSep.c_str()}) {
+    for (bool braced : {false, true}) {
+      EXPECT_EQ(Str(edges.Repr(sep, braced)), PrintfJoin(edges, sep, braced));
+    }
+  }
+
+  // Every element at its widest: the text fills all the room it was given.
+  CIntArray ints;
+  CDblArray dbls;
+  for (int i = 0; i < 1000; ++i) {
+    ints.Add(INT_MIN);
+    dbls.Add(i % 2 ? -DBL_MAX : -2.2250738585072014e-308);
+  }
+  std::string want = "{";
+  for (int i = 0; i < 1000; ++i) want += "-2147483648";
+  EXPECT_EQ(Str(ints.Repr(nullptr, true)), want + "}");
+  EXPECT_EQ(Str(dbls.Repr("", true)), PrintfJoin(dbls, "", true));
+  EXPECT_EQ(dbls.Repr(longSep.c_str(), false).GetSize(), 1000 * 23 + 999 * 102);
 }
 
 TEST(CExceptionTest, KeepsACopyOfItsTextAndItsCode) {
@@ -389,6 +546,128 @@ TEST(CMsgValues, EveryKindRoundTripsAndRefusalsChangeNothing) {
   EXPECT_EQ(sub->msgnum, 2143);
 }
 
+// A tag of each kind; the dictionary gives each its kind whatever the message.
+struct TagOfKind {
+  KytKind kind;
+  int tag;
+};
+const TagOfKind kTagsOfKinds[] = {{KytKind::kInt, 6},    {KytKind::kDbl, 239},
+                                  {KytKind::kBool, 101}, {KytKind::kDate, 198},
+                                  {KytKind::kStr, 7},    {KytKind::kMsg, 695}};
+
+// Every SetValue, with the kind of record it writes.
+struct Writer {
+  const char* name;
+  KytKind kind;
+  int (*set)(CMsg& msg, int tag);
+};
+const Writer kWriters[] = {
+    {"CInt", KytKind::kInt, [](CMsg& m, int tag) { return m.SetValue(tag, CInt(42)); }},
+    {"int", KytKind::kInt, [](CMsg& m, int tag) { return m.SetValue(tag, 42); }},
+    {"CDbl", KytKind::kDbl, [](CMsg& m, int tag) { return m.SetValue(tag, CDbl(2.5)); }},
+    {"double", KytKind::kDbl, [](CMsg& m, int tag) { return m.SetValue(tag, 2.5); }},
+    {"CBool", KytKind::kBool, [](CMsg& m, int tag) { return m.SetValue(tag, CBool(true)); }},
+    {"CDate", KytKind::kDate, [](CMsg& m, int tag) { return m.SetValue(tag, Date("20240229")); }},
+    {"text", KytKind::kStr, [](CMsg& m, int tag) { return m.SetValue(tag, "text"); }},
+    {"CMsg", KytKind::kMsg, [](CMsg& m, int tag) { return m.SetValue(tag, NewSub()); }},
+};
+
+// Every GetValue into an object that holds something first: what it holds
+// after reading what the writer of its kind wrote, and after a refusal.
+struct Reader {
+  const char* name;
+  KytKind kind;
+  std::string (*read)(const CMsg& msg, int tag);
+  const char* value;
+  const char* untouched;
+};
+
+std::string Outcome(int rc, const std::string& state) {
+  return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + state;
+}
+
+const Reader kReaders[] = {
+    {"CInt", KytKind::kInt, [](const CMsg& m, int tag) { return Read(m, tag, CInt(5)); }, "42",
+     "5"},
+    {"CIntArray", KytKind::kInt, [](const CMsg& m, int tag) { return Read(m, tag, Ints({9})); },
+     "{42}", "{9}"},
+    {"CDbl", KytKind::kDbl, [](const CMsg& m, int tag) { return Read(m, tag, CDbl(-1.0)); }, "2.5",
+     "-1"},
+    {"CDblArray", KytKind::kDbl, [](const CMsg& m, int tag) { return Read(m, tag, Dbls({9.5})); },
+     "{2.5}", "{9.5}"},
+    {"CBool", KytKind::kBool, [](const CMsg& m, int tag) { return Read(m, tag, CBool(false)); },
+     "Y", "N"},
+    {"CDate", KytKind::kDate, [](const CMsg& m, int tag) { return Read(m, tag, Date("19991231")); },
+     "20240229", "19991231"},
+    {"CString", KytKind::kStr, [](const CMsg& m, int tag) { return Read(m, tag, CString("keep")); },
+     "\"text\"", "\"keep\""},
+    {"CMsg*", KytKind::kMsg,
+     [](const CMsg& m, int tag) {
+       CMsg* sub = nullptr;
+       int rc = m.GetValue(tag, &sub);
+       return Outcome(rc, sub ? "M" + std::to_string(sub->msgnum) : "null");
+     },
+     "M2143", "null"},
+    {"CMsgArray", KytKind::kMsg,
+     [](const CMsg& m, int tag) {
+       // Filled from another message first: a refusal empties it.
+       static const MsgPtr two = [] {
+         MsgPtr msg = NewMsg(10);
+         msg->SetValue(695, NewSub());
+         msg->SetValue(695, NewSub());
+         return msg;
+       }();
+       CMsgArray subs(true);
+       two->GetValue(695, &subs);
+       int rc = m.GetValue(tag, &subs);
+       std::string state = "[" + std::to_string(subs.GetSize()) + "]";
+       return Outcome(
+           rc, subs.GetSize() ? state + " M" + std::to_string(subs.GetAt(0)->msgnum) : state);
+     },
+     "[1] M2143", "[0]"},
+};
+
+TEST(CMsgValues, EveryKindRefusesTheOthersAndRefusalsChangeNothing) {
+  CMsgDic* dic = MA_GetMsgDic();
+  for (const TagOfKind& k : kTagsOfKinds) EXPECT_EQ(dic->TagKind(k.tag), k.kind) << k.tag;
+  for (int unknown : {INT_MIN, -1, 0, 9, 1000000, INT_MAX}) {
+    EXPECT_EQ(dic->TagKind(unknown), KytKind::kNone) << unknown;
+  }
+
+  for (const TagOfKind& k : kTagsOfKinds) {
+    for (const Writer& w : kWriters) {
+      SCOPED_TRACE(std::string(w.name) + " under " + std::to_string(k.tag));
+      MsgPtr m = NewMsg(2161);
+      const int rc = w.set(*m, k.tag);
+      EXPECT_EQ(rc, w.kind == k.kind ? KYT_OK : KYT_E_TYPE);
+      EXPECT_EQ(m->GetValueCount(), rc == KYT_OK ? 1 : 0);
+      EXPECT_EQ(m->GetTreeSize(), rc == KYT_OK && w.kind == KytKind::kMsg ? 2 : 1);
+      // Without a dictionary every kind goes anywhere, and reads back as
+      // the kind written.
+      MsgPtr raw = NewMsg(2161, nullptr);
+      ASSERT_EQ(w.set(*raw, k.tag), KYT_OK);
+      CMsg::Cursor cursor(*raw);
+      CMsg::Value v;
+      ASSERT_TRUE(cursor.Next(&v));
+      EXPECT_EQ(v.kind, w.kind);
+      EXPECT_EQ(v.tag, k.tag);
+    }
+  }
+
+  for (const Writer& w : kWriters) {
+    MsgPtr m = NewMsg(2161, nullptr);
+    ASSERT_EQ(w.set(*m, 612), KYT_OK);
+    const std::string before = Raw(*m);
+    for (const Reader& r : kReaders) {
+      SCOPED_TRACE(std::string(r.name) + " from " + w.name);
+      std::string want = r.kind == w.kind ? r.value : "rc -2: " + std::string(r.untouched);
+      EXPECT_EQ(r.read(*m, 612), want);
+      EXPECT_EQ(r.read(*m, 613), "rc -1: " + std::string(r.untouched));  // absent
+    }
+    EXPECT_EQ(Raw(*m), before);
+  }
+}
+
 TEST(CMsgValues, SingleAndArrayFormsShareATag) {
   MsgPtr m = NewMsg(2161);
   for (double v : {1.5, -2.0, 3.25}) ASSERT_EQ(m->SetValue(612, v), KYT_OK);
@@ -486,11 +765,12 @@ std::string Walk(const CMsg& msg) {
   CMsg::Cursor cursor(msg);
   CMsg::Value v;
   while (cursor.Next(&v)) {
-    out += std::to_string(v.tag) + ":" + std::to_string(v.kind) + "=";
-    if (v.kind == KYT_INT) out += std::to_string(v.i);
-    if (v.kind == KYT_DBL) out += std::to_string(v.d);
-    if (v.kind == KYT_STR || v.kind == KYT_DATE) out.append(v.text, static_cast<size_t>(v.len));
-    if (v.kind == KYT_MSG) out += "{" + Walk(*v.msg) + "}";
+    out += std::to_string(v.tag) + ":" + std::to_string(static_cast<int>(v.kind)) + "=";
+    if (v.kind == KytKind::kInt) out += std::to_string(v.i);
+    if (v.kind == KytKind::kDbl) out += std::to_string(v.d);
+    if (v.kind == KytKind::kStr || v.kind == KytKind::kDate)
+      out.append(v.text, static_cast<size_t>(v.len));
+    if (v.kind == KytKind::kMsg) out += "{" + Walk(*v.msg) + "}";
     out += ";";
   }
   return out;
@@ -605,62 +885,106 @@ TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
   wide.reset();
 }
 
-TEST_F(Faults, ArmedFaultTakesTheChosenCallOnly) {
-  EXPECT_FALSE(MA_ArmFault(3, 6, -1));
-  EXPECT_FALSE(MA_ArmFault(0, 6, -1));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 0));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_SET, 6, 2));
-  EXPECT_FALSE(MA_ArmFault(MA_FAULT_GET, 6, -1, -1));
-  EXPECT_EQ(MA_PendingFaults(), 0);
+// What a reader of `kind` reads under `tag`: the single value and the array.
+std::string ReadAs(const CMsg& msg, int tag, KytKind kind) {
+  switch (kind) {
+    case KytKind::kNone:
+      break;
+    case KytKind::kInt:
+      return Read<CInt>(msg, tag) + " " + Read<CIntArray>(msg, tag);
+    case KytKind::kDbl:
+      return Read<CDbl>(msg, tag) + " " + Read<CDblArray>(msg, tag);
+    case KytKind::kBool:
+      return Read<CBool>(msg, tag);
+    case KytKind::kDate:
+      return Read<CDate>(msg, tag);
+    case KytKind::kStr:
+      return Read<CString>(msg, tag);
+    case KytKind::kMsg: {
+      CMsg* first = nullptr;
+      std::string out = std::to_string(msg.GetValue(tag, &first));
+      CMsgArray subs(true);
+      out += " " + std::to_string(msg.GetValue(tag, &subs));
+      for (int i = 0; i <= subs.GetSize(); ++i) {
+        out += " " + std::to_string(reinterpret_cast<uintptr_t>(i ? subs.GetAt(i - 1) : first));
+      }
+      return out;
+    }
+  }
+  return "no kind";
+}
 
-  MsgPtr m = NewMsg(10);
-  MsgPtr other = NewMsg(10);
-  ASSERT_EQ(m->SetValue(6, CInt(1)), KYT_OK);
-  ASSERT_EQ(m->SetValue(7, "x"), KYT_OK);
-  ASSERT_EQ(other->SetValue(6, CInt(2)), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -9, 2));
-  EXPECT_EQ(MA_PendingFaults(), 1);
-  EXPECT_EQ(Read<CString>(*m, 7), "\"x\"");       // another tag
-  EXPECT_EQ(m->SetValue(6, CInt(3)), KYT_OK);     // another operation
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");              // first call
-  EXPECT_EQ(Read<CInt>(*other, 6), "2");          // second, in another message
-  EXPECT_EQ(Read(*m, 6, CInt(77)), "rc -9: 77");  // third
-  EXPECT_EQ(MA_PendingFaults(), 0);
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+TEST(CMsgThreads, ReadersOfOneMessageAtOnceEachReadWhatItHolds) {
+  // A filled rate note, several levels deep, with arrays of values and of
+  // sub-messages.
+  const testing_support::ClassCase* note = nullptr;
+  for (const auto& c : testing_support::AllClasses()) {
+    if (std::string(c.name) == "M_IrNoteFlterHwMc") note = &c;
+  }
+  ASSERT_NE(note, nullptr);
+  MsgPtr msg = testing_support::BuildSample(note->number, true);
+  const std::string text = Text(msg.get());
+  std::unique_ptr<CMsgBase> reference = note->make();
+  ASSERT_EQ(reference->Load(msg.get()), 0);
+  const std::string dump = testing_support::DumpOf(*reference);
 
-  // Each fault counts the calls on its tag for itself.
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -11, 1));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -12));
-  EXPECT_EQ(Read<CInt>(*m, 6), "rc -12: -");
-  EXPECT_EQ(Read<CInt>(*m, 6), "rc -11: -");
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+  // Every tag of every message in the tree, and what a lone reader reads
+  // there; and tags that a message lacks, between and beyond its own.
+  struct Probe {
+    const CMsg* msg;
+    int tag;
+    KytKind kind;
+  };
+  std::vector<Probe> probes;
+  std::vector<const CMsg*> open = {msg.get()};
+  while (!open.empty()) {
+    const CMsg* m = open.back();
+    open.pop_back();
+    CMsg::Cursor cursor(*m);
+    CMsg::Value v;
+    int last = -1;
+    while (cursor.Next(&v)) {
+      if (v.kind == KytKind::kMsg) open.push_back(v.msg);
+      if (v.tag == last) continue;
+      probes.push_back({m, v.tag, v.kind});
+      probes.push_back({m, v.tag + 1, KytKind::kInt});
+      last = v.tag;
+    }
+    probes.push_back({m, 1, KytKind::kDbl});
+  }
+  ASSERT_GT(probes.size(), 500u);
+  std::vector<std::string> alone;
+  for (const Probe& p : probes) alone.push_back(ReadAs(*p.msg, p.tag, p.kind));
 
-  // Tag 0 takes any tag; a failed SetValue adds nothing and frees its
-  // sub-message.
-  const int count = m->GetValueCount();
-  CMsg* sub = NewSub();
-  ASSERT_EQ(sub->SetValue(198, Date("20240101")), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
-  EXPECT_EQ(m->SetValue(876, CBool(true)), -7);
-  EXPECT_EQ(m->SetValue(876, CBool(true)), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 0, -7));
-  EXPECT_EQ(m->SetValue(695, sub), -7);
-  EXPECT_EQ(m->GetValue(695, &sub), KYT_ABSENT);
-  EXPECT_EQ(m->GetValueCount(), count + 1);
-
-  // Reads of arrays fail the same way and leave the array alone.
-  ASSERT_EQ(m->SetValue(612, 1.0), KYT_OK);
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 612, -13));
-  EXPECT_EQ(Read(*m, 612, Dbls({5.0})), "rc -13: {5}");
-
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 0, -2));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_SET, 7, -3, 5));
-  ASSERT_TRUE(MA_ArmFault(MA_FAULT_GET, 6, -4, 1));
-  EXPECT_EQ(MA_PendingFaults(), 3);
-  MA_ClearFaults();
-  EXPECT_EQ(MA_PendingFaults(), 0);
-  EXPECT_EQ(Read<CInt>(*m, 6), "1");
-  EXPECT_EQ(m->SetValue(7, "y"), KYT_OK);
+  // Each reader reads in its own orders: up the tags, down, and shuffled,
+  // and loads the whole note now and then. They start together.
+  constexpr int kReaders = 4;
+  std::atomic<int> waiting{kReaders};
+  std::atomic<int> wrong{0};
+  auto reader = [&](int t) {
+    waiting.fetch_sub(1);
+    while (waiting.load() > 0) {
+    }
+    std::vector<size_t> order(probes.size());
+    std::minstd_rand random(static_cast<unsigned>(t + 1));
+    for (int round = 0; round < 100; ++round) {
+      for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+      if ((round + t) % 3 == 1) std::reverse(order.begin(), order.end());
+      if ((round + t) % 3 == 2) std::shuffle(order.begin(), order.end(), random);
+      for (size_t i : order) {
+        if (ReadAs(*probes[i].msg, probes[i].tag, probes[i].kind) != alone[i]) wrong.fetch_add(1);
+      }
+      if (round % 10 == t % 10) {
+        std::unique_ptr<CMsgBase> obj = note->make();
+        if (obj->Load(msg.get()) != 0 || testing_support::DumpOf(*obj) != dump) wrong.fetch_add(1);
+      }
+    }
+  };
+  std::vector<std::thread> readers;
+  for (int t = 0; t < kReaders; ++t) readers.emplace_back(reader, t);
+  for (std::thread& r : readers) r.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_EQ(Text(msg.get()), text);
 }
 
 TEST(CStreamTest, CollectsWhatIsAppended) {

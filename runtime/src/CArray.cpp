@@ -1,13 +1,32 @@
 #include "callkyt/CArray.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <charconv>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "TextFormat.h"
-
 namespace kyt_detail {
+
+namespace {
+
+// The text of one element, and the most characters it can take:
+// "-2147483648" and "-1.797693134862316e+308".
+template <class T>
+constexpr int kMaxElementChars = 0;
+template <>
+constexpr int kMaxElementChars<int32_t> = 11;
+template <>
+constexpr int kMaxElementChars<double> = 23;
+
+char* PutElement(char* p, char* end, int32_t v) { return std::to_chars(p, end, v).ptr; }
+// The same text as printf's "%.15e", infinities and NaNs included.
+char* PutElement(char* p, char* end, double v) {
+  return std::to_chars(p, end, v, std::chars_format::scientific, 15).ptr;
+}
+
+}  // namespace
 
 template <class T>
 ValueArray<T>::ValueArray(const ValueArray& other) : ValueArray() {
@@ -90,35 +109,33 @@ bool ValueArray<T>::operator==(const ValueArray& other) const {
   return true;
 }
 
+template <class T>
+CString ValueArray<T>::Join(const char* sep, bool braced) const {
+  const size_t seplen = sep ? std::strlen(sep) : 0;
+  if (seplen > INT_MAX) throw std::bad_alloc();
+  // Room for every element at its widest: one block, written in place.
+  const int64_t n = size > 0 ? size : 0;
+  const int64_t most =
+      n * kMaxElementChars<T> + (n > 0 ? n - 1 : 0) * static_cast<int64_t>(seplen) + 2;
+  CString out;
+  char* const start = out.Reserve(most, 0);
+  char* const end = start + most;
+  char* w = start;
+  if (braced) *w++ = '{';
+  for (int i = 0; i < n; ++i) {
+    if (i > 0) w = std::copy_n(sep, seplen, w);
+    w = PutElement(w, end, data_[i]);
+  }
+  if (braced) *w++ = '}';
+  out.SetSize(static_cast<int>(w - start));
+  return out;
+}
+
 template class ValueArray<int32_t>;
 template class ValueArray<double>;
 
-namespace {
-
-template <class Put>
-CString Join(int n, const char* sep, bool braced, Put put) {
-  TextBuffer out;
-  if (braced) out.Append('{');
-  size_t seplen = sep ? std::strlen(sep) : 0;
-  for (int i = 0; i < n; ++i) {
-    if (i > 0) out.Append(sep, seplen);
-    put(out, i);
-  }
-  if (braced) out.Append('}');
-  return CString(out.data(), out.size());
-}
-
-}  // namespace
 }  // namespace kyt_detail
 
-CString CIntArray::Repr(const char* sep, bool braced) const {
-  return kyt_detail::Join(size, sep, braced, [this](kyt_detail::TextBuffer& out, int i) {
-    kyt_detail::AppendInt(out, data_[i]);
-  });
-}
+CString CIntArray::Repr(const char* sep, bool braced) const { return Join(sep, braced); }
 
-CString CDblArray::Repr(const char* sep, bool braced) const {
-  return kyt_detail::Join(size, sep, braced, [this](kyt_detail::TextBuffer& out, int i) {
-    kyt_detail::AppendFormat(out, "%.15e", data_[i]);
-  });
-}
+CString CDblArray::Repr(const char* sep, bool braced) const { return Join(sep, braced); }

@@ -1,14 +1,6 @@
-// Storage of a CMsg: one byte buffer of records, appended in the order of
-// SetValue. A record is
-//
-//   tag   varint of the tag as unsigned 32 bits
-//   head  kind in bits 0-2, set-flag in bit 3, boolean value in bit 4
-//   data  INT: 4 bytes, DBL: 8 bytes, DATE: length byte and text, only when
-//         set; STR: varint length and bytes; MSG: the pointer; BOOL: none
-//
-// An unset value costs two or three bytes, and a message of a few fields fits
-// in the object itself. Readers ask for tags in the order they were written,
-// so lookups start at a cursor left by the previous one; while the tags were
+// A CMsg keeps its values as records (Records.h) in one buffer, in the order
+// of SetValue. Readers ask for tags in the order they were written, so
+// lookups start at the hint left by the previous one; while the tags were
 // added in ascending order (the usual case) a miss is found without a scan.
 #include "callkyt/CMsg.h"
 
@@ -17,94 +9,19 @@
 #include <new>
 
 #include "Blocks.h"
-#include "Faults.h"
+#include "Records.h"
 #include "callkyt/MsgDic.h"
+
+using kyt_detail::Decode;
+using kyt_detail::KindOf;
+using kyt_detail::kSetBit;
+using kyt_detail::kTrueBit;
+using kyt_detail::Rec;
+using kyt_detail::SubOf;
 
 namespace {
 
 constexpr uint32_t kNone = 0xffffffffu;
-constexpr uint8_t kSetBit = 0x08;
-constexpr uint8_t kTrueBit = 0x10;
-
-inline int KindOf(uint8_t head) { return head & 0x07; }
-
-struct Rec {
-  int tag;
-  uint8_t head;
-  const uint8_t* data;  // the value bytes: text of a DATE or STR, else the number
-  uint32_t len;         // length of a DATE or STR text
-  uint32_t next;        // position of the next record
-};
-
-inline uint32_t ReadVarint(const uint8_t* b, uint32_t& pos) {
-  uint32_t v = 0;
-  for (int shift = 0;; shift += 7) {
-    uint8_t c = b[pos++];
-    v |= static_cast<uint32_t>(c & 0x7f) << shift;
-    if (!(c & 0x80)) return v;
-  }
-}
-
-inline int VarintLen(uint32_t v) {
-  int n = 1;
-  while (v >= 0x80) {
-    v >>= 7;
-    ++n;
-  }
-  return n;
-}
-
-inline uint8_t* WriteVarint(uint8_t* p, uint32_t v) {
-  while (v >= 0x80) {
-    *p++ = static_cast<uint8_t>(v | 0x80);
-    v >>= 7;
-  }
-  *p++ = static_cast<uint8_t>(v);
-  return p;
-}
-
-inline Rec Decode(const uint8_t* buf, uint32_t pos) {
-  Rec r;
-  r.tag = static_cast<int>(ReadVarint(buf, pos));
-  r.head = buf[pos++];
-  r.len = 0;
-  bool set = r.head & kSetBit;
-  switch (KindOf(r.head)) {
-    case KYT_INT:
-      r.data = buf + pos;
-      pos += set ? 4 : 0;
-      break;
-    case KYT_DBL:
-      r.data = buf + pos;
-      pos += set ? 8 : 0;
-      break;
-    case KYT_DATE:
-      if (set) r.len = buf[pos++];
-      r.data = buf + pos;
-      pos += r.len;
-      break;
-    case KYT_STR:
-      r.len = ReadVarint(buf, pos);
-      r.data = buf + pos;
-      pos += r.len;
-      break;
-    case KYT_MSG:
-      r.data = buf + pos;
-      pos += sizeof(CMsg*);
-      break;
-    default:  // KYT_BOOL: all in the head byte
-      r.data = buf + pos;
-      break;
-  }
-  r.next = pos;
-  return r;
-}
-
-inline CMsg* SubOf(const Rec& r) {
-  CMsg* m;
-  std::memcpy(&m, r.data, sizeof m);
-  return m;
-}
 
 // Calls f with each sub-message of the records, in order, until f gives true;
 // gives whether one did.
@@ -112,10 +29,103 @@ template <class F>
 bool AnySub(const uint8_t* buf, uint32_t size, F f) {
   for (uint32_t pos = 0; pos < size;) {
     Rec r = Decode(buf, pos);
-    if (KindOf(r.head) == KYT_MSG && f(SubOf(r))) return true;
+    if (KindOf(r.head) == KytKind::kMsg && f(SubOf(r))) return true;
     pos = r.next;
   }
   return false;
+}
+
+// Visits `first` and the records after it under its tag, until f gives
+// false; gives whether none did. While the tags are sorted the records of a
+// tag stand together; else they are spread over the rest.
+template <class F>
+bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, const Rec& first, F f) {
+  if (!f(first)) return false;
+  for (uint32_t pos = first.next; pos < size;) {
+    Rec r = Decode(buf, pos);
+    if (r.tag == first.tag) {
+      if (!f(r)) return false;
+    } else if (sorted) {
+      break;
+    }
+    pos = r.next;
+  }
+  return true;
+}
+
+// Reads the set values under the tag of a first record into a CIntArray or
+// CDblArray, when all are of the kind of that record.
+struct TakeAll {
+  const uint8_t* buf;
+  uint32_t size;
+  bool sorted;
+
+  template <class T>
+  int operator()(const Rec& first, kyt_detail::ValueArray<T>& out) const {
+    const KytKind kind = KindOf(first.head);
+    int n = 0;
+    bool ok = EachOfTag(buf, size, sorted, first, [&](const Rec& r) {
+      if (KindOf(r.head) != kind) return false;
+      if (r.head & kSetBit) ++n;
+      return true;
+    });
+    if (!ok) return KYT_E_TYPE;
+    try {
+      out.SetSize(n);
+    } catch (const std::bad_alloc&) {
+      return KYT_E_NOMEM;
+    }
+    int i = 0;
+    EachOfTag(buf, size, sorted, first, [&](const Rec& r) {
+      if (r.head & kSetBit) {
+        T v;
+        std::memcpy(&v, r.data, sizeof v);
+        out.SetAt(i++, v);
+      }
+      return true;
+    });
+    return KYT_OK;
+  }
+};
+
+// A CInt or CDbl from its record.
+template <class V>
+int TakeNumber(const Rec& r, V& out) {
+  out = V();
+  if (r.head & kSetBit) {
+    std::memcpy(&out.value, r.data, sizeof out.value);
+    out.isSet = true;
+  }
+  return KYT_OK;
+}
+
+int TakeBool(const Rec& r, CBool& out) {
+  out = r.head & kSetBit ? CBool((r.head & kTrueBit) != 0) : CBool();
+  return KYT_OK;
+}
+
+int TakeDate(const Rec& r, CDate& out) {
+  out = CDate();
+  if (r.head & kSetBit) {
+    std::memcpy(out.text, r.data, r.len);
+    out.text[r.len] = '\0';
+    out.isSet = true;
+  }
+  return KYT_OK;
+}
+
+int TakeText(const Rec& r, CString& out) {
+  try {
+    out.Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
+  } catch (const std::bad_alloc&) {
+    return KYT_E_NOMEM;
+  }
+  return KYT_OK;
+}
+
+int TakeSub(const Rec& r, CMsg*& out) {
+  out = SubOf(r);
+  return KYT_OK;
 }
 
 using kyt_detail::GiveBlock;
@@ -141,7 +151,7 @@ CMsg::CMsg(int num, int /*reserved1*/, int /*reserved2*/, CMsgDic* dic)
       buf_(local_),
       size_(0),
       cap_(sizeof local_),
-      cursor_(0),
+      readHint_(0),
       lastTag_(0),
       sorted_(true),
       attached_(false),
@@ -174,11 +184,12 @@ bool CMsg::Grow(uint32_t need) {
   return true;
 }
 
-uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
-  uint32_t need = static_cast<uint32_t>(VarintLen(static_cast<uint32_t>(tag))) + 1 + payload;
+uint8_t* CMsg::Append(int tag, KytKind kind, bool set, uint32_t payload) {
+  uint32_t need =
+      static_cast<uint32_t>(kyt_detail::VarintLen(static_cast<uint32_t>(tag))) + 1 + payload;
   if (cap_ - size_ < need && !Grow(need)) return nullptr;
-  uint8_t* p = WriteVarint(buf_ + size_, static_cast<uint32_t>(tag));
-  *p++ = static_cast<uint8_t>(kind | (set ? kSetBit : 0));
+  uint8_t* p = kyt_detail::WriteVarint(buf_ + size_, static_cast<uint32_t>(tag));
+  *p++ = kyt_detail::Head(kind, set);
   size_ += need;
   if (count_ > 0 && tag < lastTag_) sorted_ = false;
   lastTag_ = tag;
@@ -186,29 +197,31 @@ uint8_t* CMsg::Append(int tag, int kind, bool set, uint32_t payload) {
   return p;
 }
 
-int CMsg::Check(int tag, int kind) const {
+int CMsg::Check(int tag, KytKind kind) const {
   if (!dic_) return KYT_OK;
-  int known = dic_->TagKind(tag);
-  if (known == KYT_NONE) return KYT_E_TAG;
+  KytKind known = dic_->TagKind(tag);
+  if (known == KytKind::kNone) return KYT_E_TAG;
   return known == kind ? KYT_OK : KYT_E_TYPE;
 }
 
-uint32_t CMsg::Find(int tag) {
+uint32_t CMsg::Find(int tag) const {
   if (sorted_) {
     // The last tag added is the greatest.
     if (count_ == 0 || tag > lastTag_) return kNone;
     // Readers go up the tags: start behind the last hit unless it lies beyond.
-    uint32_t pos = cursor_ < size_ ? cursor_ : 0;
+    const uint32_t hint = readHint_.load(std::memory_order_relaxed);
+    uint32_t pos = hint < size_ ? hint : 0;
     bool fromStart = pos == 0;
     while (pos < size_) {
       Rec r = Decode(buf_, pos);
       if (r.tag >= tag) {
-        if (r.tag > tag && !fromStart && pos == cursor_) {
-          pos = 0;  // the tag lies before the cursor
+        if (r.tag > tag && !fromStart && pos == hint) {
+          pos = 0;  // the tag lies before the hint
           fromStart = true;
           continue;
         }
-        cursor_ = pos;
+        // The first record of its tag: the one before holds a smaller tag.
+        readHint_.store(pos, std::memory_order_relaxed);
         return r.tag == tag ? pos : kNone;
       }
       pos = r.next;
@@ -223,71 +236,63 @@ uint32_t CMsg::Find(int tag) {
   return kNone;
 }
 
-#define KYT_FAULT(op, tag)                                               \
-  do {                                                                   \
-    int fault_code;                                                      \
-    if (kyt_detail::FaultFires(op, tag, &fault_code)) return fault_code; \
-  } while (0)
-
 // ---- writing ----
 
-int CMsg::SetValue(int tag, CInt v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
-  if (int rc = Check(tag, KYT_INT)) return rc;
-  uint8_t* p = Append(tag, KYT_INT, v.isSet, v.isSet ? 4 : 0);
+// Checks the value against the dictionary, appends its record with room for
+// `payload` bytes, and lets `write` fill them in.
+template <class Write>
+int CMsg::Put(int tag, KytKind kind, bool set, uint32_t payload, Write write) {
+  if (int rc = Check(tag, kind)) return rc;
+  uint8_t* p = Append(tag, kind, set, payload);
   if (!p) return KYT_E_NOMEM;
-  if (v.isSet) std::memcpy(p, &v.value, 4);
+  write(p);
   return KYT_OK;
+}
+
+int CMsg::SetValue(int tag, CInt v) {
+  return Put(tag, KytKind::kInt, v.isSet, v.isSet ? 4 : 0, [&v](uint8_t* p) {
+    if (v.isSet) std::memcpy(p, &v.value, 4);
+  });
 }
 
 int CMsg::SetValue(int tag, int v) { return SetValue(tag, CInt(v)); }
 
 int CMsg::SetValue(int tag, CDbl v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
-  if (int rc = Check(tag, KYT_DBL)) return rc;
-  uint8_t* p = Append(tag, KYT_DBL, v.isSet, v.isSet ? 8 : 0);
-  if (!p) return KYT_E_NOMEM;
-  if (v.isSet) std::memcpy(p, &v.value, 8);
-  return KYT_OK;
+  return Put(tag, KytKind::kDbl, v.isSet, v.isSet ? 8 : 0, [&v](uint8_t* p) {
+    if (v.isSet) std::memcpy(p, &v.value, 8);
+  });
 }
 
 int CMsg::SetValue(int tag, double v) { return SetValue(tag, CDbl(v)); }
 
 int CMsg::SetValue(int tag, CBool v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
-  if (int rc = Check(tag, KYT_BOOL)) return rc;
-  uint8_t* p = Append(tag, KYT_BOOL, v.isSet, 0);
-  if (!p) return KYT_E_NOMEM;
-  if (v.isSet && v.value) p[-1] |= kTrueBit;
-  return KYT_OK;
+  return Put(tag, KytKind::kBool, v.isSet, 0, [&v](uint8_t* p) {
+    if (v.isSet && v.value) p[-1] |= kTrueBit;
+  });
 }
 
 int CMsg::SetValue(int tag, CDate v) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
-  if (int rc = Check(tag, KYT_DATE)) return rc;
-  if (v.isSet && dic_ && !CDate::IsValidText(v.text)) return KYT_E_VALUE;
-  uint32_t len = static_cast<uint32_t>(strnlen(v.text, CDate::kMaxLen));
-  uint8_t* p = Append(tag, KYT_DATE, v.isSet, v.isSet ? 1 + len : 0);
-  if (!p) return KYT_E_NOMEM;
-  if (v.isSet) {
+  if (v.isSet && dic_ && !CDate::IsValidText(v.text)) {
+    int rc = Check(tag, KytKind::kDate);  // a wrong tag comes first
+    return rc ? rc : KYT_E_VALUE;
+  }
+  // The text of an unset date is never looked at.
+  uint32_t len = v.isSet ? static_cast<uint32_t>(strnlen(v.text, CDate::kMaxLen)) : 0;
+  return Put(tag, KytKind::kDate, v.isSet, v.isSet ? 1 + len : 0, [&](uint8_t* p) {
+    if (!v.isSet) return;
     *p = static_cast<uint8_t>(len);
     std::memcpy(p + 1, v.text, len);
-  }
-  return KYT_OK;
+  });
 }
 
 int CMsg::SetValue(int tag, const char* text) {
-  KYT_FAULT(kyt_detail::kFaultSet, tag);
   if (!text) return KYT_E_ARG;
-  if (int rc = Check(tag, KYT_STR)) return rc;
   size_t n = std::strlen(text);
   if (n > 0x7ffffff0u) return KYT_E_NOMEM;
   uint32_t len = static_cast<uint32_t>(n);
-  uint8_t* p = Append(tag, KYT_STR, true, static_cast<uint32_t>(VarintLen(len)) + len);
-  if (!p) return KYT_E_NOMEM;
-  p = WriteVarint(p, len);
-  std::memcpy(p, text, len);
-  return KYT_OK;
+  uint32_t payload = static_cast<uint32_t>(kyt_detail::VarintLen(len)) + len;
+  return Put(tag, KytKind::kStr, true, payload,
+             [&](uint8_t* p) { std::memcpy(kyt_detail::WriteVarint(p, len), text, len); });
 }
 
 int CMsg::SetValue(int tag, CMsg* sub) {
@@ -295,21 +300,13 @@ int CMsg::SetValue(int tag, CMsg* sub) {
   // `sub` is the root of its tree. It holds this message only if this one is
   // attached somewhere, which a message being built never is.
   if (attached_ && sub->Contains(this)) return KYT_E_ARG;
-  int rc = KYT_OK;
-  if (!kyt_detail::FaultFires(kyt_detail::kFaultSet, tag, &rc)) rc = Check(tag, KYT_MSG);
-  if (rc != KYT_OK) {
-    delete sub;
-    return rc;
-  }
-  uint8_t* p = Append(tag, KYT_MSG, true, sizeof sub);
-  if (!p) {
-    delete sub;
-    return KYT_E_NOMEM;
-  }
-  std::memcpy(p, &sub, sizeof sub);
-  sub->attached_ = true;
-  hasSubs_ = true;
-  return KYT_OK;
+  int rc = Put(tag, KytKind::kMsg, true, sizeof sub, [&](uint8_t* p) {
+    std::memcpy(p, &sub, sizeof sub);
+    sub->attached_ = true;
+    hasSubs_ = true;
+  });
+  if (rc != KYT_OK) delete sub;
+  return rc;
 }
 
 bool CMsg::Contains(const CMsg* msg) const {
@@ -319,187 +316,67 @@ bool CMsg::Contains(const CMsg* msg) const {
 
 // ---- reading ----
 
-// After a single read the next one usually asks for a later tag: the cursor
-// moves behind the record read, unless more values of its tag follow, since
-// the cursor must stay at the first record of a tag.
-inline void CMsg::Passed(int tag, uint32_t next) {
+// After a read the next one usually asks for a later tag: the hint moves
+// behind the record read, unless more values of its tag follow, since a hint
+// must be the first record of its tag.
+inline void CMsg::Passed(int tag, uint32_t next) const {
   if (next < size_) {
     uint32_t at = next;
-    if (static_cast<int>(ReadVarint(buf_, at)) == tag) return;
+    if (static_cast<int>(kyt_detail::ReadVarint(buf_, at)) == tag) return;
   }
-  cursor_ = next;
+  readHint_.store(next, std::memory_order_relaxed);
 }
 
-int CMsg::GetValue(int tag, CInt* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
+// Finds the first record under `tag` and lets `take` read from it into
+// `*out`, when it is of `kind`.
+template <class Out, class Take>
+int CMsg::Get(int tag, KytKind kind, Out* out, Take take) const {
   if (!out) return KYT_E_ARG;
   uint32_t pos = Find(tag);
   if (pos == kNone) return KYT_ABSENT;
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_INT) return KYT_E_TYPE;
-  *out = CInt();
-  if (r.head & kSetBit) {
-    std::memcpy(&out->value, r.data, 4);
-    out->isSet = true;
+  if (KindOf(r.head) != kind) return KYT_E_TYPE;
+  return take(r, *out);
+}
+
+int CMsg::GetValue(int tag, CInt* out) const {
+  return Get(tag, KytKind::kInt, out, TakeNumber<CInt>);
+}
+int CMsg::GetValue(int tag, CDbl* out) const {
+  return Get(tag, KytKind::kDbl, out, TakeNumber<CDbl>);
+}
+int CMsg::GetValue(int tag, CBool* out) const { return Get(tag, KytKind::kBool, out, TakeBool); }
+int CMsg::GetValue(int tag, CDate* out) const { return Get(tag, KytKind::kDate, out, TakeDate); }
+int CMsg::GetValue(int tag, CString* out) const { return Get(tag, KytKind::kStr, out, TakeText); }
+int CMsg::GetValue(int tag, CMsg** out) const { return Get(tag, KytKind::kMsg, out, TakeSub); }
+
+int CMsg::GetValue(int tag, CIntArray* out) const {
+  return Get(tag, KytKind::kInt, out, TakeAll{buf_, size_, sorted_});
+}
+
+int CMsg::GetValue(int tag, CDblArray* out) const {
+  return Get(tag, KytKind::kDbl, out, TakeAll{buf_, size_, sorted_});
+}
+
+int CMsg::GetValue(int tag, CMsgArray* out) const {
+  if (out) {
+    out->msg_ = this;
+    out->size_ = 0;
   }
-  return KYT_OK;
-}
-
-int CMsg::GetValue(int tag, CDbl* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  Rec r = Decode(buf_, pos);
-  Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_DBL) return KYT_E_TYPE;
-  *out = CDbl();
-  if (r.head & kSetBit) {
-    std::memcpy(&out->value, r.data, 8);
-    out->isSet = true;
-  }
-  return KYT_OK;
-}
-
-int CMsg::GetValue(int tag, CBool* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  Rec r = Decode(buf_, pos);
-  Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_BOOL) return KYT_E_TYPE;
-  *out = CBool();
-  if (r.head & kSetBit) *out = CBool((r.head & kTrueBit) != 0);
-  return KYT_OK;
-}
-
-int CMsg::GetValue(int tag, CDate* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  Rec r = Decode(buf_, pos);
-  Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_DATE) return KYT_E_TYPE;
-  *out = CDate();
-  if (r.head & kSetBit) {
-    std::memcpy(out->text, r.data, r.len);
-    out->text[r.len] = '\0';
-    out->isSet = true;
-  }
-  return KYT_OK;
-}
-
-int CMsg::GetValue(int tag, CString* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  Rec r = Decode(buf_, pos);
-  Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_STR) return KYT_E_TYPE;
-  try {
-    out->Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
-  } catch (const std::bad_alloc&) {
-    return KYT_E_NOMEM;
-  }
-  return KYT_OK;
-}
-
-namespace {
-
-// Visits the records under `tag` from `pos`, the first of them. While the
-// tags are sorted they stand together; else they are spread over the rest.
-template <class F>
-bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int tag, F f) {
-  while (pos < size) {
-    Rec r = Decode(buf, pos);
-    if (r.tag == tag) {
-      if (!f(r)) return false;
-    } else if (sorted) {
-      break;
-    }
-    pos = r.next;
-  }
-  return true;
-}
-
-template <class Arr, class T, int Kind, int Width>
-int GetArray(const uint8_t* buf, uint32_t size, bool sorted, uint32_t pos, int tag, Arr* out) {
-  int n = 0;
-  bool ok = EachOfTag(buf, size, sorted, pos, tag, [&](const Rec& r) {
-    if (KindOf(r.head) != Kind) return false;
-    if (r.head & kSetBit) ++n;
-    return true;
+  return Get(tag, KytKind::kMsg, out, [this](const Rec& first, CMsgArray& a) {
+    int n = 0;
+    bool ok = EachOfTag(buf_, size_, sorted_, first, [&n](const Rec& r) {
+      ++n;
+      return KindOf(r.head) == KytKind::kMsg;
+    });
+    if (!ok) return KYT_E_TYPE;
+    a.tag_ = first.tag;
+    a.size_ = n;
+    a.curIndex_ = 0;
+    a.first_ = a.curPos_ = first.at;
+    return KYT_OK;
   });
-  if (!ok) return KYT_E_TYPE;
-  try {
-    out->SetSize(n);
-  } catch (const std::bad_alloc&) {
-    return KYT_E_NOMEM;
-  }
-  int i = 0;
-  EachOfTag(buf, size, sorted, pos, tag, [&](const Rec& r) {
-    if (r.head & kSetBit) {
-      T v;
-      std::memcpy(&v, r.data, Width);
-      out->SetAt(i++, v);
-    }
-    return true;
-  });
-  return KYT_OK;
-}
-
-}  // namespace
-
-int CMsg::GetValue(int tag, CIntArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  return GetArray<CIntArray, int32_t, KYT_INT, 4>(buf_, size_, sorted_, pos, tag, out);
-}
-
-int CMsg::GetValue(int tag, CDblArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  return GetArray<CDblArray, double, KYT_DBL, 8>(buf_, size_, sorted_, pos, tag, out);
-}
-
-int CMsg::GetValue(int tag, CMsg** out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  Rec r = Decode(buf_, pos);
-  Passed(tag, r.next);
-  if (KindOf(r.head) != KYT_MSG) return KYT_E_TYPE;
-  *out = SubOf(r);
-  return KYT_OK;
-}
-
-int CMsg::GetValue(int tag, CMsgArray* out) {
-  KYT_FAULT(kyt_detail::kFaultGet, tag);
-  if (!out) return KYT_E_ARG;
-  out->msg_ = this;
-  out->tag_ = tag;
-  out->size_ = 0;
-  out->curIndex_ = 0;
-  uint32_t pos = Find(tag);
-  if (pos == kNone) return KYT_ABSENT;
-  int n = 0;
-  bool ok = EachOfTag(buf_, size_, sorted_, pos, tag, [&n](const Rec& r) {
-    ++n;
-    return KindOf(r.head) == KYT_MSG;
-  });
-  if (!ok) return KYT_E_TYPE;
-  out->size_ = n;
-  out->first_ = out->curPos_ = pos;
-  return KYT_OK;
 }
 
 int CMsg::GetTreeSize() const {
@@ -532,52 +409,27 @@ bool CMsg::Cursor::Next(Value* out) {
   v.kind = KindOf(r.head);
   v.isSet = (r.head & kSetBit) != 0;
   switch (v.kind) {
-    case KYT_INT:
+    case KytKind::kNone:
+      break;
+    case KytKind::kInt:
       if (v.isSet) std::memcpy(&v.i, r.data, 4);
       break;
-    case KYT_DBL:
+    case KytKind::kDbl:
       if (v.isSet) std::memcpy(&v.d, r.data, 8);
       break;
-    case KYT_BOOL:
+    case KytKind::kBool:
       v.b = v.isSet && (r.head & kTrueBit);
       break;
-    case KYT_DATE:
-    case KYT_STR:
+    case KytKind::kDate:
+    case KytKind::kStr:
       v.text = reinterpret_cast<const char*>(r.data);
       v.len = static_cast<int>(r.len);
       break;
-    case KYT_MSG:
+    case KytKind::kMsg:
       v.msg = SubOf(r);
       break;
   }
   pos_ = r.next;
   *out = v;
   return true;
-}
-
-// ---- CMsgArray ----
-
-CMsgArray::CMsgArray(bool /*refs*/)
-    : msg_(nullptr), tag_(0), size_(0), first_(0), curIndex_(0), curPos_(0) {}
-
-CMsgArray::~CMsgArray() = default;
-
-CMsg* CMsgArray::GetAt(int index) const {
-  if (index < 0 || index >= size_) return nullptr;
-  if (index < curIndex_) {
-    curIndex_ = 0;
-    curPos_ = first_;
-  }
-  const uint8_t* buf = msg_->buf_;
-  uint32_t pos = curPos_;
-  Rec r = Decode(buf, pos);
-  while (curIndex_ < index) {
-    do {
-      pos = r.next;
-      r = Decode(buf, pos);
-    } while (r.tag != tag_);
-    ++curIndex_;
-  }
-  curPos_ = pos;
-  return SubOf(r);
 }

@@ -1,12 +1,13 @@
 #include "callkyt/CString.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "Blocks.h"
-#include "TextFormat.h"
 
 void CString::SetHeap(char* p, int size, int cap) {
   std::memcpy(buf_, &p, sizeof p);
@@ -22,16 +23,24 @@ void CString::Release() {
   SetLocalSize(0);
 }
 
-char* CString::Reserve(int len, int keep) {
-  if (IsLocal() ? len <= kLocalCap : len <= HeapCap()) return Data();
-  int cap = IsLocal() ? 0 : HeapCap();
-  cap = cap * 2 > len ? cap * 2 : len;
-  size_t bytes = kyt_detail::BlockFor(static_cast<size_t>(cap) + 1);
+char* CString::NewHeap(int64_t* cap) {
+  if (*cap > INT_MAX) throw std::bad_alloc();  // the length is an int
+  size_t bytes = kyt_detail::BlockFor(static_cast<size_t>(*cap) + 1);
   char* p = static_cast<char*>(kyt_detail::TakeBlock(bytes));
   if (!p) throw std::bad_alloc();
+  *cap = static_cast<int64_t>(bytes) - 1;
+  return p;
+}
+
+char* CString::Reserve(int64_t len, int keep) {
+  if (len <= (IsLocal() ? kLocalCap : HeapCap())) return Data();
+  int64_t cap = IsLocal() ? 0 : HeapCap();
+  cap = std::max(cap * 2, len);
+  if (len <= INT_MAX) cap = std::min<int64_t>(cap, INT_MAX);
+  char* p = NewHeap(&cap);
   if (keep > 0) std::memcpy(p, ToStr(), static_cast<size_t>(keep));
   Release();
-  SetHeap(p, keep, static_cast<int>(bytes - 1));
+  SetHeap(p, keep, static_cast<int>(cap));
   return p;
 }
 
@@ -104,7 +113,7 @@ void CString::Append(const char* text, int len) {
     Append(copy.ToStr(), len);
     return;
   }
-  char* p = Reserve(old + len, old);
+  char* p = Reserve(static_cast<int64_t>(old) + len, old);
   std::memcpy(p + old, text, static_cast<size_t>(len));
   SetSize(old + len);
 }
@@ -118,16 +127,85 @@ int CString::Format(const char* format, ...) {
 }
 
 int CString::FormatV(const char* format, va_list args) {
-  kyt_detail::TextBuffer out;
-  kyt_detail::FormatTo(out, format, args);
-  Assign(out.data(), out.size());
-  return out.size();
+  if (!format) {
+    SetSize(0);
+    return 0;
+  }
+  // An argument may point into this string, so the text is written apart
+  // from it: a short one into a buffer the size of the object, which also
+  // measures a longer one; that is written into its new block, and only then
+  // is the old text let go.
+  char local[sizeof buf_];
+  va_list measure;
+  va_copy(measure, args);
+  int n = std::vsnprintf(local, sizeof local, format, measure);
+  va_end(measure);
+  if (n <= kLocalCap) {
+    n = std::max(n, 0);
+    Assign(local, n);
+    return n;
+  }
+  int64_t cap = n;
+  char* p = NewHeap(&cap);
+  n = std::clamp(std::vsnprintf(p, static_cast<size_t>(n) + 1, format, args), 0, n);
+  p[n] = '\0';
+  Release();
+  SetHeap(p, n, static_cast<int>(cap));
+  return n;
 }
 
+namespace {
+
+// Writes the quoted form of the byte `c` to `out`, at most four characters,
+// and gives its length.
+int Escape(unsigned char c, char* out) {
+  static const char kHex[] = "0123456789abcdef";
+  char e;
+  switch (c) {
+    case '"':
+    case '\\':
+      e = static_cast<char>(c);
+      break;
+    case '\n':
+      e = 'n';
+      break;
+    case '\t':
+      e = 't';
+      break;
+    case '\r':
+      e = 'r';
+      break;
+    default:
+      if (c >= 0x20 && c != 0x7f) {
+        out[0] = static_cast<char>(c);
+        return 1;
+      }
+      out[0] = '\\';
+      out[1] = 'x';
+      out[2] = kHex[c >> 4];
+      out[3] = kHex[c & 15];
+      return 4;
+  }
+  out[0] = '\\';
+  out[1] = e;
+  return 2;
+}
+
+}  // namespace
+
 CString CString::Repr() const {
-  kyt_detail::TextBuffer out;
-  kyt_detail::QuoteTo(out, ToStr(), GetSize());
-  return CString(out.data(), out.size());
+  const unsigned char* text = reinterpret_cast<const unsigned char*>(ToStr());
+  const int len = GetSize();
+  char scratch[4];
+  int64_t n = 2;
+  for (int i = 0; i < len; ++i) n += Escape(text[i], scratch);
+  CString out;
+  char* w = out.Reserve(n, 0);
+  *w++ = '"';
+  for (int i = 0; i < len; ++i) w += Escape(text[i], w);
+  *w = '"';
+  out.SetSize(static_cast<int>(n));
+  return out;
 }
 
 bool CString::operator==(const CString& other) const {

@@ -5,7 +5,7 @@ CMsgDic::CMsgDic(const KytDicData& data) : data_(data) {
   for (int32_t i = 0; i < data.fieldCount; ++i) {
     if (data.fields[i].tag > maxTag) maxTag = data.fields[i].tag;
   }
-  kinds_.assign(static_cast<size_t>(maxTag) + 1, KYT_NONE);
+  kinds_.assign(static_cast<size_t>(maxTag) + 1, KytKind::kNone);
   single_.assign(kinds_.size(), -1);
   array_.assign(kinds_.size(), -1);
   for (int32_t i = 0; i < data.fieldCount; ++i) {

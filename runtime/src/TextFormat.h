@@ -1,9 +1,7 @@
-// Text building blocks shared by the runtime: a growable byte buffer, the
-// printf-style formatter behind CString::Format, number formatting and the
-// quoting of texts.
+// Text building blocks of the text form of messages: a growable byte
+// buffer, number formatting and the quoting of texts.
 #pragma once
 
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
@@ -43,17 +41,13 @@ class TextBuffer {
   char local_[256];
 };
 
-// Appends `format` with `args` to `out`, as vsnprintf would write it.
-void FormatTo(TextBuffer& out, const char* format, va_list args);
-
 // Appends the shortest text that reads back as exactly `v` ("nan", "inf" and
 // "-inf" for the special values).
 void AppendShortest(TextBuffer& out, double v);
 void AppendInt(TextBuffer& out, int64_t v);
-void AppendFormat(TextBuffer& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// Appends `text` in double quotes with C escapes for '"', '\' and bytes
-// below 0x20 or at 0x7f.
+// Appends `text` as CString::Repr gives it: in double quotes with C escapes
+// for '"', '\' and bytes below 0x20 or at 0x7f.
 void QuoteTo(TextBuffer& out, const char* text, int len);
 
 }  // namespace kyt_detail

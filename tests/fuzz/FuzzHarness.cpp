@@ -63,17 +63,18 @@ class TreeBuilder {
     int count = in_.U8() % 32;
     for (int i = 0; i < count && !in_.Empty(); ++i) {
       uint8_t op = in_.U8();
-      int tag, kind, sub = 0;
+      int tag, sub = 0;
+      KytKind kind;
       bool many;
       if (info && info->fieldCount > 0 && op < 224) {
         const KytFieldInfo& f = dic_.GetMessageField(*info, in_.U8() % info->fieldCount);
         tag = f.tag;
-        kind = op % 16 == 0 ? 1 + in_.U8() % 6 : f.kind;
+        kind = op % 16 == 0 ? AnyKind() : f.kind;
         sub = f.subNum;
         many = f.isArray || op % 16 == 1;
       } else {
         tag = static_cast<int>(in_.U16() % 6000) - 8;
-        kind = 1 + in_.U8() % 6;
+        kind = AnyKind();
         many = op & 1;
       }
       int n = many ? in_.U8() % 5 : 1;
@@ -83,26 +84,28 @@ class TreeBuilder {
   }
 
  private:
-  void Value(CMsg& msg, int tag, int kind, int sub, int depth) {
+  KytKind AnyKind() { return static_cast<KytKind>(1 + in_.U8() % 6); }
+
+  void Value(CMsg& msg, int tag, KytKind kind, int sub, int depth) {
     uint8_t flags = in_.U8();
     bool set = flags & 1;
     switch (kind) {
-      case KYT_INT:
+      case KytKind::kInt:
         msg.SetValue(tag, set ? CInt(static_cast<int32_t>(in_.U32())) : CInt());
         break;
-      case KYT_DBL:
+      case KytKind::kDbl:
         msg.SetValue(tag, set ? CDbl(in_.F64()) : CDbl());
         break;
-      case KYT_BOOL:
+      case KytKind::kBool:
         msg.SetValue(tag, set ? CBool(flags & 2) : CBool());
         break;
-      case KYT_DATE: {
+      case KytKind::kDate: {
         CDate d;
         if (set) d.Set(in_.Text(CDate::kMaxLen).c_str());
         msg.SetValue(tag, d);
         break;
       }
-      case KYT_STR:
+      case KytKind::kStr:
         msg.SetValue(tag, in_.Text(48).c_str());
         break;
       default:

@@ -39,6 +39,8 @@ class ValueArray {
 
  protected:
   void Reserve(int n);
+  // The elements as texts joined by `sep`, in "{" and "}" when `braced`.
+  CString Join(const char* sep, bool braced) const;
 
   int32_t cap_;
   T* data_;
@@ -58,6 +60,6 @@ class CIntArray : public kyt_detail::ValueArray<int32_t> {
 
 class CDblArray : public kyt_detail::ValueArray<double> {
  public:
-  // The same with each element as "%.15e".
+  // The same with each element as "%.15e" would print it.
   CString Repr(const char* sep, bool braced) const;
 };

@@ -18,8 +18,18 @@
 // that is not "YYYYMMDD". A message built with a null dictionary checks
 // nothing; tests use that to build replies that a checked message would
 // refuse.
+//
+// Reading leaves a message as it was: every GetValue is const, and any number
+// of threads may read one message at the same time, as long as none of them
+// changes it. A message remembers where the last read ended, so that reads in
+// the order of the values skip what lies behind them; that position is a hint
+// that a read takes or ignores. It is kept with relaxed atomic loads and
+// stores, and whichever thread stored it, it is always the start of a record
+// of this message (records are only ever appended), so a reader that finds
+// another reader's hint is at most slower, never wrong.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -31,16 +41,9 @@ class CMsgDic;
 class CMsgArray;
 class CStream;
 
-// The type of a value under a tag, as the dictionary and CMsg::Value give it.
-enum KytKind {
-  KYT_NONE = 0,
-  KYT_INT = 1,
-  KYT_DBL = 2,
-  KYT_BOOL = 3,
-  KYT_DATE = 4,
-  KYT_STR = 5,
-  KYT_MSG = 6,
-};
+// The type of a value under a tag, as the dictionary and CMsg::Value give it;
+// kNone for a tag that the dictionary does not know.
+enum class KytKind : uint8_t { kNone, kInt, kDbl, kBool, kDate, kStr, kMsg };
 
 enum KytResult {
   KYT_OK = 0,
@@ -75,18 +78,21 @@ class CMsg final {
 
   int msgnum;
 
-  int GetValue(int tag, CInt* out);
-  int GetValue(int tag, CDbl* out);
-  int GetValue(int tag, CBool* out);
-  int GetValue(int tag, CDate* out);
-  int GetValue(int tag, CString* out);
-  int GetValue(int tag, CIntArray* out);
-  int GetValue(int tag, CDblArray* out);
-  // The first sub-message under the tag; it stays owned by this message.
-  int GetValue(int tag, CMsg** out);
+  // A read that fails leaves the object as it was; CMsgArray is the one
+  // exception, left empty.
+  int GetValue(int tag, CInt* out) const;
+  int GetValue(int tag, CDbl* out) const;
+  int GetValue(int tag, CBool* out) const;
+  int GetValue(int tag, CDate* out) const;
+  int GetValue(int tag, CString* out) const;
+  int GetValue(int tag, CIntArray* out) const;
+  int GetValue(int tag, CDblArray* out) const;
+  // The first sub-message under the tag. It stays owned by this message, and
+  // is given non-const, as the message's own part, to be read in turn.
+  int GetValue(int tag, CMsg** out) const;
   // All sub-messages under the tag, in order; valid while this message is
   // unchanged.
-  int GetValue(int tag, CMsgArray* out);
+  int GetValue(int tag, CMsgArray* out) const;
 
   int SetValue(int tag, CInt v);
   int SetValue(int tag, CDbl v);
@@ -114,7 +120,7 @@ class CMsg final {
   // Reading the values in the order they were added, for printers and tools.
   struct Value {
     int tag;
-    int kind;  // a KytKind
+    KytKind kind;
     bool isSet;
     int32_t i;
     double d;
@@ -136,11 +142,17 @@ class CMsg final {
  private:
   friend class CMsgArray;
 
-  uint8_t* Append(int tag, int kind, bool set, uint32_t payload);
+  // The steps that every SetValue and every GetValue share (CMsg.cpp).
+  template <class Write>
+  int Put(int tag, KytKind kind, bool set, uint32_t payload, Write write);
+  template <class Out, class Take>
+  int Get(int tag, KytKind kind, Out* out, Take take) const;
+
+  uint8_t* Append(int tag, KytKind kind, bool set, uint32_t payload);
   bool Grow(uint32_t need);
-  int Check(int tag, int kind) const;
-  uint32_t Find(int tag);
-  void Passed(int tag, uint32_t next);
+  int Check(int tag, KytKind kind) const;
+  uint32_t Find(int tag) const;
+  void Passed(int tag, uint32_t next) const;
   bool Contains(const CMsg* msg) const;
 
   // 64 bytes in all: a message of a few fields keeps its records inside.
@@ -149,7 +161,7 @@ class CMsg final {
   uint8_t* buf_;
   uint32_t size_;
   uint32_t cap_;
-  uint32_t cursor_;
+  mutable std::atomic<uint32_t> readHint_;  // where the last read ended
   int32_t lastTag_;
   bool sorted_;
   bool attached_;  // a sub-message of another message
@@ -168,7 +180,8 @@ class CMsgArray {
 
   int GetSize() const { return size_; }
   // The message at `index`, or null for an index out of range. Fastest when
-  // read in order.
+  // read in order. An array keeps its place for the next call: it belongs to
+  // one reader at a time.
   CMsg* GetAt(int index) const;
 
  private:

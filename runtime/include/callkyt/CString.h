@@ -10,6 +10,11 @@
 #include <cstdint>
 #include <cstring>
 
+namespace kyt_detail {
+template <class T>
+class ValueArray;
+}  // namespace kyt_detail
+
 class CString {
  public:
   CString() noexcept { SetLocalSize(0); }
@@ -43,9 +48,12 @@ class CString {
   void Assign(const char* text, int len);
   void Append(const char* text, int len);
 
-  // Replaces the whole content with a printf-style format. The conversions
-  // %d, %s and %e with flags, width and precision are formatted here; any
-  // other format goes to vsnprintf. Gives the new length.
+  // Replaces the whole content with a printf-style format, as vsnprintf
+  // writes it, and gives the new length. The arguments may point into this
+  // string's own text. A text that fits the object takes no allocation, a
+  // longer one a single block; when that fails, std::bad_alloc leaves the
+  // string as it was. A null format, or one that vsnprintf refuses, leaves an
+  // empty string.
   int Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
   int FormatV(const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
@@ -99,10 +107,17 @@ class CString {
   }
   CString& AssignFrom(const CString& other);
   char* Data() { return IsLocal() ? buf_ : HeapPtr(); }
+  // A heap block for a text of at least `*cap` bytes and its terminator;
+  // `*cap` becomes the text capacity of the block. Throws std::bad_alloc.
+  static char* NewHeap(int64_t* cap);
   // Makes room for `len` bytes plus terminator, keeping the first `keep` bytes.
-  char* Reserve(int len, int keep);
+  char* Reserve(int64_t len, int keep);
   void SetSize(int n);
   void Release();
+
+  // The arrays print their elements straight into the room of one Reserve.
+  template <class T>
+  friend class kyt_detail::ValueArray;
 
   char buf_[32];
 };

@@ -12,7 +12,7 @@
 
 struct KytFieldInfo {
   int32_t tag;
-  uint8_t kind;     // a KytKind: the element type for the array forms
+  KytKind kind;     // the element type for the array forms
   uint8_t isArray;  // ia, da and ma fields
   const char* name;
   const char* subName;  // the message class of an m or ma field, else null
@@ -43,10 +43,9 @@ class CMsgDic {
   CMsgDic(const CMsgDic&) = delete;
   CMsgDic& operator=(const CMsgDic&) = delete;
 
-  // The KytKind of the values under a tag; KYT_NONE for an unknown tag.
-  int TagKind(int tag) const {
-    return tag >= 0 && static_cast<size_t>(tag) < kinds_.size() ? kinds_[tag]
-                                                                : static_cast<uint8_t>(KYT_NONE);
+  // The kind of the values under a tag; kNone for an unknown tag.
+  KytKind TagKind(int tag) const {
+    return tag >= 0 && static_cast<size_t>(tag) < kinds_.size() ? kinds_[tag] : KytKind::kNone;
   }
   // The field of a tag in the form asked for, or in the other form when the
   // tag has only that one; null for an unknown tag.
@@ -66,7 +65,7 @@ class CMsgDic {
 
  private:
   const KytDicData& data_;
-  std::vector<uint8_t> kinds_;
+  std::vector<KytKind> kinds_;
   std::vector<int32_t> single_;  // tag -> field index, or -1
   std::vector<int32_t> array_;
   std::vector<int32_t> msgIndex_;  // number -> message index, or -1
