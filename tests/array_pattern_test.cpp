@@ -131,11 +131,11 @@ TEST(ArrayPattern, LoadBuildsFromNothing) {
   // Three messages, the second of a wrong number, under the element tag of
   // a holder (M_KytVolSurface holds its elements under 1456).
   MsgPtr holder = NewMsg(1264);
-  ASSERT_EQ(holder->SetValue(1456, BuildSample(10, true).release()), 0);
-  ASSERT_EQ(holder->SetValue(1456, BuildSample(2143, true).release()), 0);
-  ASSERT_EQ(holder->SetValue(1456, BuildSample(10, true).release()), 0);
+  ASSERT_GE(holder->SetValue(1456, BuildSample(10, true).release()), 0);
+  ASSERT_GE(holder->SetValue(1456, BuildSample(2143, true).release()), 0);
+  ASSERT_GE(holder->SetValue(1456, BuildSample(10, true).release()), 0);
   CMsgArray three(true);
-  ASSERT_EQ(holder->GetValue(1456, &three), 0);
+  ASSERT_GE(holder->GetValue(1456, &three), 0);
   EXPECT_EQ(arr.Load(&three), -28);
   EXPECT_EQ(arr.GetSize(), 3);
   EXPECT_TRUE(arr[0].iSysCode.isSet);

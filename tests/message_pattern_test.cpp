@@ -184,7 +184,7 @@ TEST_F(Faults, NestedFailureTellsEachLevelAndReturnsTheFirstCause) {
 
   // A sub-message of a wrong number fails the holder with -28.
   MsgPtr bad = NewMsg(1239);
-  ASSERT_EQ(bad->SetValue(695, BuildSample(2032, false).release()), 0);
+  ASSERT_GE(bad->SetValue(695, BuildSample(2032, false).release()), 0);
   M_TivValue tv;
   EXPECT_EQ(tv.Load(bad.get()), -28);
   EXPECT_EQ(Str(tv.errtext), "M_TivValue:GET_SUB_ONE(M1239.T695) fail");
@@ -200,7 +200,7 @@ TEST(MessagePattern, LoadKeepsWhatTheMessageLacks) {
   ASSERT_EQ(out.Load(BuildSample(3470, true).get()), 0);
   std::string first = DumpOf(out.mTermData);
   MsgPtr partial = NewMsg(3470);
-  ASSERT_EQ(partial->SetValue(4518, BuildSample(3468, true, 2, 7).release()), 0);
+  ASSERT_GE(partial->SetValue(4518, BuildSample(3468, true, 2, 7).release()), 0);
   ASSERT_EQ(out.Load(partial.get()), 0);
   EXPECT_EQ(DumpOf(out.mTermData), first);
 

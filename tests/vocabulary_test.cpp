@@ -80,13 +80,13 @@ TEST(Vocabulary, TwinTagsReadInEitherForm) {
   M_EqDisp disp;
   M_UnderSpecB_Array& underlyings = group.maUnderSpecB;
   MsgPtr twoUnderlyings = NewMsg(disp.msgnum);
-  for (int i = 0; i < 2; ++i) ASSERT_EQ(twoUnderlyings->SetValue(4533, underlyings.ToMsg(i)), 0);
+  for (int i = 0; i < 2; ++i) ASSERT_GE(twoUnderlyings->SetValue(4533, underlyings.ToMsg(i)), 0);
   ASSERT_EQ(disp.Load(twoUnderlyings.get()), 0);
   EXPECT_EQ(Str(disp.mUnderSpecB.sCcy), "KRW");
 
   M_EqPrdicDisp back;
   MsgPtr renumbered = NewMsg(back.msgnum);
-  ASSERT_EQ(renumbered->SetValue(4533, disp.mUnderSpecB.ToMsg()), 0);
+  ASSERT_GE(renumbered->SetValue(4533, disp.mUnderSpecB.ToMsg()), 0);
   ASSERT_EQ(back.Load(renumbered.get()), 0);
   ASSERT_EQ(back.maUnderSpecB.GetSize(), 1);
   EXPECT_EQ(Str(back.maUnderSpecB[0].sCcy), "KRW");
@@ -98,9 +98,9 @@ TEST(Vocabulary, TwinTagsReadInEitherForm) {
   MsgPtr rates(multi.ToMsg());
   MsgPtr asSingle = NewMsg(M_CmpstRIdxC().msgnum);
   CDblArray values;
-  ASSERT_EQ(rates->GetValue(239, &values), 0);
+  ASSERT_GE(rates->GetValue(239, &values), 0);
   ASSERT_EQ(values.size, 3);
-  for (int i = 0; i < values.size; ++i) ASSERT_EQ(asSingle->SetValue(239, values.GetAt(i)), 0);
+  for (int i = 0; i < values.size; ++i) ASSERT_GE(asSingle->SetValue(239, values.GetAt(i)), 0);
   M_CmpstRIdxC single;
   ASSERT_EQ(single.Load(asSingle.get()), 0);
   EXPECT_EQ(single.dFixedRate.value, 0.01);
@@ -116,8 +116,8 @@ TEST(Vocabulary, LookAlikeClassesRefuseEachOther) {
   // the curve.
   MsgPtr curve = BuildSample(2139, true);
   MsgPtr bad = NewMsg(2139);
-  ASSERT_EQ(bad->SetValue(722, BuildSample(2136, true).release()), 0);
-  ASSERT_EQ(bad->SetValue(722, BuildSample(2137, true).release()), 0);
+  ASSERT_GE(bad->SetValue(722, BuildSample(2136, true).release()), 0);
+  ASSERT_GE(bad->SetValue(722, BuildSample(2137, true).release()), 0);
   M_KytVolCurve c;
   EXPECT_EQ(c.Load(bad.get()), -28);
   EXPECT_EQ(Str(c.errtext), "M_KytVolCurve:GET_SUB_ARR(M2139.T722) fail");
@@ -160,6 +160,6 @@ TEST(Vocabulary, AFailureDeepInAnEquitySwapNamesEveryLevel) {
   EXPECT_TRUE(swap.mIrNoteVanilla.errtext.IsEmpty());
   MsgPtr noteMsg(swap.mIrNoteVanilla.ToMsg());
   CMsg* sub = nullptr;
-  ASSERT_EQ(sample->GetValue(4772, &sub), 0);
+  ASSERT_GE(sample->GetValue(4772, &sub), 0);
   EXPECT_EQ(Text(noteMsg.get()), Text(sub));
 }

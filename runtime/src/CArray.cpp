@@ -139,3 +139,15 @@ template class ValueArray<double>;
 CString CIntArray::Repr(const char* sep, bool braced) const { return Join(sep, braced); }
 
 CString CDblArray::Repr(const char* sep, bool braced) const { return Join(sep, braced); }
+
+CIntArray::~CIntArray() = default;
+CIntArray& CIntArray::operator=(const CIntArray& other) {
+  ValueArray::operator=(other);
+  return *this;
+}
+
+CDblArray::~CDblArray() = default;
+CDblArray& CDblArray::operator=(const CDblArray& other) {
+  ValueArray::operator=(other);
+  return *this;
+}

@@ -73,6 +73,19 @@ CString& CString::operator=(const char* text) {
   return *this;
 }
 
+CString::~CString() {
+  if (!IsLocal()) Release();
+}
+
+CString& CString::operator=(const CString& other) {
+  // A short text is the whole object: copied at once.
+  if (IsLocal() && other.IsLocal()) {
+    std::memcpy(buf_, other.buf_, sizeof buf_);
+    return *this;
+  }
+  return AssignFrom(other);
+}
+
 CString& CString::AssignFrom(const CString& other) {
   if (this != &other) Assign(other.ToStr(), other.GetSize());
   return *this;

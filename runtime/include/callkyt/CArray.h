@@ -53,6 +53,15 @@ extern template class ValueArray<double>;
 
 class CIntArray : public kyt_detail::ValueArray<int32_t> {
  public:
+  CIntArray() = default;
+  CIntArray(const CIntArray&) = default;
+  CIntArray(CIntArray&&) = default;
+  CIntArray& operator=(CIntArray&&) = default;
+  // Defined in the library, so that a program built on these headers needs
+  // no symbol of the array's insides.
+  ~CIntArray();
+  CIntArray& operator=(const CIntArray& other);
+
   // The elements as "%d" texts joined by `sep`; with `braced` the list is
   // wrapped in "{" and "}". An empty array gives an empty text (or "{}").
   CString Repr(const char* sep, bool braced) const;
@@ -60,6 +69,15 @@ class CIntArray : public kyt_detail::ValueArray<int32_t> {
 
 class CDblArray : public kyt_detail::ValueArray<double> {
  public:
+  CDblArray() = default;
+  CDblArray(const CDblArray&) = default;
+  CDblArray(CDblArray&&) = default;
+  CDblArray& operator=(CDblArray&&) = default;
+  // Defined in the library, so that a program built on these headers needs
+  // no symbol of the array's insides.
+  ~CDblArray();
+  CDblArray& operator=(const CDblArray& other);
+
   // The same with each element as "%.15e" would print it.
   CString Repr(const char* sep, bool braced) const;
 };

@@ -29,19 +29,12 @@ class CString {
     }
   }
   CString(CString&& other) noexcept;
-  ~CString() {
-    if (!IsLocal()) Release();
-  }
+  // Destruction and copying are defined in the library, so that a program
+  // built on these headers needs no symbol of the string's insides.
+  ~CString();
 
   CString& operator=(const char* text);
-  CString& operator=(const CString& other) {
-    // A short text is the whole object: copied at once.
-    if (IsLocal() && other.IsLocal()) {
-      std::memcpy(buf_, other.buf_, sizeof buf_);
-      return *this;
-    }
-    return AssignFrom(other);
-  }
+  CString& operator=(const CString& other);
   CString& operator=(CString&& other) noexcept;
 
   // Replaces the content with `len` bytes from `text`.
