@@ -73,9 +73,12 @@ client_of_package() {
   local flags
   flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg)
   echo "pkg-config --cflags --libs pricemsg: $flags"
+  # The client finds every library it links where pkg-config found it.
+  local rpaths
+  rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg |
+    sed 's/-L/-Wl,-rpath,/g')
   # shellcheck disable=SC2086  # the flags are words
-  g++ -std=c++17 -Wall -Wextra -Werror tests/package/main.cpp $flags -Wl,-rpath,"$libdir" \
-    -o "$work/pc-client"
+  g++ -std=c++17 -Wall -Wextra -Werror tests/package/main.cpp $flags $rpaths -o "$work/pc-client"
   "$work/pc-client"
   rm -rf "$work"
 }
@@ -107,6 +110,7 @@ altruntime() {
   runtime_prefix=$(pwd)/$root/runtime-prefix
   [[ -f $root/runtime/build.ninja ]] || cmake -S tests/altruntime -B $root/runtime -G Ninja >/dev/null
   cmake --build $root/runtime
+  ctest --test-dir $root/runtime --output-on-failure
   cmake --install $root/runtime --prefix "$runtime_prefix" >/dev/null
   configure $root/lib -DPRICEMSG_RUNTIME_ROOT="$runtime_prefix" \
     -DPRICEMSG_RUNTIME_PROBE="$(pwd)/tests/altruntime/Probe.cpp" -DPRICEMSG_BUILD_EXAMPLES=OFF

@@ -54,7 +54,7 @@ void Append(std::string& out, double v) {
 }  // namespace
 
 template <class T>
-T NumberList<T>::GetAt(int index) const {
+T NumberList<T>::At(int index) const {
   if (index < 0 || index >= size || static_cast<size_t>(index) >= items_.size()) {
     throw CException(
         CFormat("array index %d out of range (0 .. %d)", index, static_cast<int>(items_.size()))
@@ -65,7 +65,7 @@ T NumberList<T>::GetAt(int index) const {
 }
 
 template <class T>
-CString NumberList<T>::Repr(const char* sep, bool bare) const {
+CString NumberList<T>::Print(const char* sep, bool bare) const {
   std::string out;
   if (!bare) out = "#" + std::to_string(items_.size()) + "{";
   for (size_t i = 0; i < items_.size(); ++i) {
@@ -80,3 +80,8 @@ template class NumberList<int32_t>;
 template class NumberList<double>;
 
 }  // namespace altkyt
+
+int32_t CIntArray::GetAt(int index) const { return At(index); }
+CString CIntArray::Repr(const char* sep, bool bare) const { return Print(sep, bare); }
+double CDblArray::GetAt(int index) const { return At(index); }
+CString CDblArray::Repr(const char* sep, bool bare) const { return Print(sep, bare); }

@@ -29,15 +29,16 @@ class NumberList {
   }
   ~NumberList() = default;
 
-  // The element at `index`. Throws CException with kOutOfRange for an index
+ protected:
+  // What GetAt and Repr of the two list types give: the element at `index`. Throws CException with kOutOfRange for an index
   // outside 0 .. size - 1.
-  T GetAt(int index) const;
+  T At(int index) const;
 
   // The elements with `sep` between them (null: none), integers as %d and
   // doubles as %.15e. With `bare` false the count comes first and the
   // elements stand in braces, as in #3{1, 2, 3} and #0{}; with `bare` true
   // only the elements are given.
-  CString Repr(const char* sep, bool bare) const;
+  CString Print(const char* sep, bool bare) const;
 
  private:
   friend class ::CMsg;
@@ -49,5 +50,14 @@ extern template class NumberList<double>;
 
 }  // namespace altkyt
 
-class CIntArray : public altkyt::NumberList<int32_t> {};
-class CDblArray : public altkyt::NumberList<double> {};
+class CIntArray : public altkyt::NumberList<int32_t> {
+ public:
+  int32_t GetAt(int index) const;
+  CString Repr(const char* sep, bool bare) const;
+};
+
+class CDblArray : public altkyt::NumberList<double> {
+ public:
+  double GetAt(int index) const;
+  CString Repr(const char* sep, bool bare) const;
+};
