@@ -6,28 +6,40 @@
 // with Load. The service here is a stand-in that answers with a plausible
 // price; a second call gets a damaged reply, to show how a client finds the
 // first cause of a failed Load.
+//
+// It uses the runtime only through the calls that every runtime has, so it
+// builds and runs on whichever runtime the library is built on: values are
+// set through their fields, dates with CDate::Set. Reading back what Dump
+// wrote into a CStream is each runtime's own affair; the build's probe of
+// the runtime does it here.
 #include <cmath>
 #include <cstdio>
 #include <memory>
 
-#include "callkyt/CMsg.h"
-#include "callkyt/CStream.h"
+#include "RuntimeProbe.h"
 #include "rates/M_IrNoteFlterHwMc.h"
 #include "rates/M_IrNoteHwOut.h"
 
 namespace {
 
+// Sets a CInt, CDbl or CBool.
+template <class V, class T>
+void Put(V& field, T value) {
+  field.value = value;
+  field.isSet = true;
+}
+
 void Print(const char* title, const CMsgBase& obj) {
   CStream out;
   obj.Dump(&out);
-  std::printf("==== %s ====%s\n\n", title, out.ToStr());
+  std::printf("==== %s ====%s\n\n", title, pricemsg::probe::StreamText(out).c_str());
 }
 
 void FillRequest(M_IrNoteFlterHwMc& req) {
   M_IrNotionalInfo& notional = req.mIrNotionalInfo;
   notional.sCcy = "EUR";
-  notional.dNotionAmt = 10000000.0;
-  notional.iDisCrvId = 1;
+  Put(notional.dNotionAmt, 10000000.0);
+  Put(notional.iDisCrvId, 1);
 
   // Four quarterly periods, each paying 3M EURIBOR plus 45bp, capped at 5%.
   M_IrFloater& leg = req.mIrFloater;
@@ -37,54 +49,54 @@ void FillRequest(M_IrNoteFlterHwMc& req) {
   leg.maIrCpnSchedule.SetSize(4);
   for (int i = 0; i < 4; ++i) {
     M_IrCpnSchedule& period = leg.maIrCpnSchedule[i];
-    period.iPeriodNo = i + 1;
+    Put(period.iPeriodNo, i + 1);
     period.nFormerDate.Set(dates[i]);
     period.nAfterDate.Set(dates[i + 1]);
     period.nCashflowDate.Set(dates[i + 1]);
   }
   M_IrFloaterCpn& cpn = leg.mIrFloaterCpn;
-  cpn.dGearing = 1.0;
-  cpn.dMargin = 0.0045;
-  cpn.dCapRate = 0.05;
-  cpn.bCapRateYN = true;
-  cpn.bFloorRateYN = false;
+  Put(cpn.dGearing, 1.0);
+  Put(cpn.dMargin, 0.0045);
+  Put(cpn.dCapRate, 0.05);
+  Put(cpn.bCapRateYN, true);
+  Put(cpn.bFloorRateYN, false);
   cpn.mCmpstRIdx.sFixTmPt = "ADVANCE";
   M_KytRateIndexB_Array& indices = cpn.mCmpstRIdx.maKytRateIndexB;
   indices.Grow();
   indices[0].sRateIndexCode = "EURIBOR3M";
   indices[0].sCcy = "EUR";
-  indices[0].iRateCrvId = 1;
+  Put(indices[0].iRateCrvId, 1);
   indices[0].sRateMatur = "3M";
-  indices[0].dGearing = 1.0;
+  Put(indices[0].dGearing, 1.0);
   // The first coupon is already fixed.
   leg.maIrFloaterMon.Grow();
-  leg.maIrFloaterMon[0].iPeriodNo = 1;
-  leg.maIrFloaterMon[0].bCouponFixingYN = true;
-  leg.maIrFloaterMon[0].dCouponRate = 0.0312;
+  Put(leg.maIrFloaterMon[0].iPeriodNo, 1);
+  Put(leg.maIrFloaterMon[0].bCouponFixingYN, true);
+  Put(leg.maIrFloaterMon[0].dCouponRate, 0.0312);
 
   // The model: a flat curve, Hull-White parameters, 10,000 paths.
   M_IrHwMcParam& model = req.mIrHwMcParam;
   model.nCalcDate.Set("20261123");
-  model.iNoSim = 10000;
+  Put(model.iNoSim, 10000);
   model.sSeedType = "FIXED";
   model.maKytRateCrvB.Grow();
   M_KytRateCurveB& curve = model.maKytRateCrvB[0];
   curve.sCcy = "EUR";
-  curve.iRateCrvId = 1;
+  Put(curve.iRateCrvId, 1);
   curve.sInterpMethod = "LINEAR";
   const char* tenors[] = {"3M", "6M", "1Y", "2Y"};
   curve.maRateCrvTenor.SetSize(4);
   for (int i = 0; i < 4; ++i) {
     curve.maRateCrvTenor[i].mTivMatur.sMatur = tenors[i];
-    curve.maRateCrvTenor[i].dRate = 0.030 + 0.002 * i;
+    Put(curve.maRateCrvTenor[i].dRate, 0.030 + 0.002 * i);
   }
   model.maIrHwCalibParam.Grow();
   model.maIrHwCalibParam[0].sCcy = "EUR";
-  model.maIrHwCalibParam[0].dMeanReversion = 0.03;
-  model.maIrHwCalibParam[0].dVol = 0.009;
+  Put(model.maIrHwCalibParam[0].dMeanReversion, 0.03);
+  Put(model.maIrHwCalibParam[0].dVol, 0.009);
 
-  req.mIrEffSensMcParam.bDeltaYN = true;
-  req.mIrEffSensMcParam.bVegaYN = false;
+  Put(req.mIrEffSensMcParam.bDeltaYN, true);
+  Put(req.mIrEffSensMcParam.bVegaYN, false);
 }
 
 // ---- the stand-in service ----
@@ -106,35 +118,29 @@ CMsg* StandInService(CMsg* request, bool damaged) {
   for (int i = 0; i < periods; ++i) {
     M_IrNoteCF& cf = price.maIrNoteCF[i];
     double df = std::exp(-0.03 * 0.25 * (i + 1));
-    cf.iPeriodNo = i + 1;
-    cf.dInterestRate = rate;
-    cf.dCashFlowInterest = notional * rate * 0.25;
-    cf.dCashFlowCapital = i + 1 == periods ? notional : 0.0;
-    cf.dCashFlow = cf.dCashFlowInterest.value + cf.dCashFlowCapital.value;
-    cf.dDisFactor = df;
-    cf.dPv = cf.dCashFlow.value * df;
-    cf.nCashflowDate = req.mIrFloater.maIrCpnSchedule[i].nCashflowDate;
+    Put(cf.iPeriodNo, i + 1);
+    Put(cf.dInterestRate, rate);
+    Put(cf.dCashFlowInterest, notional * rate * 0.25);
+    Put(cf.dCashFlowCapital, i + 1 == periods ? notional : 0.0);
+    Put(cf.dCashFlow, cf.dCashFlowInterest.value + cf.dCashFlowCapital.value);
+    Put(cf.dDisFactor, df);
+    Put(cf.dPv, cf.dCashFlow.value * df);
+    cf.nCashflowDate.Set(req.mIrFloater.maIrCpnSchedule[i].nCashflowDate.text);
     pv += cf.dPv.value;
   }
-  price.dDirtyPrice = pv;
-  price.dCleanPrice = pv;
-  CMsg* msg = reply.ToMsg();
-  if (damaged && msg) {
-    // A reply whose second cash flow carries a text where its present
-    // value belongs, built without the dictionary that would refuse it.
-    CMsg* bad = new CMsg(msg->msgnum, 0, 0, nullptr);
-    CMsg* badPrice = new CMsg(3709, 0, 0, nullptr);
-    for (int i = 0; i < 2; ++i) {
-      CMsg* badCf = new CMsg(3710, 0, 0, nullptr);
-      badCf->SetValue(845, i == 1 ? CDbl() : CDbl(100.0));
-      if (i == 1) badCf->SetValue(850, "n/a");
-      badPrice->SetValue(4668, badCf);
-    }
-    bad->SetValue(4673, badPrice);
-    delete msg;
-    msg = bad;
+  Put(price.dDirtyPrice, pv);
+  Put(price.dCleanPrice, pv);
+  if (!damaged) return reply.ToMsg();
+  // A damaged reply: after the cash flows of its price comes a message of
+  // another class where a cash flow belongs.
+  CMsg* priceMsg = price.ToMsg();
+  if (!priceMsg) return nullptr;
+  std::unique_ptr<CMsg> msg(new CMsg(reply.msgnum, 0, 0, MA_GetMsgDic()));
+  if (priceMsg->SetValue(4668, M_IrNotePrice().ToMsg()) < 0 ||  // maIrNoteCF
+      msg->SetValue(4673, priceMsg) < 0) {                      // maIrNotePrice
+    return nullptr;
   }
-  return msg;
+  return msg.release();
 }
 
 // ---- the client ----
@@ -156,13 +162,12 @@ void PrintFailure(const M_IrNoteHwOut& reply, int rc) {
   }
 }
 
-bool Value(const M_IrNoteFlterHwMc& req, bool damaged) {
-  std::unique_ptr<CMsg> request(const_cast<M_IrNoteFlterHwMc&>(req).ToMsg());
+bool Value(M_IrNoteFlterHwMc& req, bool damaged) {
+  std::unique_ptr<CMsg> request(req.ToMsg());
   if (!request) {
     std::printf("ToMsg failed: %s\n", req.errtext.ToStr());
     return false;
   }
-  std::printf("The request is %d messages.\n", request->GetTreeSize());
   std::unique_ptr<CMsg> answer(StandInService(request.get(), damaged));
   if (!answer) {
     std::printf("The service gave no answer.\n");

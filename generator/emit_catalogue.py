@@ -10,6 +10,7 @@ classes. The tool reads the schema from the tables of libpricemsg_text
 
 from __future__ import annotations
 
+from emit_cpp import include_line
 from emit_lists import path as list_path
 from emit_tables import BANNER
 from schema import Schema
@@ -18,8 +19,7 @@ PATH = "catalogue/CatalogueFactory.cpp"
 
 
 def source(schema: Schema) -> str:
-    includes = "".join(f'#include "{list_path(f)[len("messages/"):]}"\n'
-                       for f in sorted(schema.families))
+    includes = "".join(include_line(list_path(f)) + "\n" for f in sorted(schema.families))
     cases = "".join(f"    PRICEMSG_EACH_{f.upper()}(PRICEMSG_CATALOGUE_MAKE)\n"
                     for f in schema.families)
     return (BANNER + '#include "CatalogueFactory.h"\n' + includes + """

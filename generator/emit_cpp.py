@@ -97,12 +97,24 @@ OPERATIONS = [
 COLUMNS = 100
 
 
+# Generated units lie under this folder of the output, which is on the
+# include path: they are included by their path below it.
+MESSAGES_DIR = "messages"
+
+
 def header_path(msg: Message) -> str:
-    return f"messages/{msg.family}/{msg.name}.h"
+    return f"{MESSAGES_DIR}/{msg.family}/{msg.name}.h"
 
 
 def source_path(msg: Message) -> str:
-    return f"messages/{msg.family}/{msg.name}.cpp"
+    return f"{MESSAGES_DIR}/{msg.family}/{msg.name}.cpp"
+
+
+def include_line(path: str) -> str:
+    """The #include of a generated header, given its path under the output."""
+    prefix = MESSAGES_DIR + "/"
+    assert path.startswith(prefix), path
+    return f'#include "{path[len(prefix):]}"'
 
 
 def _member(schema: Schema, field: Field) -> tuple[str, str, str]:
@@ -164,8 +176,8 @@ def _definitions(msg: Message) -> str:
 
 
 def header(schema: Schema, msg: Message) -> str:
-    includes = "".join(f'#include "{path}"\n' for path in sorted(
-        header_path(schema.message(s))[len("messages/"):] for s in msg.sub_classes()))
+    includes = "".join(line + "\n" for line in sorted(
+        include_line(header_path(schema.message(s))) for s in msg.sub_classes()))
     return HEADER.substitute(
         family=msg.family, number=msg.number, name=msg.name, array=msg.array_name,
         includes=includes, members=_members(schema, msg))

@@ -113,9 +113,10 @@ altruntime() {
   ctest --test-dir $root/runtime --output-on-failure
   cmake --install $root/runtime --prefix "$runtime_prefix" >/dev/null
   configure $root/lib -DPRICEMSG_RUNTIME_ROOT="$runtime_prefix" \
-    -DPRICEMSG_RUNTIME_PROBE="$(pwd)/tests/altruntime/Probe.cpp" -DPRICEMSG_BUILD_EXAMPLES=OFF
+    -DPRICEMSG_RUNTIME_PROBE="$(pwd)/tests/altruntime/Probe.cpp"
   cmake --build $root/lib
   ctest --test-dir $root/lib --output-on-failure
+  $root/lib/examples/note_client >/dev/null
   local prefix
   prefix=$(mktemp -d)/prefix
   client_of_package $root/lib "$prefix"
