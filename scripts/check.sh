@@ -6,7 +6,8 @@
 #   package   the plain build installed into a scratch prefix; what
 #             libpricemsg imports from its runtime checked against the
 #             runtime's documented calls; a client outside the tree built
-#             against it with find_package and with pkg-config, and run
+#             against it with find_package and with pkg-config, and run;
+#             every C++ block of README.md built against it and run
 #   altruntime  a second runtime (tests/altruntime) installed into a
 #             scratch prefix; the library built on it through
 #             PRICEMSG_RUNTIME_ROOT, its tests, its package and its
@@ -90,6 +91,7 @@ package() {
   local prefix libdir
   prefix=$(mktemp -d)/prefix
   client_of_package build "$prefix"
+  scripts/readme_examples.sh "$prefix"
   # The installed libraries find each other through their own runpath.
   libdir=$(dirname "$(find "$prefix" -name libpricemsg.so)")
   local pricemsg_deps callkyt_deps
