@@ -149,21 +149,25 @@ void SweepMessage(const char* name, CMsg& sample) {
 }  // namespace
 
 TEST(AllocationFailure, EquityCombinationWithEightLegs) {
+  REQUIRE_FAILING_ALLOC();
   MsgPtr sample = EightLegs();
   SweepMessage<M_EqCmb>("M_EqCmb", *sample);
 }
 
 TEST(AllocationFailure, EquitySwap) {
+  REQUIRE_FAILING_ALLOC();
   SweepMessage<M_EqSwapStarAutoBarrSwit>("M_EqSwapStarAutoBarrSwit",
                                          *BuildSample(M_EqSwapStarAutoBarrSwit().msgnum, true));
 }
 
 TEST(AllocationFailure, HybridNoteWithFilledArrays) {
+  REQUIRE_FAILING_ALLOC();
   SweepMessage<M_HbNoteDualMultiRngAccr>("M_HbNoteDualMultiRngAccr",
                                          *BuildSample(M_HbNoteDualMultiRngAccr().msgnum, true));
 }
 
 TEST(AllocationFailure, SetSizeAndGrowOfLegs) {
+  REQUIRE_FAILING_ALLOC();
   long points = ForEachAllocationFailure([](long n) {
     NoLeak leak;
     InFreshThread([n] {

@@ -84,6 +84,7 @@ TEST(ArrayPattern, IndexOutOfRange) {
 }
 
 TEST(ArrayPattern, OutOfMemory) {
+  REQUIRE_FAILING_ALLOC();
   M_Tiv_Array arr;
   arr.msgname = "tenors";
   for (int i = 0; i < 4; ++i) arr.Grow();

@@ -288,6 +288,7 @@ TEST_F(Faults, ToMsgFailuresNameTheFieldAndFreeTheMessage) {
 }
 
 TEST(MessagePattern, ToMsgWithoutMemorySaysSo) {
+  REQUIRE_FAILING_ALLOC();
   M_SysReject reject;
   CMsg* msg = nullptr;
   // A runtime may keep spare message blocks per thread: a new thread has

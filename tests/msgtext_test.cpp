@@ -482,6 +482,7 @@ TEST(MsgText, RefusesATreeItCannotWriteAndLeavesTheOutputAsItWas) {
 }
 
 TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
+  REQUIRE_FAILING_ALLOC();
   TempDir dir;
   const std::string path = (dir.path / "switching.msg").string();
   MsgPtr tree = Switching();

@@ -298,6 +298,7 @@ TEST(CStringTest, FormatKeepsUpTo31BytesInTheObjectAndTakesAnyLength) {
 
 #ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
 TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
+  REQUIRE_FAILING_ALLOC();
   using testing_support::FailingAlloc;
   // Longer than the pooled blocks: each block is an allocation of its own.
   const std::string text = Pattern(600);

@@ -11,6 +11,7 @@ namespace {
 std::atomic<long> g_failAt{-1};
 std::atomic<long> g_live{0};
 std::atomic<bool> g_fired{false};
+std::atomic<long> g_made{0};
 
 void* Allocate(size_t size) {
   if (g_failAt.load(std::memory_order_relaxed) >= 0 && g_failAt.fetch_sub(1) == 0) {
@@ -20,6 +21,7 @@ void* Allocate(size_t size) {
   void* p = std::malloc(size ? size : 1);
   if (!p) throw std::bad_alloc();
   g_live.fetch_add(1, std::memory_order_relaxed);
+  g_made.fetch_add(1, std::memory_order_relaxed);
   return p;
 }
 
@@ -40,6 +42,18 @@ void FailingAlloc::FailAt(long n) {
 void FailingAlloc::Off() { g_failAt = -1; }
 bool FailingAlloc::Fired() { return g_fired; }
 long FailingAlloc::Live() { return g_live; }
+
+// A memory checker that puts its own operator new in place of this one makes
+// the counters stand still.
+bool FailingAlloc::Available() {
+  long before = g_made.load();
+  // A call through the function's address, as other units call it: the
+  // compiler would call Allocate here directly, past a checker's redirection.
+  void* (*volatile allocate)(size_t) = &::operator new;
+  void (*volatile release)(void*) noexcept = &::operator delete;
+  release(allocate(1));
+  return g_made.load() != before;
+}
 
 }  // namespace testing_support
 

@@ -133,13 +133,13 @@ using testing_support::Record;
 #define PRICEMSG_GET_SYMBOL(args) "_ZN4CMsg8GetValueEi" args
 #endif
 
-#define PRICEMSG_FORWARD_GET(Type, args)                                                  \
-  int CMsg::GetValue(int tag, Type out) PRICEMSG_GET_QUALIFIER {                          \
-    int code;                                                                             \
-    if (Fires(FaultOp::kGet, tag, &code)) return code;                                    \
-    using Fn = int (*)(PRICEMSG_GET_QUALIFIER CMsg*, int, Type);                          \
-    static const Fn next = Next<Fn>(PRICEMSG_GET_SYMBOL(args));                           \
-    return next(this, tag, out);                                                          \
+#define PRICEMSG_FORWARD_GET(Type, args)                         \
+  int CMsg::GetValue(int tag, Type out) PRICEMSG_GET_QUALIFIER { \
+    int code;                                                    \
+    if (Fires(FaultOp::kGet, tag, &code)) return code;           \
+    using Fn = int (*)(PRICEMSG_GET_QUALIFIER CMsg*, int, Type); \
+    static const Fn next = Next<Fn>(PRICEMSG_GET_SYMBOL(args));  \
+    return next(this, tag, out);                                 \
   }
 
 #define PRICEMSG_FORWARD_SET(Type, args)                         \

@@ -76,7 +76,9 @@ void Fill(CDblArray& a, std::initializer_list<double> values) {
   FillArray(a, schema::Kind::kDblArray, values);
 }
 
-std::string Str(const CString& s) { return std::string(s.ToStr(), static_cast<size_t>(s.GetSize())); }
+std::string Str(const CString& s) {
+  return std::string(s.ToStr(), static_cast<size_t>(s.GetSize()));
+}
 std::string EmptyRepr() { return Str(CString().Repr()); }
 std::string Repr(const CIntArray& a) { return Str(a.Repr(", ", false)); }
 std::string Repr(const CDblArray& a) { return Str(a.Repr(", ", false)); }

@@ -68,9 +68,13 @@ struct SampleShape {
 MsgPtr BuildSample(int msgnum, const SampleShape& shape, unsigned seed = 1);
 
 // The operator new of the test programs (FailingAlloc.cpp): counts what is
-// allocated and freed, and fails one allocation on demand.
+// allocated and freed, and fails one allocation on demand. Where it cannot be
+// in place (a ThreadSanitizer build, whose runtime owns operator new, links
+// NoFailingAlloc.cpp; valgrind puts its own in place at run time), Available()
+// is false and the cases that need it skip themselves.
 class FailingAlloc {
  public:
+  static bool Available();
   // The `n`-th allocation from now (counting from 0) throws std::bad_alloc.
   static void FailAt(long n);
   static void Off();
@@ -79,6 +83,13 @@ class FailingAlloc {
   // Blocks allocated and not yet freed, in the whole process.
   static long Live();
 };
+
+// The first line of a case that makes allocations fail.
+#define REQUIRE_FAILING_ALLOC()                                                      \
+  do {                                                                               \
+    if (!::testing_support::FailingAlloc::Available())                               \
+      GTEST_SKIP() << "allocations cannot be made to fail in this build or checker"; \
+  } while (0)
 
 // Runs `f(n)` for n = 0, 1, ... where f arms FailAt(n) around the operation
 // it tests, until a run in which the armed failure did not happen; gives the
