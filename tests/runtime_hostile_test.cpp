@@ -34,7 +34,120 @@ namespace {
 
 MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(num, 0, 0, dic)); }
 
+CMsg* NewSub() { return new CMsg(2143, 0, 0, MA_GetMsgDic()); }
+
+// Deeper than any stack would take by recursion, under the sanitizers too.
+constexpr int kDeep = 200000;
+
+// A chain of `depth` messages, each the only sub-message of the one above,
+// built from the bottom as the classes build theirs. Every thousandth one
+// also holds a text that moves its records out of the object. Gives the top
+// and, in `bottom`, the last.
+MsgPtr Chain(int depth, CMsg** bottom) {
+  CMsg* top = nullptr;
+  for (int level = depth - 1; level >= 0; --level) {
+    CMsg* m = NewSub();
+    if (!top) *bottom = m;
+    if (top && m->SetValue(695, top) != KYT_OK) return nullptr;
+    if (level % 1000 == 0 && m->SetValue(800, std::string(100, 't').c_str()) != KYT_OK) {
+      return nullptr;
+    }
+    top = m;
+  }
+  return MsgPtr(top);
+}
+
+// The sub-message `levels` below `msg` along the first ones.
+CMsg* Descend(CMsg* msg, int levels) {
+  for (int i = 0; i < levels && msg; ++i) {
+    if (msg->GetValue(695, &msg) != KYT_OK) return nullptr;
+  }
+  return msg;
+}
+
+TEST(DeepTrees, AreFreedMeasuredAndCheckedForCyclesAtAnyDepth) {
+  CMsg* bottom = nullptr;
+  MsgPtr root = Chain(kDeep, &bottom);
+  ASSERT_NE(root, nullptr);
+  ASSERT_EQ(Descend(root.get(), kDeep - 1), bottom);
+  EXPECT_EQ(root->GetTreeSize(), kDeep);
+  // Each message is a block of 64 bytes; one with a text has its records in
+  // a block of 128 more.
+  EXPECT_EQ(root->GetTreeMemory(), 64L * kDeep + 128L * (kDeep / 1000));
+  EXPECT_EQ(bottom->GetTreeSize(), 1);
+
+  // The root of the tree cannot go under its deepest message; another deep
+  // tree can, and the check leaves both trees as they were.
+  EXPECT_EQ(bottom->SetValue(695, root.get()), KYT_E_ARG);
+  CMsg* otherBottom = nullptr;
+  MsgPtr other = Chain(kDeep, &otherBottom);
+  ASSERT_NE(other, nullptr);
+  EXPECT_EQ(otherBottom->SetValue(695, root.get()), KYT_OK);
+  CMsg* top = other.release();  // now the root of both chains
+  root.release();
+  EXPECT_EQ(bottom->SetValue(695, top), KYT_E_ARG);
+  EXPECT_EQ(top->GetTreeSize(), 2 * kDeep);
+  EXPECT_EQ(Descend(top, 2 * kDeep - 1), bottom);
+  EXPECT_EQ(Descend(top, kDeep - 1), otherBottom);
+  delete top;  // all 400,000 messages, with no leak
+
+  // A comb: at each level the next level comes first and a leaf after it,
+  // so that every walk must come back up to each level to go on.
+  MsgPtr comb = NewMsg(2143);
+  CMsg* level = comb.get();
+  for (int i = 0; i < kDeep; ++i) {
+    CMsg* next = NewSub();
+    ASSERT_EQ(level->SetValue(695, next), KYT_OK);
+    ASSERT_EQ(level->SetValue(695, NewSub()), KYT_OK);
+    level = next;
+  }
+  EXPECT_EQ(comb->GetTreeSize(), 2 * kDeep + 1);
+  // Two sub-messages outgrow the object: their records take 64 bytes more.
+  EXPECT_EQ(comb->GetTreeMemory(), 64L * (2 * kDeep + 1) + 64L * kDeep);
+  CMsgArray pair(true);
+  ASSERT_EQ(Descend(comb.get(), kDeep - 1)->GetValue(695, &pair), KYT_OK);
+  ASSERT_EQ(pair.GetSize(), 2);
+  EXPECT_EQ(pair.GetAt(1)->SetValue(695, comb.get()), KYT_E_ARG);  // the leaf at the bottom
+  EXPECT_EQ(pair.GetAt(0)->SetValue(695, comb.get()), KYT_E_ARG);  // the last level
+  EXPECT_EQ(comb->GetTreeSize(), 2 * kDeep + 1);
+}
+
 #ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
+
+TEST(DeepTrees, ACycleCheckThatRunsOutOfMemoryRefusesAndFreesNothing) {
+  REQUIRE_FAILING_ALLOC();
+  CMsg* bottom = nullptr;
+  MsgPtr root = Chain(1000, &bottom);
+  ASSERT_NE(root, nullptr);
+  CMsg* unused = nullptr;
+
+  // A shallow tree is searched without allocating.
+  MsgPtr shallow = Chain(30, &unused);
+  ASSERT_NE(shallow, nullptr);
+  FailingAlloc::FailAt(0);
+  EXPECT_EQ(bottom->SetValue(695, shallow.release()), KYT_OK);
+  FailingAlloc::Off();
+  EXPECT_FALSE(FailingAlloc::Fired());
+
+  // A deep one needs room for its levels. Without it the answer is that
+  // memory ran out, and `other`, which might have held the message it was
+  // to go under, is left whole to its owner; with it, it goes there.
+  MsgPtr other = Chain(1000, &unused);
+  ASSERT_NE(other, nullptr);
+  CMsg* inner = Descend(root.get(), 500);
+  for (CMsg* below : {bottom, inner}) {
+    SCOPED_TRACE(below == bottom ? "under the bottom" : "in the middle");
+    FailingAlloc::FailAt(0);
+    EXPECT_EQ(below->SetValue(695, other.get()), KYT_E_NOMEM);
+    FailingAlloc::Off();
+    EXPECT_TRUE(FailingAlloc::Fired());
+    EXPECT_EQ(other->GetTreeSize(), 1000);
+  }
+  EXPECT_EQ(root->GetTreeSize(), 1030);
+  EXPECT_EQ(inner->SetValue(695, other.release()), KYT_OK);
+  EXPECT_EQ(root->GetTreeSize(), 2030);
+  EXPECT_EQ(bottom->SetValue(695, root.get()), KYT_E_ARG);
+}
 
 // A terminated text of 2^31 bytes in 1 MiB of memory: one block of 'x'
 // mapped again and again, then a page that starts with the terminator. A
