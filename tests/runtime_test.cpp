@@ -50,8 +50,8 @@ std::string Raw(const CMsg& msg) {
   CMsg::Value v;
   while (cursor.Next(&v)) {
     out += "T" + std::to_string(v.tag) + " k" + std::to_string(static_cast<int>(v.kind)) +
-           (v.isSet ? " set " : " unset ") + std::to_string(v.i) + " " + std::to_string(v.d) +
-           " " + std::to_string(v.b) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
+           (v.isSet ? " set " : " unset ") + std::to_string(v.i) + " " + std::to_string(v.d) + " " +
+           std::to_string(v.b) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
     if (v.msg) out += "{\n" + Raw(*v.msg) + "}\n";
   }
   return out;
@@ -702,9 +702,48 @@ TEST(CMsgValues, SingleAndArrayFormsShareATag) {
   ASSERT_EQ(raw->SetValue(695, NewSub()), KYT_OK);
   ASSERT_EQ(raw->SetValue(695, 4.0), KYT_OK);
   EXPECT_EQ(Read(*raw, 612, Dbls({99.0})), "rc -2: {99}");
-  EXPECT_EQ(Read<CDbl>(*raw, 612), "1");  // the first value alone is a double
+  EXPECT_EQ(Read<CDbl>(*raw, 612), "rc -2: -");
   EXPECT_EQ(raw->GetValue(695, &subs), KYT_E_TYPE);
   EXPECT_EQ(subs.GetSize(), 0);
+}
+
+TEST(CMsgValues, ATagWithValuesOfSeveralKindsFailsEveryRead) {
+  // Only a message without a dictionary takes them: a value of one kind,
+  // then one of another, next to it or with another tag between.
+  for (const Writer& first : kWriters) {
+    for (const Writer& then : kWriters) {
+      if (first.kind == then.kind) continue;
+      for (bool spread : {false, true}) {
+        SCOPED_TRACE(std::string(first.name) + " then " + then.name + (spread ? ", spread" : ""));
+        MsgPtr m = NewMsg(2161, nullptr);
+        ASSERT_EQ(first.set(*m, 612), KYT_OK);
+        if (spread) {
+          ASSERT_EQ(m->SetValue(900, CInt(9)), KYT_OK);
+        }
+        ASSERT_EQ(then.set(*m, 612), KYT_OK);
+        for (const Reader& r : kReaders) {
+          EXPECT_EQ(r.read(*m, 612), "rc -2: " + std::string(r.untouched)) << r.name;
+        }
+        EXPECT_EQ(Read<CInt>(*m, 900), spread ? "9" : "rc -1: -");
+      }
+    }
+  }
+
+  // An unset value counts for its kind; the other tags read as they are.
+  MsgPtr m = NewMsg(2161, nullptr);
+  ASSERT_EQ(m->SetValue(6, CInt(1)), KYT_OK);
+  for (int k = 0; k < 3; ++k) ASSERT_EQ(m->SetValue(612, k), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, CDbl()), KYT_OK);
+  ASSERT_EQ(m->SetValue(695, NewSub()), KYT_OK);
+  ASSERT_EQ(m->SetValue(695, CInt()), KYT_OK);
+  EXPECT_EQ(Read(*m, 612, Ints({9})), "rc -2: {9}");
+  EXPECT_EQ(Read(*m, 612, CInt(5)), "rc -2: 5");
+  CMsg* sub = nullptr;
+  EXPECT_EQ(m->GetValue(695, &sub), KYT_E_TYPE);
+  EXPECT_EQ(sub, nullptr);
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+  ASSERT_EQ(m->SetValue(7, "text"), KYT_OK);
+  EXPECT_EQ(Read<CString>(*m, 7), "\"text\"");
 }
 
 TEST(CMsgValues, FindsValuesInAnyOrderOfAdding) {

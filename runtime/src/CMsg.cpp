@@ -55,7 +55,7 @@ bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, const Rec& first,
 }
 
 // Reads the set values under the tag of a first record into a CIntArray or
-// CDblArray, when all are of the kind of that record.
+// CDblArray (all of the array's kind: CMsg::Get sees to it).
 struct TakeAll {
   const uint8_t* buf;
   uint32_t size;
@@ -63,14 +63,11 @@ struct TakeAll {
 
   template <class T>
   int operator()(const Rec& first, kyt_detail::ValueArray<T>& out) const {
-    const KytKind kind = KindOf(first.head);
     int n = 0;
-    bool ok = EachOfTag(buf, size, sorted, first, [&](const Rec& r) {
-      if (KindOf(r.head) != kind) return false;
+    EachOfTag(buf, size, sorted, first, [&n](const Rec& r) {
       if (r.head & kSetBit) ++n;
       return true;
     });
-    if (!ok) return KYT_E_TYPE;
     try {
       out.SetSize(n);
     } catch (const std::bad_alloc&) {
@@ -418,6 +415,12 @@ int CMsg::Get(int tag, KytKind kind, Out* out, Take take) const {
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
   if (KindOf(r.head) != kind) return KYT_E_TYPE;
+  // With a dictionary every value under a tag is of the tag's kind; without
+  // one, a tag may hold values of several kinds, and is then of none.
+  if (!dic_ && !EachOfTag(buf_, size_, sorted_, r,
+                          [kind](const Rec& e) { return KindOf(e.head) == kind; })) {
+    return KYT_E_TYPE;
+  }
   return take(r, *out);
 }
 
@@ -447,11 +450,10 @@ int CMsg::GetValue(int tag, CMsgArray* out) const {
   }
   return Get(tag, KytKind::kMsg, out, [this](const Rec& first, CMsgArray& a) {
     int n = 0;
-    bool ok = EachOfTag(buf_, size_, sorted_, first, [&n](const Rec& r) {
+    EachOfTag(buf_, size_, sorted_, first, [&n](const Rec&) {
       ++n;
-      return KindOf(r.head) == KytKind::kMsg;
+      return true;
     });
-    if (!ok) return KYT_E_TYPE;
     a.tag_ = first.tag;
     a.size_ = n;
     a.curIndex_ = 0;

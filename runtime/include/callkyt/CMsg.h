@@ -11,13 +11,15 @@
 //
 // Results of GetValue: 0 when the object was filled, KYT_ABSENT when the tag
 // holds nothing, below -1 on failure (see the codes below). SetValue gives 0
-// or a failure code.
+// or a failure code. A read asks for one kind of value; a tag that holds a
+// value of any other kind fails it with KYT_E_TYPE, even when its first value
+// is of the kind asked, so that single and array reads of a tag agree.
 //
 // With a dictionary (MA_GetMsgDic()), SetValue refuses a tag the dictionary
 // does not know and a value whose type contradicts the tag's, and a set date
 // that is not "YYYYMMDD". A message built with a null dictionary checks
 // nothing; tests use that to build replies that a checked message would
-// refuse.
+// refuse, with values of several kinds under one tag.
 //
 // A tree may be of any depth: freeing it, measuring it and the check for
 // cycles in SetValue walk it without recursion.
