@@ -3,15 +3,22 @@
 // allocations that fail and then succeed, and the block pools at every
 // size they keep.
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <spawn.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "TestSupport.h"
 #include "callkyt/CArray.h"
@@ -319,6 +326,286 @@ TEST(Limits, ValueArraysHoldAtMostKMaxSizeElements) {
   EXPECT_EQ(Attempt([&] { two.Repr(huge.OfLength(INT_MAX - room), true); }),
             "no memory after asking");
   EXPECT_EQ(Str(two.Repr("", true)), "{12}");
+}
+
+// ---- failed, then successful allocation ----
+
+// `n` letters, "abc...zab...", so that a shifted or cut copy shows.
+std::string Letters(int n) {
+  std::string s;
+  for (int i = 0; i < n; ++i) s += static_cast<char>('a' + i % 26);
+  return s;
+}
+
+// Every value of a message, one line each.
+std::string Values(const CMsg& msg) {
+  std::string out;
+  CMsg::Cursor cursor(msg);
+  CMsg::Value v;
+  while (cursor.Next(&v)) {
+    out += std::to_string(v.tag) + ":" + std::to_string(static_cast<int>(v.kind)) + " " +
+           std::to_string(v.i) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
+  }
+  return out;
+}
+
+TEST(FailedAllocation, LeavesTextsAndArraysAsTheyWereAndTheNextTrySucceeds) {
+  REQUIRE_FAILING_ALLOC();
+  // Texts in the object and on the heap, pooled and not, growing past it.
+  for (int had : {0, 5, 31, 40, 600}) {
+    SCOPED_TRACE(had);
+    const std::string before = Letters(had);
+    const std::string more = Letters(700);
+    CString s(before.c_str());
+    EXPECT_EQ(Attempt([&] { s.Append(more.c_str(), 700); }), "no memory after asking");
+    EXPECT_EQ(Attempt([&] { s.Assign(more.c_str(), 700); }), "no memory after asking");
+    EXPECT_EQ(Attempt([&] { s = more.c_str(); }), "no memory after asking");
+    EXPECT_EQ(Str(s), before);
+    const CString other(more.c_str());
+    EXPECT_EQ(Attempt([&] { s = other; }), "no memory after asking");
+    EXPECT_EQ(Attempt([&] { CString copy(other); }), "no memory after asking");
+    EXPECT_EQ(Str(s), before);
+    s.Append(more.c_str(), 700);
+    EXPECT_EQ(Str(s), before + more);
+  }
+
+  // Arrays that must grow: by an element, to a size, to take a copy.
+  CIntArray a;
+  for (int i = 1; i <= 4; ++i) a.Add(i);
+  CIntArray longer;
+  longer.SetSize(50);
+  EXPECT_EQ(Attempt([&] { a.Add(5); }), "no memory after asking");
+  EXPECT_EQ(Attempt([&] { a.SetSize(5); }), "no memory after asking");
+  EXPECT_EQ(Attempt([&] { a = longer; }), "no memory after asking");
+  EXPECT_EQ(Attempt([&] { CIntArray copy(a); }), "no memory after asking");
+  EXPECT_EQ(Str(a.Repr(",", true)), "{1,2,3,4}");
+  EXPECT_EQ(Attempt([&] { a.SetSize(3); }), "done");  // shrinking takes nothing
+  EXPECT_EQ(a.Add(9), 4);
+  EXPECT_EQ(a.Add(5), 5);
+  EXPECT_EQ(Str(a.Repr(",", true)), "{1,2,3,9,5}");
+  a = longer;
+  EXPECT_EQ(a.size, 50);
+}
+
+// Whether the runtime keeps freed blocks for reuse: not when the
+// environment says KYT_MSG_POOL=0, nor under the sanitizers, which must see
+// each block as an allocation of its own.
+bool PoolsExpected() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return false;
+#endif
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+  return false;
+#endif
+#endif
+  const char* v = std::getenv("KYT_MSG_POOL");
+  return !(v && std::strcmp(v, "0") == 0);
+}
+
+TEST(FailedAllocation, LeavesMessagesAsTheyWereAndTheNextTrySucceeds) {
+  REQUIRE_FAILING_ALLOC();
+  // A message is a block of the smallest kept size: with the pools on, the
+  // block just freed, else an allocation that may fail.
+  delete new CMsg(10, 0, 0, MA_GetMsgDic());
+  EXPECT_EQ(Attempt([] { delete new CMsg(10, 0, 0, MA_GetMsgDic()); }),
+            PoolsExpected() ? "done" : "no memory after asking");
+
+  // Records in the object, then in a first block, then in ever larger ones:
+  // each value that needs more room fails once first.
+  MsgPtr m = NewMsg(10);
+  int fails = 0;
+  for (int k = 0; k < 40; ++k) {
+    const std::string before = Values(*m);
+    const std::string text = Letters(k * 7);
+    int rc = KYT_OK;
+    if (Attempt([&] { rc = m->SetValue(7, text.c_str()); }) == "done after asking") {
+      ++fails;
+      EXPECT_EQ(rc, KYT_E_NOMEM);
+      EXPECT_EQ(Values(*m), before);
+      EXPECT_EQ(m->GetValueCount(), k);
+      ASSERT_EQ(m->SetValue(7, text.c_str()), KYT_OK);
+    } else {
+      EXPECT_EQ(rc, KYT_OK);
+    }
+    EXPECT_EQ(m->GetValueCount(), k + 1);
+  }
+  EXPECT_GT(fails, 5);
+
+  // A sub-message that cannot be added is freed all the same (LeakSanitizer
+  // sees to that), and the next one goes in. The records grow past the kept
+  // block sizes, where each growth is an allocation.
+  MsgPtr parent = NewMsg(10);
+  int refused = 0;
+  for (int k = 0; k < 200 && refused < 2; ++k) {
+    const int size = parent->GetTreeSize();
+    CMsg* sub = new CMsg(2143, 0, 0, MA_GetMsgDic());
+    ASSERT_EQ(sub->SetValue(7, "sub"), KYT_OK);
+    int rc = KYT_OK;
+    if (Attempt([&] { rc = parent->SetValue(695, sub); }) == "done after asking") {
+      ++refused;
+      EXPECT_EQ(rc, KYT_E_NOMEM);
+      EXPECT_EQ(parent->GetTreeSize(), size);
+    } else {
+      EXPECT_EQ(rc, KYT_OK);
+      EXPECT_EQ(parent->GetTreeSize(), size + 1);
+    }
+  }
+  EXPECT_EQ(refused, 2);
+
+  // Reads into a text and an array that must grow for them.
+  MsgPtr values = NewMsg(10);
+  ASSERT_EQ(values->SetValue(7, Letters(600).c_str()), KYT_OK);
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(values->SetValue(5146, i), KYT_OK);
+  CString text("short");
+  CIntArray ints;
+  ints.Add(-1);
+  int rc = KYT_OK;
+  EXPECT_EQ(Attempt([&] { rc = values->GetValue(7, &text); }), "done after asking");
+  EXPECT_EQ(rc, KYT_E_NOMEM);
+  EXPECT_EQ(Attempt([&] { rc = values->GetValue(5146, &ints); }), "done after asking");
+  EXPECT_EQ(rc, KYT_E_NOMEM);
+  EXPECT_EQ(Str(text), "short");
+  EXPECT_EQ(Str(ints.Repr(",", false)), "-1");
+  EXPECT_EQ(values->GetValue(7, &text), KYT_OK);
+  EXPECT_EQ(values->GetValue(5146, &ints), KYT_OK);
+  EXPECT_EQ(Str(text), Letters(600));
+  EXPECT_EQ(ints.size, 20);
+  EXPECT_EQ(ints.GetAt(19), 19);
+}
+
+// ---- block pools ----
+
+// The block of a heap text starts where its text does.
+size_t BlockSize(const CString& s) { return malloc_usable_size(const_cast<char*>(s.ToStr())); }
+
+TEST(BlockPools, GiveEverySizeABlockOfItsClassAndReuseWhatIsFreed) {
+  REQUIRE_FAILING_ALLOC();
+  const bool pools = PoolsExpected();
+  // A heap text of n bytes takes a block of n + 1 rounded up to the kept
+  // sizes, 64 to 512 bytes in steps of 16, and beyond them one of its own.
+  for (int block = 64; block <= 512; block += 16) {
+    SCOPED_TRACE(block);
+    const std::string longest = Letters(block - 1);
+    const std::string shortest = Letters(block == 64 ? 32 : block - 16);
+    const char* freed;
+    {
+      CString s(longest.c_str());
+      EXPECT_GE(BlockSize(s), static_cast<size_t>(block));
+      freed = s.ToStr();
+    }
+    // The next text of this class takes the block just freed, without
+    // asking the heap, and the text of the next class does not.
+    std::unique_ptr<CString> reused(new CString);
+    EXPECT_EQ(Attempt([&] { *reused = shortest.c_str(); }),
+              pools ? "done" : "no memory after asking");
+    if (pools) {
+      EXPECT_EQ(reused->ToStr(), freed);
+      EXPECT_GE(BlockSize(*reused), shortest.size() + 1);
+      EXPECT_EQ(Str(*reused), shortest);
+    }
+    reused.reset();
+    {
+      CString next(Letters(block).c_str());
+      if (pools) {
+        EXPECT_NE(next.ToStr(), freed);  // (the heap may well give it again)
+      }
+      EXPECT_GE(BlockSize(next), static_cast<size_t>(block) + 1);
+      CString again(longest.c_str());
+      EXPECT_GE(BlockSize(again), static_cast<size_t>(block));
+      EXPECT_EQ(Str(again), longest);
+      EXPECT_EQ(Str(next), Letters(block));
+    }
+  }
+  // Larger blocks are never kept.
+  for (int len : {512, 513, 600, 5000}) {
+    { CString s(Letters(len).c_str()); }
+    EXPECT_EQ(Attempt([&] { CString s(Letters(len).c_str()); }), "no memory after asking") << len;
+  }
+  // Messages come from the smallest blocks, and so do records that outgrow
+  // one: a freed message is the next one made.
+  CMsg* first = new CMsg(10, 0, 0, MA_GetMsgDic());
+  void* where = first;
+  delete first;
+  CMsg* second = nullptr;
+  EXPECT_EQ(Attempt([&] { second = new CMsg(10, 0, 0, MA_GetMsgDic()); }),
+            pools ? "done" : "no memory after asking");
+  if (pools) {
+    EXPECT_EQ(static_cast<void*>(second), where);
+  }
+  delete second;
+}
+
+TEST(BlockPools, RecordsMovingThroughEveryClassKeepTheirValues) {
+  // Many messages grow side by side through every kept size and beyond, and
+  // half of them are freed and made again on the way: a block handed out
+  // for a size it cannot hold would spill into a neighbour.
+  constexpr int kMessages = 64;
+  std::vector<MsgPtr> msgs;
+  std::vector<std::string> want(kMessages);
+  for (int k = 0; k < kMessages; ++k) msgs.push_back(NewMsg(10));
+  for (int round = 0; round < 60; ++round) {
+    for (int k = 0; k < kMessages; ++k) {
+      if (round % 10 == 9 && k % 2 == round % 4 / 2) {
+        msgs[k] = NewMsg(10);
+        want[k].clear();
+      }
+      const std::string text = Letters((k + round) % 23);
+      ASSERT_EQ(msgs[k]->SetValue(7, text.c_str()), KYT_OK);
+      want[k] += "7:5 0 " + text + "\n";
+      const long memory = msgs[k]->GetTreeMemory() - 64;
+      EXPECT_TRUE(memory == 0 || memory > 512 || (memory >= 64 && memory % 16 == 0)) << memory;
+    }
+  }
+  for (int k = 0; k < kMessages; ++k) EXPECT_EQ(Values(*msgs[k]), want[k]) << k;
+}
+
+TEST(BlockPools, KeepAtMostTheirShareAndGiveAllBackWhenTheThreadEnds) {
+  REQUIRE_FAILING_ALLOC();
+  // Texts of 40 bytes take blocks of 64; a thread keeps 128 KiB of those.
+  auto churn = [](int n) {
+    std::vector<CString> texts(static_cast<size_t>(n));
+    for (CString& t : texts) t = Letters(40).c_str();
+  };
+  churn(3000);
+  const long before = FailingAlloc::Live();
+  churn(10000);
+  EXPECT_LE(FailingAlloc::Live() - before, (128 << 10) / 64);
+  const long kept = FailingAlloc::Live();
+
+  // Another thread's blocks, of every size, go back when it ends.
+  std::thread([&churn] {
+    for (int len = 32; len < 600; len += 7) {
+      std::vector<CString> texts(50);
+      for (CString& t : texts) t = Letters(len).c_str();
+    }
+    churn(5000);
+    std::vector<MsgPtr> msgs;
+    for (int k = 0; k < 100; ++k) msgs.push_back(NewMsg(10));
+  }).join();
+  EXPECT_EQ(FailingAlloc::Live(), kept);
+}
+
+TEST(BlockPools, AreOffWhenTheEnvironmentSaysSo) {
+  if (std::getenv("KYT_MSG_POOL")) GTEST_SKIP() << "KYT_MSG_POOL is set already";
+  // This program again, with KYT_MSG_POOL=0, on the cases that know the
+  // pools: there they expect every block to be an allocation of its own.
+  std::vector<std::string> env = {"KYT_MSG_POOL=0"};
+  for (char** e = environ; *e; ++e) env.emplace_back(*e);
+  std::vector<char*> envp;
+  for (std::string& e : env) envp.push_back(&e[0]);
+  envp.push_back(nullptr);
+  std::string exe = "/proc/self/exe";
+  std::string filter =
+      "--gtest_filter=BlockPools.*:FailedAllocation.*:-BlockPools.AreOffWhenTheEnvironmentSaysSo";
+  std::string brief = "--gtest_brief=1";
+  char* argv[] = {&exe[0], &filter[0], &brief[0], nullptr};
+  pid_t pid;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv, envp.data()), 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 #endif  // RUNTIME_TEST_WITHOUT_FAILING_ALLOC
