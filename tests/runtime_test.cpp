@@ -50,8 +50,8 @@ std::string Raw(const CMsg& msg) {
   CMsg::Value v;
   while (cursor.Next(&v)) {
     out += "T" + std::to_string(v.tag) + " k" + std::to_string(static_cast<int>(v.kind)) +
-           (v.isSet ? " set " : " unset ") + std::to_string(v.i) + " " + std::to_string(v.d) +
-           " " + std::to_string(v.b) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
+           (v.isSet ? " set " : " unset ") + std::to_string(v.i) + " " + std::to_string(v.d) + " " +
+           std::to_string(v.b) + " " + std::string(v.text ? v.text : "", v.len) + "\n";
     if (v.msg) out += "{\n" + Raw(*v.msg) + "}\n";
   }
   return out;
@@ -174,6 +174,50 @@ TEST(CStringTest, KeepsTextsOnBothSidesOfTheInlineLimit) {
   s = static_cast<const char*>(nullptr);
   EXPECT_TRUE(s.IsEmpty());
   EXPECT_TRUE(CString("abc", -1).IsEmpty());
+}
+
+TEST(CStringTest, AssignsAcrossTheInlineLimitInEveryDirection) {
+  // Texts in the object, at its edge, and on the heap of two sizes; the
+  // target is first given its text by each way a string gets one.
+  const int lengths[] = {0, 1, 31, 32, 100, 600};
+  for (int from : lengths) {
+    for (int to : lengths) {
+      SCOPED_TRACE(std::to_string(from) + " bytes over " + std::to_string(to));
+      const std::string want = Pattern(from + 1).substr(1);  // "bcd...", not "abc..."
+      const CString src(want.c_str());
+      std::vector<CString> targets;
+      targets.emplace_back(Pattern(to).c_str());
+      targets.emplace_back(Pattern(600).c_str());
+      targets.back() = Pattern(to).c_str();  // a short text in a heap block
+      targets.emplace_back(CString(Pattern(to).c_str()));
+      for (CString& dst : targets) {
+        dst = src;
+        EXPECT_EQ(Str(dst), want);
+        EXPECT_EQ(dst.ToStr()[from], '\0');
+        EXPECT_EQ(dst, src);
+        CString copy(dst);
+        EXPECT_EQ(Str(copy), want);
+        copy.Append("!", 1);
+        dst.Append("?", 1);
+        EXPECT_EQ(Str(copy), want + "!");
+        EXPECT_EQ(Str(dst), want + "?");
+        EXPECT_EQ(Str(src), want);
+        CString& same = copy;
+        copy = same;
+        EXPECT_EQ(Str(copy), want + "!");
+        copy = "";
+        EXPECT_TRUE(copy.IsEmpty());
+        EXPECT_STREQ(copy.ToStr(), "");
+        CString fromEmpty(copy);  // empty, perhaps in a heap block
+        EXPECT_TRUE(fromEmpty.IsEmpty());
+        dst = fromEmpty;
+        EXPECT_TRUE(dst.IsEmpty());
+        EXPECT_STREQ(dst.ToStr(), "");
+        dst = src;
+        EXPECT_EQ(Str(dst), want);
+      }
+    }
+  }
 }
 
 TEST(CStringTest, ComparesAndQuotes) {
@@ -351,6 +395,104 @@ TEST(CDateTest, SetTakesUpToEightCharactersAndIsValidTextChecksTheCalendar) {
   EXPECT_FALSE(CDate::IsValidText(nullptr));
 }
 
+// The days of a month, reckoned apart from the runtime: the day before the
+// first of the next month, in days since 1 March of year 0 of the proleptic
+// Gregorian calendar (a year of that count starts in March, so that the
+// leap day comes last).
+long DayNumber(long year, int month, int day) {
+  if (month <= 2) {
+    --year;
+    month += 12;
+  }
+  const long fromMarch = (153 * (month - 3) + 2) / 5 + day - 1;
+  return year * 365 + year / 4 - year / 100 + year / 400 + fromMarch;
+}
+int DaysIn(int year, int month) {
+  const long next = month == 12 ? DayNumber(year + 1, 1, 1) : DayNumber(year, month + 1, 1);
+  return static_cast<int>(next - DayNumber(year, month, 1));
+}
+
+std::string DateText(int year, int month, int day) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%04d%02d%02d", year, month, day);
+  return text;
+}
+
+TEST(CDateTest, IsValidTextKnowsEveryMonthOfEveryYear) {
+  // The rules by name: every fourth year is a leap year, but not every
+  // hundredth, but every four hundredth.
+  for (const char* leap : {"20000229", "20240229", "16000229", "24000229", "00040229", "04000229",
+                           "99960229", "19960229"}) {
+    EXPECT_TRUE(CDate::IsValidText(leap)) << leap;
+  }
+  for (const char* common : {"19000229", "21000229", "22000229", "23000229", "20230229", "00010229",
+                             "01000229", "99990229", "20000230", "20240230"}) {
+    EXPECT_FALSE(CDate::IsValidText(common)) << common;
+  }
+  EXPECT_EQ(DaysIn(2024, 2), 29);
+  EXPECT_EQ(DaysIn(1900, 2), 28);
+  EXPECT_EQ(DaysIn(2000, 2), 29);
+  EXPECT_EQ(DaysIn(2023, 4), 30);
+  EXPECT_EQ(DaysIn(2023, 12), 31);
+
+  // Every month of years 1 to 9999: its first and last days, and the days
+  // just outside it.
+  int wrong = 0;
+  for (int year = 1; year <= 9999; ++year) {
+    for (int month = 1; month <= 12; ++month) {
+      const int last = DaysIn(year, month);
+      for (int day : {0, 1, 28, last - 1, last, last + 1, 31, 32}) {
+        const std::string text = DateText(year, month, day);
+        const bool valid = day >= 1 && day <= last;
+        if (CDate::IsValidText(text.c_str()) != valid && ++wrong <= 10) {
+          ADD_FAILURE() << text << (valid ? " refused" : " taken");
+        }
+      }
+    }
+  }
+  EXPECT_EQ(wrong, 0);
+
+  // No year 0, no month 0 or beyond 12, in any year.
+  for (int year : {0, 1, 1999, 9999}) {
+    for (int month : {0, 13, 19, 20, 99}) {
+      EXPECT_FALSE(CDate::IsValidText(DateText(year, month, 1).c_str())) << year << month;
+    }
+    EXPECT_EQ(CDate::IsValidText(DateText(year, 1, 1).c_str()), year > 0) << year;
+  }
+}
+
+TEST(CDateTest, IsValidTextTakesEightDigitsAndNothingElse) {
+  const std::string good = "20240229";
+  ASSERT_TRUE(CDate::IsValidText(good.c_str()));
+  // Each digit in turn replaced by the characters around the digits, and
+  // by others; a terminator there makes the text short.
+  for (size_t i = 0; i < good.size(); ++i) {
+    for (char c : {'/', ':', ' ', '-', '+', '.', 'a', 'O', '\x80', '\xff', '\0'}) {
+      std::string text = good;
+      text[i] = c;
+      EXPECT_FALSE(CDate::IsValidText(text.c_str())) << i << " " << static_cast<int>(c);
+    }
+  }
+  // Every length but eight, and eight with more after it.
+  for (size_t len = 0; len < good.size(); ++len) {
+    EXPECT_FALSE(CDate::IsValidText(good.substr(0, len).c_str())) << len;
+  }
+  for (const char* longer : {"202402290", "20240229 ", "20240229x", "202402291231"}) {
+    EXPECT_FALSE(CDate::IsValidText(longer)) << longer;
+  }
+  EXPECT_FALSE(CDate::IsValidText(nullptr));
+  // A set date goes into a message only when it is one; an unset date
+  // whatever its text.
+  MsgPtr m = NewMsg(10);
+  EXPECT_EQ(m->SetValue(198, Date("20240229")), KYT_OK);
+  EXPECT_EQ(m->SetValue(198, Date("21000229")), KYT_E_VALUE);
+  EXPECT_EQ(m->SetValue(198, Date("2024022")), KYT_E_VALUE);
+  CDate unset = Date("2100029");
+  unset.isSet = false;
+  EXPECT_EQ(m->SetValue(198, unset), KYT_OK);
+  EXPECT_EQ(m->GetValueCount(), 2);
+}
+
 TEST(ValueArrays, GrowCopyAndPrint) {
   CIntArray a;
   EXPECT_EQ(a.GetAt(0), 0);
@@ -391,6 +533,92 @@ TEST(ValueArrays, GrowCopyAndPrint) {
   EXPECT_EQ(d.Repr(";", true),
             "{-1.500000000000000e+00;1.000000000000000e+300;4.940656458412465e-324;"
             "0.000000000000000e+00}");
+}
+
+// `n` elements counting up from `first`.
+template <class A>
+A CountingUp(int n, int first) {
+  A a;
+  for (int i = 0; i < n; ++i) a.Add(first + i);
+  return a;
+}
+
+template <class A>
+void CopiesEveryElementWhateverTheSizes() {
+  // Empty, one element, the four of the first block, and past it.
+  const int sizes[] = {0, 1, 2, 4, 5, 9};
+  for (int from : sizes) {
+    for (int to : sizes) {
+      SCOPED_TRACE(std::to_string(from) + " elements over " + std::to_string(to));
+      const A src = CountingUp<A>(from, 100);
+      const std::string want = Show(src);
+      A dst = CountingUp<A>(to, 200);
+      dst = src;
+      EXPECT_EQ(Show(dst), want);
+      EXPECT_TRUE(dst == src);
+      A built(src);
+      EXPECT_EQ(Show(built), want);
+      A moved(std::move(built));
+      EXPECT_EQ(Show(moved), want);
+      EXPECT_EQ(built.size, 0);
+      A target = CountingUp<A>(to, 300);
+      target = std::move(moved);
+      EXPECT_EQ(Show(target), want);
+      // Each copy is its own: changing it leaves the source alone, and it
+      // grows on its own.
+      if (from > 0) {
+        EXPECT_TRUE(dst.SetAt(from - 1, -1));
+        EXPECT_FALSE(dst == src);
+        EXPECT_EQ(Show(src), want);
+      }
+      EXPECT_EQ(dst.Add(7), from + 1);
+      EXPECT_EQ(dst.GetAt(from), 7);
+      EXPECT_EQ(Show(src), want);
+      A& same = dst;
+      const std::string before = Show(dst);
+      dst = same;
+      EXPECT_EQ(Show(dst), before);
+    }
+  }
+}
+
+TEST(ValueArrays, CopiesEveryElementWhateverTheSizes) {
+  CopiesEveryElementWhateverTheSizes<CIntArray>();
+  CopiesEveryElementWhateverTheSizes<CDblArray>();
+}
+
+TEST(ValueArrays, OfOneElement) {
+  const CIntArray one = Ints({-5});
+  EXPECT_EQ(one.size, 1);
+  EXPECT_EQ(one.GetAt(0), -5);
+  EXPECT_EQ(one.GetAt(1), 0);
+  EXPECT_EQ(one.GetAt(-1), 0);
+  EXPECT_EQ(one.Repr(", ", false), "-5");
+  EXPECT_EQ(one.Repr(", ", true), "{-5}");
+  EXPECT_EQ(Dbls({0.25}).Repr("; ", true), "{2.500000000000000e-01}");
+  EXPECT_TRUE(one == Ints({-5}));
+  EXPECT_FALSE(one == Ints({5}));
+  EXPECT_FALSE(one == Ints({-5, 0}));
+  EXPECT_FALSE(Ints({-5, 1}) == Ints({-5, 2}));
+  EXPECT_FALSE(Dbls({1.0}) == Dbls({2.0}));
+  EXPECT_FALSE(CIntArray() == one);
+
+  // Read from a message: one set value, one among unset ones, and a single
+  // value read as an array.
+  MsgPtr m = NewMsg(10);
+  ASSERT_EQ(m->SetValue(5146, 42), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, CDbl()), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, 0.5), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, CDbl()), KYT_OK);
+  ASSERT_EQ(m->SetValue(239, CDbl(7.0)), KYT_OK);
+  EXPECT_EQ(Read(*m, 5146, Ints({1, 2, 3})), "{42}");
+  EXPECT_EQ(Read(*m, 612, Dbls({1.0, 2.0})), "{0.5}");
+  EXPECT_EQ(Read(*m, 239, CDblArray()), "{7}");
+  CIntArray read;
+  ASSERT_EQ(m->GetValue(5146, &read), KYT_OK);
+  CIntArray copy(read);
+  EXPECT_EQ(Show(copy), "{42}");
+  EXPECT_EQ(copy.Repr(",", true), "{42}");
 }
 
 // What printf gives for the elements joined by `sep`.
@@ -703,9 +931,48 @@ TEST(CMsgValues, SingleAndArrayFormsShareATag) {
   ASSERT_EQ(raw->SetValue(695, NewSub()), KYT_OK);
   ASSERT_EQ(raw->SetValue(695, 4.0), KYT_OK);
   EXPECT_EQ(Read(*raw, 612, Dbls({99.0})), "rc -2: {99}");
-  EXPECT_EQ(Read<CDbl>(*raw, 612), "1");  // the first value alone is a double
+  EXPECT_EQ(Read<CDbl>(*raw, 612), "rc -2: -");
   EXPECT_EQ(raw->GetValue(695, &subs), KYT_E_TYPE);
   EXPECT_EQ(subs.GetSize(), 0);
+}
+
+TEST(CMsgValues, ATagWithValuesOfSeveralKindsFailsEveryRead) {
+  // Only a message without a dictionary takes them: a value of one kind,
+  // then one of another, next to it or with another tag between.
+  for (const Writer& first : kWriters) {
+    for (const Writer& then : kWriters) {
+      if (first.kind == then.kind) continue;
+      for (bool spread : {false, true}) {
+        SCOPED_TRACE(std::string(first.name) + " then " + then.name + (spread ? ", spread" : ""));
+        MsgPtr m = NewMsg(2161, nullptr);
+        ASSERT_EQ(first.set(*m, 612), KYT_OK);
+        if (spread) {
+          ASSERT_EQ(m->SetValue(900, CInt(9)), KYT_OK);
+        }
+        ASSERT_EQ(then.set(*m, 612), KYT_OK);
+        for (const Reader& r : kReaders) {
+          EXPECT_EQ(r.read(*m, 612), "rc -2: " + std::string(r.untouched)) << r.name;
+        }
+        EXPECT_EQ(Read<CInt>(*m, 900), spread ? "9" : "rc -1: -");
+      }
+    }
+  }
+
+  // An unset value counts for its kind; the other tags read as they are.
+  MsgPtr m = NewMsg(2161, nullptr);
+  ASSERT_EQ(m->SetValue(6, CInt(1)), KYT_OK);
+  for (int k = 0; k < 3; ++k) ASSERT_EQ(m->SetValue(612, k), KYT_OK);
+  ASSERT_EQ(m->SetValue(612, CDbl()), KYT_OK);
+  ASSERT_EQ(m->SetValue(695, NewSub()), KYT_OK);
+  ASSERT_EQ(m->SetValue(695, CInt()), KYT_OK);
+  EXPECT_EQ(Read(*m, 612, Ints({9})), "rc -2: {9}");
+  EXPECT_EQ(Read(*m, 612, CInt(5)), "rc -2: 5");
+  CMsg* sub = nullptr;
+  EXPECT_EQ(m->GetValue(695, &sub), KYT_E_TYPE);
+  EXPECT_EQ(sub, nullptr);
+  EXPECT_EQ(Read<CInt>(*m, 6), "1");
+  ASSERT_EQ(m->SetValue(7, "text"), KYT_OK);
+  EXPECT_EQ(Read<CString>(*m, 7), "\"text\"");
 }
 
 TEST(CMsgValues, FindsValuesInAnyOrderOfAdding) {

@@ -67,15 +67,18 @@ ValueArray<T>& ValueArray<T>::operator=(ValueArray&& other) noexcept {
   return *this;
 }
 
+// The capacity at least doubles, so that appends cost linear time; near
+// kMaxSize it takes what is left.
 template <class T>
-void ValueArray<T>::Reserve(int n) {
+void ValueArray<T>::Reserve(int64_t n) {
   if (n <= cap_) return;
-  int cap = cap_ * 2 > n ? cap_ * 2 : n;
+  if (n > kMaxSize) throw std::bad_array_new_length();
+  const int64_t cap = std::min<int64_t>(std::max<int64_t>(int64_t{cap_} * 2, n), kMaxSize);
   T* p = static_cast<T*>(::operator new(sizeof(T) * static_cast<size_t>(cap)));
   if (size > 0) std::memcpy(p, data_, sizeof(T) * static_cast<size_t>(size));
   ::operator delete(data_);
   data_ = p;
-  cap_ = cap;
+  cap_ = static_cast<int32_t>(cap);
 }
 
 template <class T>
@@ -87,7 +90,7 @@ bool ValueArray<T>::SetAt(int index, T v) {
 
 template <class T>
 int ValueArray<T>::Add(T v) {
-  if (size == cap_) Reserve(size < 4 ? 4 : size * 2);
+  if (size == cap_) Reserve(size < 4 ? 4 : int64_t{size} + 1);
   data_[size] = v;
   return ++size;
 }
@@ -112,7 +115,7 @@ bool ValueArray<T>::operator==(const ValueArray& other) const {
 template <class T>
 CString ValueArray<T>::Join(const char* sep, bool braced) const {
   const size_t seplen = sep ? std::strlen(sep) : 0;
-  if (seplen > INT_MAX) throw std::bad_alloc();
+  if (seplen > INT_MAX) throw std::bad_array_new_length();
   // Room for every element at its widest: one block, written in place.
   const int64_t n = size > 0 ? size : 0;
   const int64_t most =

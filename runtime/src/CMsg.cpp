@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <vector>
 
 #include "Blocks.h"
 #include "Records.h"
@@ -54,7 +55,7 @@ bool EachOfTag(const uint8_t* buf, uint32_t size, bool sorted, const Rec& first,
 }
 
 // Reads the set values under the tag of a first record into a CIntArray or
-// CDblArray, when all are of the kind of that record.
+// CDblArray (all of the array's kind: CMsg::Get sees to it).
 struct TakeAll {
   const uint8_t* buf;
   uint32_t size;
@@ -62,14 +63,11 @@ struct TakeAll {
 
   template <class T>
   int operator()(const Rec& first, kyt_detail::ValueArray<T>& out) const {
-    const KytKind kind = KindOf(first.head);
     int n = 0;
-    bool ok = EachOfTag(buf, size, sorted, first, [&](const Rec& r) {
-      if (KindOf(r.head) != kind) return false;
+    EachOfTag(buf, size, sorted, first, [&n](const Rec& r) {
       if (r.head & kSetBit) ++n;
       return true;
     });
-    if (!ok) return KYT_E_TYPE;
     try {
       out.SetSize(n);
     } catch (const std::bad_alloc&) {
@@ -133,6 +131,40 @@ using kyt_detail::kMinBlock;
 using kyt_detail::TakeBlock;
 static_assert(sizeof(CMsg) == kMinBlock, "message objects come from the smallest blocks");
 
+// The messages that a walk of a tree is in, each with the position of its
+// next record to look at. The first levels live in the walk itself; deeper
+// ones go to the heap, so that a tree of any depth is walked without
+// recursion and an ordinary one without allocation.
+class WalkStack {
+ public:
+  struct Level {
+    const CMsg* msg;
+    uint32_t pos;
+  };
+
+  bool Empty() const { return n_ == 0; }
+  Level& Top() { return n_ <= kInline ? inline_[n_ - 1] : deep_.back(); }
+  // Throws std::bad_alloc when a deep level finds no memory.
+  void Push(const CMsg* msg) {
+    if (n_ < kInline) {
+      inline_[n_] = {msg, 0};
+    } else {
+      deep_.push_back({msg, 0});
+    }
+    ++n_;
+  }
+  void Pop() {
+    if (n_ > kInline) deep_.pop_back();
+    --n_;
+  }
+
+ private:
+  static constexpr int kInline = 32;
+  Level inline_[kInline];
+  std::vector<Level> deep_;
+  int n_ = 0;
+};
+
 }  // namespace
 
 void* CMsg::operator new(size_t size) {
@@ -158,13 +190,31 @@ CMsg::CMsg(int num, int /*reserved1*/, int /*reserved2*/, CMsgDic* dic)
       hasSubs_(false) {}
 
 CMsg::~CMsg() {
-  if (hasSubs_) {
-    AnySub(buf_, size_, [](CMsg* sub) {
-      delete sub;
+  if (hasSubs_) FreeSubs();
+  if (buf_ != local_) GiveBlock(buf_, cap_);
+}
+
+// Frees every message below this one, in a loop rather than by recursion, so
+// that a tree of any depth goes in a stack of fixed size and without memory:
+// the messages to free wait in a list linked through their dictionary field,
+// which a message on its way out needs no longer.
+void CMsg::FreeSubs() noexcept {
+  CMsg* doomed = nullptr;
+  auto takeSubs = [&doomed](CMsg& m) {
+    AnySub(m.buf_, m.size_, [&doomed](CMsg* sub) {
+      sub->nextDoomed_ = doomed;
+      doomed = sub;
       return false;
     });
+    m.hasSubs_ = false;
+  };
+  takeSubs(*this);
+  while (doomed) {
+    CMsg* m = doomed;
+    doomed = m->nextDoomed_;
+    if (m->hasSubs_) takeSubs(*m);
+    delete m;  // holds no sub-message now
   }
-  if (buf_ != local_) GiveBlock(buf_, cap_);
 }
 
 // Records that outgrow the object move to the heap, which then grows by half
@@ -299,7 +349,13 @@ int CMsg::SetValue(int tag, CMsg* sub) {
   if (!sub || sub->attached_ || sub == this) return KYT_E_ARG;
   // `sub` is the root of its tree. It holds this message only if this one is
   // attached somewhere, which a message being built never is.
-  if (attached_ && sub->Contains(this)) return KYT_E_ARG;
+  if (attached_) {
+    try {
+      if (sub->AnyBelow([this](const CMsg& m) { return &m == this; })) return KYT_E_ARG;
+    } catch (const std::bad_alloc&) {
+      return KYT_E_NOMEM;
+    }
+  }
   int rc = Put(tag, KytKind::kMsg, true, sizeof sub, [&](uint8_t* p) {
     std::memcpy(p, &sub, sizeof sub);
     sub->attached_ = true;
@@ -309,9 +365,31 @@ int CMsg::SetValue(int tag, CMsg* sub) {
   return rc;
 }
 
-bool CMsg::Contains(const CMsg* msg) const {
-  return hasSubs_ &&
-         AnySub(buf_, size_, [msg](const CMsg* sub) { return sub == msg || sub->Contains(msg); });
+// Calls f with every message below this one, depth first, until f gives
+// true; gives whether it did.
+template <class F>
+bool CMsg::AnyBelow(F f) const {
+  if (!hasSubs_) return false;
+  WalkStack walk;
+  walk.Push(this);
+  while (!walk.Empty()) {
+    WalkStack::Level& level = walk.Top();
+    const CMsg& m = *level.msg;
+    const CMsg* sub = nullptr;
+    while (level.pos < m.size_ && !sub) {
+      Rec r = Decode(m.buf_, level.pos);
+      if (KindOf(r.head) == KytKind::kMsg) sub = SubOf(r);
+      level.pos = r.next;
+    }
+    if (!sub) {
+      walk.Pop();
+    } else if (f(*sub)) {
+      return true;
+    } else if (sub->hasSubs_) {
+      walk.Push(sub);
+    }
+  }
+  return false;
 }
 
 // ---- reading ----
@@ -337,6 +415,12 @@ int CMsg::Get(int tag, KytKind kind, Out* out, Take take) const {
   Rec r = Decode(buf_, pos);
   Passed(tag, r.next);
   if (KindOf(r.head) != kind) return KYT_E_TYPE;
+  // With a dictionary every value under a tag is of the tag's kind; without
+  // one, a tag may hold values of several kinds, and is then of none.
+  if (!dic_ && !EachOfTag(buf_, size_, sorted_, r,
+                          [kind](const Rec& e) { return KindOf(e.head) == kind; })) {
+    return KYT_E_TYPE;
+  }
   return take(r, *out);
 }
 
@@ -366,11 +450,10 @@ int CMsg::GetValue(int tag, CMsgArray* out) const {
   }
   return Get(tag, KytKind::kMsg, out, [this](const Rec& first, CMsgArray& a) {
     int n = 0;
-    bool ok = EachOfTag(buf_, size_, sorted_, first, [&n](const Rec& r) {
+    EachOfTag(buf_, size_, sorted_, first, [&n](const Rec&) {
       ++n;
-      return KindOf(r.head) == KytKind::kMsg;
+      return true;
     });
-    if (!ok) return KYT_E_TYPE;
     a.tag_ = first.tag;
     a.size_ = n;
     a.curIndex_ = 0;
@@ -381,23 +464,22 @@ int CMsg::GetValue(int tag, CMsgArray* out) const {
 
 int CMsg::GetTreeSize() const {
   int n = 1;
-  if (hasSubs_) {
-    AnySub(buf_, size_, [&n](const CMsg* sub) {
-      n += sub->GetTreeSize();
-      return false;
-    });
-  }
+  AnyBelow([&n](const CMsg&) {
+    ++n;
+    return false;
+  });
   return n;
 }
 
 long CMsg::GetTreeMemory() const {
-  long n = static_cast<long>(sizeof(CMsg)) + (buf_ != local_ ? static_cast<long>(cap_) : 0);
-  if (hasSubs_) {
-    AnySub(buf_, size_, [&n](const CMsg* sub) {
-      n += sub->GetTreeMemory();
-      return false;
-    });
-  }
+  auto own = [](const CMsg& m) {
+    return static_cast<long>(sizeof(CMsg)) + (m.buf_ != m.local_ ? static_cast<long>(m.cap_) : 0);
+  };
+  long n = own(*this);
+  AnyBelow([&n, &own](const CMsg& m) {
+    n += own(m);
+    return false;
+  });
   return n;
 }
 

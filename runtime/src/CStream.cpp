@@ -9,6 +9,7 @@ CStream::~CStream() { std::free(data_); }
 void CStream::AppendData(const char* data, int len) {
   if (!data || len <= 0) return;
   size_t n = static_cast<size_t>(len);
+  if (n > kMaxSize - size_) throw std::bad_array_new_length();
   if (cap_ - size_ < n + 1) {
     size_t cap = cap_ * 2;
     if (cap < size_ + n + 1) cap = size_ + n + 1;

@@ -23,8 +23,19 @@ void CString::Release() {
   SetLocalSize(0);
 }
 
+namespace {
+
+// The length of a terminated text, refused when it passes kMaxSize.
+int LengthOf(const char* text) {
+  size_t n = std::strlen(text);
+  if (n > static_cast<size_t>(CString::kMaxSize)) throw std::bad_array_new_length();
+  return static_cast<int>(n);
+}
+
+}  // namespace
+
 char* CString::NewHeap(int64_t* cap) {
-  if (*cap > INT_MAX) throw std::bad_alloc();  // the length is an int
+  if (*cap > kMaxSize) throw std::bad_array_new_length();
   size_t bytes = kyt_detail::BlockFor(static_cast<size_t>(*cap) + 1);
   char* p = static_cast<char*>(kyt_detail::TakeBlock(bytes));
   if (!p) throw std::bad_alloc();
@@ -32,16 +43,42 @@ char* CString::NewHeap(int64_t* cap) {
   return p;
 }
 
+// A growing heap text at least doubles, so that appends cost linear time;
+// near kMaxSize it takes what is left.
+char* CString::NewRoom(int64_t len, int* cap) const {
+  if (len > kMaxSize) throw std::bad_array_new_length();
+  int64_t c = std::max<int64_t>(IsLocal() ? 0 : int64_t{HeapCap()} * 2, len);
+  c = std::min<int64_t>(c, kMaxSize);
+  char* p = NewHeap(&c);
+  *cap = static_cast<int>(c);
+  return p;
+}
+
 char* CString::Reserve(int64_t len, int keep) {
-  if (len <= (IsLocal() ? kLocalCap : HeapCap())) return Data();
-  int64_t cap = IsLocal() ? 0 : HeapCap();
-  cap = std::max(cap * 2, len);
-  if (len <= INT_MAX) cap = std::min<int64_t>(cap, INT_MAX);
-  char* p = NewHeap(&cap);
+  if (len <= Capacity()) return Data();
+  int cap;
+  char* p = NewRoom(len, &cap);
   if (keep > 0) std::memcpy(p, ToStr(), static_cast<size_t>(keep));
   Release();
-  SetHeap(p, keep, static_cast<int>(cap));
+  SetHeap(p, keep, cap);
   return p;
+}
+
+void CString::Splice(int keep, const char* text, int len) {
+  const int64_t total = int64_t{keep} + len;
+  if (total <= Capacity()) {
+    std::memmove(Data() + keep, text, static_cast<size_t>(len));
+  } else {
+    // The old text is let go only after both parts are copied, as `text`
+    // may lie in it.
+    int cap;
+    char* p = NewRoom(total, &cap);
+    std::memcpy(p, ToStr(), static_cast<size_t>(keep));
+    std::memcpy(p + keep, text, static_cast<size_t>(len));
+    Release();
+    SetHeap(p, keep, cap);
+  }
+  SetSize(static_cast<int>(total));
 }
 
 void CString::SetSize(int n) {
@@ -54,7 +91,7 @@ void CString::SetSize(int n) {
 }
 
 CString::CString(const char* text) : CString() {
-  if (text) Assign(text, static_cast<int>(std::strlen(text)));
+  if (text) Assign(text, LengthOf(text));
 }
 
 CString::CString(const char* text, int len) : CString() { Assign(text, len); }
@@ -68,7 +105,7 @@ CString& CString::operator=(const char* text) {
   if (!text) {
     SetSize(0);
   } else {
-    Assign(text, static_cast<int>(std::strlen(text)));
+    Assign(text, LengthOf(text));
   }
   return *this;
 }
@@ -105,30 +142,12 @@ void CString::Assign(const char* text, int len) {
     SetSize(0);
     return;
   }
-  const char* cur = ToStr();
-  if (text >= cur && text <= cur + GetSize()) {
-    // The text lies inside this string: take a copy before touching it.
-    CString copy(text, len);
-    *this = static_cast<CString&&>(copy);
-    return;
-  }
-  char* p = Reserve(len, 0);
-  std::memcpy(p, text, static_cast<size_t>(len));
-  SetSize(len);
+  Splice(0, text, len);
 }
 
 void CString::Append(const char* text, int len) {
   if (!text || len <= 0) return;
-  int old = GetSize();
-  const char* cur = ToStr();
-  if (text >= cur && text <= cur + old) {
-    CString copy(text, len);
-    Append(copy.ToStr(), len);
-    return;
-  }
-  char* p = Reserve(static_cast<int64_t>(old) + len, old);
-  std::memcpy(p + old, text, static_cast<size_t>(len));
-  SetSize(old + len);
+  Splice(GetSize(), text, len);
 }
 
 int CString::Format(const char* format, ...) {

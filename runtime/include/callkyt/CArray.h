@@ -2,10 +2,15 @@
 //
 // `size` is the element count and is read directly by the message classes;
 // change it only through the member functions. Allocation failure throws
-// std::bad_alloc.
+// std::bad_alloc. An array holds at most kMaxSize elements, so that its block
+// stays below 2 GiB like every other block of the runtime (a message holds
+// fewer values under one tag than that); a size beyond it throws
+// std::bad_array_new_length (a std::bad_alloc) before anything is allocated.
+// A call that throws leaves the array as it was.
 #pragma once
 
 #include <cstdint>
+#include <new>
 
 #include "callkyt/CString.h"
 
@@ -14,6 +19,8 @@ namespace kyt_detail {
 template <class T>
 class ValueArray {
  public:
+  static constexpr int32_t kMaxSize = static_cast<int32_t>(INT32_MAX / sizeof(T));
+
   int32_t size;
 
   ValueArray() noexcept : size(0), cap_(0), data_(nullptr) {}
@@ -29,7 +36,8 @@ class ValueArray {
   bool SetAt(int index, T v);
   // Appends one element and gives the new size.
   int Add(T v);
-  // Makes `n` elements, keeping the first ones and zeroing the new ones.
+  // Makes `n` elements, keeping the first ones and zeroing the new ones; a
+  // negative `n` makes none.
   void SetSize(int n);
   void RemoveAll() { size = 0; }
   const T* Data() const { return data_; }
@@ -38,7 +46,8 @@ class ValueArray {
   bool operator!=(const ValueArray& other) const { return !(*this == other); }
 
  protected:
-  void Reserve(int n);
+  // Room for `n` elements.
+  void Reserve(int64_t n);
   // The elements as texts joined by `sep`, in "{" and "}" when `braced`.
   CString Join(const char* sep, bool braced) const;
 

@@ -11,13 +11,18 @@
 //
 // Results of GetValue: 0 when the object was filled, KYT_ABSENT when the tag
 // holds nothing, below -1 on failure (see the codes below). SetValue gives 0
-// or a failure code.
+// or a failure code. A read asks for one kind of value; a tag that holds a
+// value of any other kind fails it with KYT_E_TYPE, even when its first value
+// is of the kind asked, so that single and array reads of a tag agree.
 //
 // With a dictionary (MA_GetMsgDic()), SetValue refuses a tag the dictionary
 // does not know and a value whose type contradicts the tag's, and a set date
 // that is not "YYYYMMDD". A message built with a null dictionary checks
 // nothing; tests use that to build replies that a checked message would
-// refuse.
+// refuse, with values of several kinds under one tag.
+//
+// A tree may be of any depth: freeing it, measuring it and the check for
+// cycles in SetValue walk it without recursion.
 //
 // Reading leaves a message as it was: every GetValue is const, and any number
 // of threads may read one message at the same time, as long as none of them
@@ -105,16 +110,21 @@ class CMsg final {
   // Adds a sub-message and takes it over, also when the value is refused:
   // a refused sub-message is freed at once. A message that already belongs
   // to a tree (this one or another) is refused with KYT_E_ARG and left alone.
+  // When this message belongs to a tree, `sub` is searched for it first;
+  // should memory for that search of a very deep tree run out, the result
+  // is KYT_E_NOMEM and `sub` is left alone too, as it may hold this message.
   int SetValue(int tag, CMsg* sub);
 
   CMsgDic* GetDic() const { return dic_; }
 
   // The number of values held, counting each element of a repeated value.
   int GetValueCount() const { return count_; }
-  // The number of messages in the tree: this one and all below it.
+  // The number of messages in the tree: this one and all below it. The walk
+  // keeps the messages it is in on a stack of its own, which takes memory
+  // beyond 32 levels: std::bad_alloc when that runs out.
   int GetTreeSize() const;
   // The bytes of memory the tree holds: its message objects and the value
-  // buffers that did not fit in them.
+  // buffers that did not fit in them. Walks as GetTreeSize does.
   long GetTreeMemory() const;
 
   // Reading the values in the order they were added, for printers and tools.
@@ -153,11 +163,16 @@ class CMsg final {
   int Check(int tag, KytKind kind) const;
   uint32_t Find(int tag) const;
   void Passed(int tag, uint32_t next) const;
-  bool Contains(const CMsg* msg) const;
+  template <class F>
+  bool AnyBelow(F f) const;
+  void FreeSubs() noexcept;
 
   // 64 bytes in all: a message of a few fields keeps its records inside.
   int32_t count_;
-  CMsgDic* dic_;
+  union {
+    CMsgDic* dic_;
+    CMsg* nextDoomed_;  // while the tree above frees it: the next to free
+  };
   uint8_t* buf_;
   uint32_t size_;
   uint32_t cap_;

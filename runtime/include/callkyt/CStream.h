@@ -8,13 +8,18 @@
 
 class CStream {
  public:
+  // The most bytes a stream holds, since its size is an int.
+  static constexpr int kMaxSize = 0x7fffffff;
+
   CStream() noexcept : data_(nullptr), size_(0), cap_(0) {}
   ~CStream();
   CStream(const CStream&) = delete;
   CStream& operator=(const CStream&) = delete;
 
   // Appends `len` bytes from `data`. A null pointer or a length of 0 or less
-  // appends nothing. Throws std::bad_alloc if the stream cannot grow.
+  // appends nothing. Throws std::bad_alloc if the stream cannot grow, and
+  // std::bad_array_new_length (a std::bad_alloc) if it would pass kMaxSize
+  // bytes; either way nothing is appended.
   void AppendData(const char* data, int len);
 
   // The text appended so far, terminated; valid until the next change.

@@ -4,6 +4,10 @@
 // heap. Every object in a message tree carries at least two CStrings (its
 // name and its failure text), so the common case allocates nothing.
 // Allocation failure throws std::bad_alloc, as the standard containers do.
+// A text is at most kMaxSize bytes long, since its length is an int: a text
+// or an append that would pass it throws std::bad_array_new_length (a
+// std::bad_alloc) before it allocates. A call that throws leaves the string
+// as it was.
 #pragma once
 
 #include <cstdarg>
@@ -17,8 +21,11 @@ class ValueArray;
 
 class CString {
  public:
+  static constexpr int kMaxSize = INT32_MAX;
+
   CString() noexcept { SetLocalSize(0); }
   CString(const char* text);  // NOLINT: a text converts to a CString
+  // `len` bytes from `text`; empty for a null text or a length of 0 or less.
   CString(const char* text, int len);
   CString(const CString& other) {
     if (other.IsLocal()) {
@@ -37,7 +44,9 @@ class CString {
   CString& operator=(const CString& other);
   CString& operator=(CString&& other) noexcept;
 
-  // Replaces the content with `len` bytes from `text`.
+  // Replaces the content with `len` bytes from `text`, or appends them. The
+  // bytes may lie in this string's own text. A null text or a length of 0 or
+  // less assigns an empty text, or appends nothing.
   void Assign(const char* text, int len);
   void Append(const char* text, int len);
 
@@ -100,11 +109,17 @@ class CString {
   }
   CString& AssignFrom(const CString& other);
   char* Data() { return IsLocal() ? buf_ : HeapPtr(); }
+  int Capacity() const { return IsLocal() ? kLocalCap : HeapCap(); }
   // A heap block for a text of at least `*cap` bytes and its terminator;
   // `*cap` becomes the text capacity of the block. Throws std::bad_alloc.
   static char* NewHeap(int64_t* cap);
+  // A heap block for a text of `len` bytes that outgrows this string.
+  char* NewRoom(int64_t len, int* cap) const;
   // Makes room for `len` bytes plus terminator, keeping the first `keep` bytes.
   char* Reserve(int64_t len, int keep);
+  // Makes the text its first `keep` bytes followed by `len` bytes of `text`,
+  // which may lie in the text itself.
+  void Splice(int keep, const char* text, int len);
   void SetSize(int n);
   void Release();
 
