@@ -42,7 +42,6 @@ void FailingAlloc::FailAt(long n) {
 void FailingAlloc::Off() { g_failAt = -1; }
 bool FailingAlloc::Fired() { return g_fired; }
 long FailingAlloc::Live() { return g_live; }
-bool FailingAlloc::Available() { return true; }
 
 // A memory checker that puts its own operator new in place of this one makes
 // the counters stand still.

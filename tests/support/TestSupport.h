@@ -80,7 +80,6 @@ class FailingAlloc {
   static void Off();
   // True if the armed failure has happened.
   static bool Fired();
-  static bool Available();
   // Blocks allocated and not yet freed, in the whole process.
   static long Live();
 };
@@ -105,8 +104,6 @@ long ForEachAllocationFailure(F f) {
 }
 
 }  // namespace testing_support
-
-#define REQUIRE_FAILING_ALLOC() do { if (!::testing_support::FailingAlloc::Available()) GTEST_SKIP() << "allocations cannot be made to fail in this build"; } while (0)
 
 // Lets test failures show a CString as text.
 inline void PrintTo(const CString& s, std::ostream* os) { *os << '"' << s.ToStr() << '"'; }
