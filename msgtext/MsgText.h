@@ -50,7 +50,8 @@
 //   skipped anywhere. Indentation does not matter, items may be separated by
 //   any number of blanks (spaces or tabs), lines may end in "\r\n", \xHH
 //   takes upper-case digits too, a UTF-8 byte order mark at the start is
-//   skipped, and field and class names may be left out.
+//   skipped (the columns of line 1 count from the byte after it, as an
+//   editor shows them), and field and class names may be left out.
 // - Messages nest at most kMsgTextMaxDepth levels deep, the outer one
 //   included; the writer refuses a deeper tree, so what it writes reads back.
 //
@@ -100,7 +101,8 @@ enum MsgTextResult {
 // `err` (which may be null) saying which field of which class failed.
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgText(CMsg* msg, std::string* out, MsgTextError* err = nullptr);
 
-// Reads one message tree from the `size` bytes at `text`. Gives the new tree,
+// Reads one message tree from the `size` bytes at `text`; a null `text` is
+// an error at line 0, column 0, whatever the size. Gives the new tree,
 // which the caller owns and frees with delete, or null: then `err` (which may
 // be null) says where and why, and nothing read so far is kept. Running out
 // of memory is such an error too, with the reason "out of memory". On success

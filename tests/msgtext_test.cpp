@@ -312,9 +312,13 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   const Case cases[] = {
       // The layout.
       {"", 1, 1, "holds no message"},
+      {"# only a note\n\n", 3, 1, "holds no message"},
+      {"# only a note", 1, 14, "holds no message"},
       {"T6 i 1\n", 1, 1, "expected a message"},
       {"Mx {\n}\n", 1, 2, "expected a message number"},
       {"M10 M_SysReject\n}\n", 1, 16, "expected '{'"},
+      {"M10 M_SysReject\r\n}\r\n", 1, 16, "expected '{'"},
+      {"M10 1x {\n}\n", 1, 5, "expected a class name or '{'"},
       {"M10 { T6 i 1\n}\n", 1, 7, "unexpected text after '{'"},
       {sys + "  T6 i 1", 2, 9, "M_SysReject (M10) opened at line 1: '}' is missing"},
       {sw + "  T4702 m M3623 {\n    T239 d 1\n}\n", 5, 1, "M_IrTargetSwitching (M3685) opened"},
@@ -322,6 +326,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {sys + "} x\n", 2, 3, "unexpected text after '}'"},
       {sys + "  X\n}\n", 2, 3, "expected a value 'T<tag> ...' or '}'"},
       {sys + "  T6 i 1 2\n}\n", 2, 10, "after the value"},
+      {sys + "\tT6 i 1 \t2\r\n}\n", 2, 10, "after the value"},
+      {sys + "  T6 i\r\n}\n", 2, 7, "expected an integer, found the end of the line"},
       {sys + "  Tx i 1\n}\n", 2, 4, "expected a tag number"},
       {sys + "  T6\n}\n", 2, 5, "expected a type letter (i, d, b, n, s or m) after the tag"},
       {sys + "  T6 q 1\n}\n", 2, 6, "'q' is not a type letter (i, d, b, n, s or m)"},
@@ -356,6 +362,7 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10, "T198 nDate: the runtime refused the value"},
       {sys + "  T7 s x\n}\n", 2, 8, "expected a quoted text"},
       {sys + "  T7 s \"ab", 2, 8, "not closed"},
+      {sys + "  T7 s \"ab\\\n}\n", 2, 8, "not closed"},
       {sys + "  T7 s \"a\\qb\"\n}\n", 2, 10, "unknown escape \\q"},
       {sys + "  T7 s \"a\\x4\"\n}\n", 2, 10, "two hex digits"},
       {sys + "  T7 s \"a\\x+4\"\n}\n", 2, 10, "two hex digits"},
@@ -376,9 +383,27 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
     EXPECT_EQ(err.column, c.column) << c.text << "\n" << err.reason;
     EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << c.text << "\n" << err.reason;
   }
+  // On the first line after a byte order mark, columns count from the byte
+  // after it, for every error there.
+  for (const Case& c : cases) {
+    if (c.line != 1 || c.text.empty()) continue;
+    MsgTextError err{};
+    EXPECT_FALSE(Read("\xEF\xBB\xBF" + c.text, &err)) << c.text;
+    EXPECT_EQ(err.line, c.line) << c.text;
+    EXPECT_EQ(err.column, c.column) << c.text;
+  }
   MsgTextError err{};
-  EXPECT_FALSE(MA_ReadMsgText(nullptr, 3, &err));
-  EXPECT_EQ(err.line, 0);
+  EXPECT_FALSE(Read("\xEF\xBB\xBF", &err));
+  EXPECT_EQ(err.line, 1);
+  EXPECT_EQ(err.column, 1);
+  // No text at all has no position.
+  for (size_t size : {0, 3}) {
+    err = MsgTextError{5, 5, ""};
+    EXPECT_FALSE(MA_ReadMsgText(nullptr, size, &err));
+    EXPECT_EQ(err.line, 0);
+    EXPECT_EQ(err.column, 0);
+    EXPECT_NE(std::strstr(err.reason, "no text"), nullptr) << err.reason;
+  }
   EXPECT_FALSE(MA_ReadMsgText(nullptr, 0, nullptr));  // no text, and nowhere to tell why
 
   // The runtime's refusal of a value, and of a sub-message when its block
