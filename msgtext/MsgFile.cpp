@@ -22,22 +22,44 @@ using pricemsg::text::SetError;
 // How many names a write tries for its temporary file before it gives up.
 constexpr int kNameAttempts = 100;
 
-// A path as reasons show it: whole up to 96 bytes, else its start and its
-// end around "...", so that the cause after it still fits the reason.
+// A path as reasons show it: control bytes as \xHH, as in quoted texts,
+// and whole up to 96 bytes so shown, else its start and its end around
+// "...", so that the cause after it still fits the reason.
 struct ShownPath {
   char text[100];
 };
 
+size_t Width(char c) { return pricemsg::text::NeedsHex(static_cast<unsigned char>(c)) ? 4 : 1; }
+
+char* Put(char* w, char c) {
+  const unsigned char u = static_cast<unsigned char>(c);
+  if (pricemsg::text::NeedsHex(u)) return pricemsg::text::PutHex(w, u);
+  *w = c;
+  return w + 1;
+}
+
 ShownPath Shorter(const char* path) {
   constexpr size_t kMax = 96, kHead = 32, kTail = kMax - kHead - 3;
-  ShownPath out;
   const size_t size = std::strlen(path);
-  if (size <= kMax) {
-    std::memcpy(out.text, path, size + 1);
-  } else {
-    std::snprintf(out.text, sizeof out.text, "%.*s...%s", static_cast<int>(kHead), path,
-                  path + size - kTail);
+  size_t width = 0;
+  for (size_t i = 0; i < size; ++i) width += Width(path[i]);
+  ShownPath out;
+  char* w = out.text;
+  size_t tail = 0;  // where the part shown after "..." starts
+  if (width > kMax) {
+    for (size_t used = 0; used + Width(path[tail]) <= kHead; ++tail) {
+      used += Width(path[tail]);
+      w = Put(w, path[tail]);
+    }
+    w = std::strcpy(w, "...") + 3;
+    size_t from = size;
+    for (size_t used = 0; from > tail && used + Width(path[from - 1]) <= kTail; --from) {
+      used += Width(path[from - 1]);
+    }
+    tail = from;
   }
+  for (size_t i = tail; i < size; ++i) w = Put(w, path[i]);
+  *w = '\0';
   return out;
 }
 

@@ -205,7 +205,8 @@ class HostileCommandLines(unittest.TestCase):
         long_name = "q" * 130000  # near the largest single argument Linux takes
         cases = [(["show", long_name], 1), (["holders", long_name], 1), (["find", long_name], 1),
                  (["list", long_name], 1), (["dump", long_name], 1), ([long_name], 2),
-                 (["show", "M_Inst\x1b[2J\x07Info"], 1), (["\x1b]0;title\x07"], 2)]
+                 (["show", "M_Inst\x1b[2J\x07Info"], 1), (["\x1b]0;title\x07"], 2),
+                 (["file", "/no/such/\x1b[2J.msg"], 1)]
         for args, status in cases:
             with self.subTest(args=[a[:20] for a in args]):
                 start = time.monotonic()
