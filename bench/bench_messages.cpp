@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "MsgText.h"
+#include "SchemaTables.h"
 #include "TestSupport.h"
 #include "callkyt/CStream.h"
 #include "equity.pb.h"
@@ -172,6 +174,58 @@ void Register(W& w) {
   });
 }
 
+// Writing a message file's text from a tree of M_IrTargetSwitching whose
+// every field is set, with state.range(0) more values: under tags that the
+// class lacks (which the writer never asks for, but which every read of
+// the runtime may have to pass over), spread among the class's own and out
+// of tag order; or as elements of the class's int array. The time per value
+// must stay flat from 10^3 to 10^5 values: the writer is linear in the tree.
+MsgPtr SwitchingWith(int extra, bool unknownTags) {
+  namespace schema = pricemsg::schema;
+  const schema::ClassInfo& cls = *schema::FindClass(3685);
+  std::vector<int> foreign;  // int fields of the dictionary that the class lacks
+  for (int i = 0; i < schema::kFieldCount && foreign.size() < 64; ++i) {
+    const schema::FieldInfo& f = schema::kFields[i];
+    if (f.kind == schema::Kind::kInt && !schema::FindMember(cls, f.tag)) foreign.push_back(f.tag);
+  }
+  MsgPtr tree = testing_support::BuildSample(3685, true);
+  for (int i = 0; i < extra; ++i) {
+    const int rc = unknownTags ? tree->SetValue(foreign[foreign.size() - 1 - i % foreign.size()],
+                                                testing_support::Int(i))
+                               : tree->SetValue(5146, i);  // iaAppPeriodNo
+    if (rc < 0) std::abort();
+  }
+  return tree;
+}
+
+void WriteText(benchmark::State& st, bool unknownTags) {
+  const int extra = static_cast<int>(st.range(0));
+  MsgPtr tree = SwitchingWith(extra, unknownTags);
+  std::string text;
+  for (auto _ : st) {
+    text.clear();
+    if (MA_WriteMsgText(tree.get(), &text) != MSGTEXT_OK) std::abort();
+    benchmark::DoNotOptimize(text.data());
+  }
+  st.counters["values"] = extra;
+  st.counters["ns/value"] =
+      benchmark::Counter(static_cast<double>(extra) * static_cast<double>(st.iterations()),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void RegisterMsgText() {
+  benchmark::RegisterBenchmark("MsgText/WriteUnknownTags",
+                               [](benchmark::State& st) { WriteText(st, true); })
+      ->Arg(1000)
+      ->Arg(10000)
+      ->Arg(100000);
+  benchmark::RegisterBenchmark("MsgText/WriteArrayElements",
+                               [](benchmark::State& st) { WriteText(st, false); })
+      ->Arg(1000)
+      ->Arg(10000)
+      ->Arg(100000);
+}
+
 // Collects the times of all runs while printing them as usual.
 class Collector : public benchmark::ConsoleReporter {
  public:
@@ -223,6 +277,7 @@ int main(int argc, char** argv) {
   Register(cmb);
   Register(note);
   Register(reject);
+  RegisterMsgText();
 
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);

@@ -19,24 +19,166 @@ namespace {
 
 using pricemsg::text::SetError;
 
+// How many names a write tries for its temporary file before it gives up.
+constexpr int kNameAttempts = 100;
+
+// A path as reasons show it: control bytes as \xHH, as in quoted texts,
+// and whole up to 96 bytes so shown, else its start and its end around
+// "...", so that the cause after it still fits the reason.
+struct ShownPath {
+  char text[100];
+};
+
+size_t Width(char c) { return pricemsg::text::NeedsHex(static_cast<unsigned char>(c)) ? 4 : 1; }
+
+char* Put(char* w, char c) {
+  const unsigned char u = static_cast<unsigned char>(c);
+  if (pricemsg::text::NeedsHex(u)) return pricemsg::text::PutHex(w, u);
+  *w = c;
+  return w + 1;
+}
+
+ShownPath Shorter(const char* path) {
+  constexpr size_t kMax = 96, kHead = 32, kTail = kMax - kHead - 3;
+  const size_t size = std::strlen(path);
+  size_t width = 0;
+  for (size_t i = 0; i < size; ++i) width += Width(path[i]);
+  ShownPath out;
+  char* w = out.text;
+  size_t tail = 0;  // where the part shown after "..." starts
+  if (width > kMax) {
+    for (size_t used = 0; used + Width(path[tail]) <= kHead; ++tail) {
+      used += Width(path[tail]);
+      w = Put(w, path[tail]);
+    }
+    w = std::strcpy(w, "...") + 3;
+    size_t from = size;
+    for (size_t used = 0; from > tail && used + Width(path[from - 1]) <= kTail; --from) {
+      used += Width(path[from - 1]);
+    }
+    tail = from;
+  }
+  for (size_t i = tail; i < size; ++i) w = Put(w, path[i]);
+  *w = '\0';
+  return out;
+}
+
 // Gives MSGTEXT_E_IO with the cause in `err`, and leaves `failure` in errno.
 int IoFailure(MsgTextError* err, int failure, const char* what, const char* path) {
-  SetError(err, MSGTEXT_E_IO, 0, 0, "cannot %s %s: %s", what, path, std::strerror(failure));
+  SetError(err, MSGTEXT_E_IO, 0, 0, "cannot %s %s: %s", what, Shorter(path).text,
+           std::strerror(failure));
   errno = failure;
   return MSGTEXT_E_IO;
 }
 
-// A new file beside `path`, named "<path>.part-<pid>-<n>", made here and
-// nowhere else: it is created exclusively, so that neither a file nor a
-// link that stands under the name is followed, and two writers never share
-// one.
-int CreatePart(const std::string& path, std::string* part) {
-  static std::atomic<unsigned> made{0};
-  for (int attempt = 0;; ++attempt) {
-    *part = path + ".part-" + std::to_string(getpid()) + "-" + std::to_string(made.fetch_add(1));
-    const int fd = open(part->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0 || errno != EEXIST || attempt == 100) return fd;
+// A file descriptor, closed with its owner.
+class Fd {
+ public:
+  explicit Fd(int fd = -1) : fd_(fd) {}
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  ~Fd() {
+    if (fd_ >= 0) close(fd_);
   }
+  int get() const { return fd_; }
+  void Reset(int fd) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+  }
+  // Closes it now; false with errno set if the close reports a failure.
+  bool Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    return close(fd) == 0;
+  }
+
+ private:
+  int fd_;
+};
+
+// What stands where a file is written: its directory, open, and its name
+// there.
+struct Place {
+  Fd dir;
+  bool syncable = false;  // the directory could be opened for reading, and so flushed
+  std::string name;
+};
+
+const char* FileKind(mode_t mode) {
+  if (S_ISCHR(mode)) return "a character device";
+  if (S_ISBLK(mode)) return "a block device";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "a special file";
+}
+
+// Opens the directory of `path` and takes its last part as the name; a path
+// whose last part names no file ("dir/", ".", "..") is a directory.
+int Locate(const char* path, Place* place, MsgTextError* err) {
+  const char* slash = std::strrchr(path, '/');
+  const std::string dir = !slash ? "." : slash == path ? "/" : std::string(path, slash);
+  place->name = slash ? slash + 1 : path;
+  if (place->name.empty() || place->name == "." || place->name == "..") {
+    return IoFailure(err, EISDIR, "write", path);
+  }
+  int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  place->syncable = fd >= 0;
+  // A directory that may be written but not listed is written without the
+  // flush of its entries.
+  if (fd < 0 && errno == EACCES) fd = open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return IoFailure(err, errno, "write", path);
+  place->dir.Reset(fd);
+  return MSGTEXT_OK;
+}
+
+// Looks at what stands under the name, without following a link: nothing,
+// a regular file or a symbolic link are replaced; anything else is refused
+// and left alone. `*old` is the regular file's status, when there is one.
+int Examine(const Place& place, const char* path, bool* regular, struct stat* old,
+            MsgTextError* err) {
+  *regular = false;
+  if (fstatat(place.dir.get(), place.name.c_str(), old, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? MSGTEXT_OK : IoFailure(err, errno, "write", path);
+  }
+  if (S_ISREG(old->st_mode)) {
+    *regular = true;
+    return MSGTEXT_OK;
+  }
+  if (S_ISLNK(old->st_mode)) return MSGTEXT_OK;
+  if (S_ISDIR(old->st_mode)) return IoFailure(err, EISDIR, "write", path);
+  SetError(err, MSGTEXT_E_IO, 0, 0, "cannot write %s: it is %s, not a regular file",
+           Shorter(path).text, FileKind(old->st_mode));
+  errno = EINVAL;
+  return MSGTEXT_E_IO;
+}
+
+// A new file in the directory, named ".msgfile-<pid>-<n>.tmp" whatever the
+// length of the target's name, created exclusively and without following a
+// link: a file or a link that stands under a name makes it try the next,
+// so no two writers share one and nothing planted is written through.
+int CreateTemporary(const Place& place, mode_t mode, std::string* name) {
+  static std::atomic<unsigned long> made{0};
+  const std::string prefix = ".msgfile-" + std::to_string(getpid()) + "-";
+  for (int attempt = 0;; ++attempt) {
+    *name = prefix + std::to_string(made.fetch_add(1)) + ".tmp";
+    const int fd = openat(place.dir.get(), name->c_str(),
+                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+    if (fd >= 0 || errno != EEXIST || attempt == kNameAttempts - 1) return fd;
+  }
+}
+
+// Gives the new file the mode of the one it replaces, and its owner and
+// group where this process may. Where the group cannot be kept, the group
+// loses its access rather than pass it to another group.
+bool KeepMode(int fd, const struct stat& old) {
+  mode_t mode = old.st_mode & 0777;
+  if (fchown(fd, old.st_uid, old.st_gid) != 0) {
+    [[maybe_unused]] const int ignored = fchown(fd, static_cast<uid_t>(-1), old.st_gid);
+  }
+  struct stat now;
+  if (fstat(fd, &now) != 0) return false;
+  if (now.st_gid != old.st_gid) mode &= ~static_cast<mode_t>(0070);
+  return fchmod(fd, mode) == 0;
 }
 
 // Writes all of `text` to `fd` and flushes it to the disk; false with errno
@@ -57,22 +199,53 @@ bool WriteAll(int fd, const std::string& text) {
   return fsync(fd) == 0;
 }
 
-// Replaces the file at `path` with `text`, through a part file that takes
-// its place only once it is whole.
+// Replaces the file at `path` with `text`. The text goes to a temporary
+// file in the same directory, which is flushed and then renamed over the
+// name: the rename is the only step that a reader can see, and nothing
+// fails after it, so a failed write has changed nothing.
 int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
-  std::string part;
-  const int fd = CreatePart(path, &part);
-  if (fd < 0) return IoFailure(err, errno, "create a file beside", path);
-  int failure = WriteAll(fd, text) ? 0 : errno;
-  if (close(fd) != 0 && failure == 0) failure = errno;
-  if (failure == 0 && std::rename(part.c_str(), path) == 0) return MSGTEXT_OK;
-  if (failure == 0) failure = errno;
-  unlink(part.c_str());
-  return IoFailure(err, failure, "write", path);
+  Place place;
+  if (const int rc = Locate(path, &place, err)) return rc;
+  bool regular = false;
+  struct stat old;
+  if (const int rc = Examine(place, path, &regular, &old, err)) return rc;
+  // A file that replaces another is private until it has the old one's
+  // mode; a new one takes the usual mode of new files under the umask.
+  std::string temporary;
+  Fd fd(CreateTemporary(place, regular ? 0600 : 0666, &temporary));
+  if (fd.get() < 0) return IoFailure(err, errno, "create a file beside", path);
+  int failure = 0;
+  if ((regular && !KeepMode(fd.get(), old)) || !WriteAll(fd.get(), text)) failure = errno;
+  if (!fd.Close() && failure == 0) failure = errno;
+  int rc = MSGTEXT_OK;
+  if (failure != 0) {
+    rc = IoFailure(err, failure, "write", path);
+  } else {
+    // What stands under the name is looked at again just before it goes:
+    // a special file put there meanwhile is still left alone.
+    bool unused;
+    struct stat now;
+    rc = Examine(place, path, &unused, &now, err);
+    if (rc == MSGTEXT_OK &&
+        renameat(place.dir.get(), temporary.c_str(), place.dir.get(), place.name.c_str()) != 0) {
+      rc = IoFailure(err, errno, "write", path);
+    }
+  }
+  if (rc != MSGTEXT_OK) {
+    const int saved = errno;
+    unlinkat(place.dir.get(), temporary.c_str(), 0);
+    errno = saved;
+    return rc;
+  }
+  // The new entry reaches the disk; the file is in place whatever this
+  // gives, so a failure here is not one of the write.
+  if (place.syncable) fsync(place.dir.get());
+  return MSGTEXT_OK;
 }
 
 bool TooLarge(MsgTextError* err, const char* path) {
-  SetError(err, 0, 0, 0, "cannot read %s: it is larger than %zu bytes", path, kMsgFileMaxSize);
+  SetError(err, 0, 0, 0, "cannot read %s: it is larger than %zu bytes", Shorter(path).text,
+           kMsgFileMaxSize);
   return false;
 }
 

@@ -50,7 +50,8 @@
 //   skipped anywhere. Indentation does not matter, items may be separated by
 //   any number of blanks (spaces or tabs), lines may end in "\r\n", \xHH
 //   takes upper-case digits too, a UTF-8 byte order mark at the start is
-//   skipped, and field and class names may be left out.
+//   skipped (the columns of line 1 count from the byte after it, as an
+//   editor shows them), and field and class names may be left out.
 // - Messages nest at most kMsgTextMaxDepth levels deep, the outer one
 //   included; the writer refuses a deeper tree, so what it writes reads back.
 //
@@ -100,7 +101,8 @@ enum MsgTextResult {
 // `err` (which may be null) saying which field of which class failed.
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgText(CMsg* msg, std::string* out, MsgTextError* err = nullptr);
 
-// Reads one message tree from the `size` bytes at `text`. Gives the new tree,
+// Reads one message tree from the `size` bytes at `text`; a null `text` is
+// an error at line 0, column 0, whatever the size. Gives the new tree,
 // which the caller owns and frees with delete, or null: then `err` (which may
 // be null) says where and why, and nothing read so far is kept. Running out
 // of memory is such an error too, with the reason "out of memory". On success
@@ -115,12 +117,26 @@ PRICEMSG_TEXT_EXPORT int MA_WriteMsgText(CMsg* msg, std::string* out, MsgTextErr
 // '}' at the end of the text.
 PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgText(const char* text, size_t size, MsgTextError* err);
 
-// Writes the text form of `msg` to the file at `path`, replacing it. The text
-// goes to a new file beside it first, which is flushed to the disk and then
-// takes the file's place, so a failed write leaves the old file as it was
-// and no half-written file behind. Gives what MA_WriteMsgText gives,
-// MSGTEXT_E_ARG, or MSGTEXT_E_IO when the file could not be written (errno
-// tells why, and so does the reason).
+// Writes the text form of `msg` to the file at `path`, replacing it, whole
+// or not at all:
+// - The text goes to a new temporary file in the same directory, named
+//   ".msgfile-<pid>-<n>.tmp" (whatever the length of the file's own name),
+//   created exclusively and never through a symbolic link; it is flushed to
+//   the disk and then renamed over `path`, and the directory is flushed
+//   after. The rename is the only step that others can see: a reader finds
+//   the old file or the new one, whole, also while other threads or
+//   processes write the same path (the last rename wins), and a write that
+//   gives a failure has changed nothing and leaves no temporary file.
+// - A regular file that is replaced keeps its mode (permission bits only),
+//   and its owner and group where the process may set them; where the group
+//   cannot be kept, the group loses its access. A new file gets the mode of
+//   any new file, 0666 under the umask.
+// - A symbolic link at `path` is replaced by the file, like any other name;
+//   the file that it points to is not written. A directory, a device, a FIFO
+//   or a socket at `path` is refused (errno EISDIR for a directory, EINVAL
+//   for the others) and left as it was.
+// Gives what MA_WriteMsgText gives, MSGTEXT_E_ARG, or MSGTEXT_E_IO when the
+// file could not be written (errno tells why, and so does the reason).
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err = nullptr);
 
 // Reads the message tree in the file at `path` as MA_ReadMsgText does. A file

@@ -612,9 +612,9 @@ class Reader {
 }  // namespace pricemsg::text
 
 CMsg* MA_ReadMsgText(const char* text, size_t size, MsgTextError* err) {
-  if (!text && size > 0) {
+  if (!text) {
     pricemsg::text::SetError(err, 0, 0, 0, "no text: a null pointer");
     return nullptr;
   }
-  return pricemsg::text::Reader(text ? text : "", size, err).Read();
+  return pricemsg::text::Reader(text, size, err).Read();
 }

@@ -15,8 +15,8 @@
 #             other                                           (build-alt/)
 #   asan      clang build with AddressSanitizer, UndefinedBehavior-
 #             Sanitizer and LeakSanitizer, every test            (build-asan/)
-#   fuzz      the fuzzer on the seed corpus for FUZZ_SECONDS
-#             (default 60), in the asan build
+#   fuzz      every fuzzer on its seed corpus, FUZZ_SECONDS (default
+#             60) shared among them, in the asan build
 #   tsan      clang build with ThreadSanitizer, every test (the cases
 #             that make allocations fail skip themselves)        (build-tsan/)
 #   memcheck  every C++ test program under valgrind memcheck  (build-memcheck/)
@@ -159,23 +159,31 @@ asan() {
 }
 
 fuzz() {
-  say "fuzzing for ${FUZZ_SECONDS}s"
+  say "fuzzing for ${FUZZ_SECONDS}s, shared among the fuzzers"
   sanitized address build-asan
-  local root work rc=0
+  # Each fuzzer of tests/fuzz and its committed seeds.
+  local fuzzers=(fuzz_load:corpus fuzz_msgtext:corpus-msgtext fuzz_msgfile:corpus-msgfile
+                 fuzz_catalogue:corpus-catalogue)
+  local root work entry fuzzer seconds rc=0
   root=$(pwd)
-  work=$(mktemp -d)
-  # The committed corpus stays as it is; what the run adds goes to $work.
-  mkdir "$work/corpus"
-  (cd "$work" && "$root/build-asan/tests/fuzz_load" -max_total_time="$FUZZ_SECONDS" \
-    -max_len=8192 -timeout=10 -print_final_stats=1 corpus "$root/tests/fuzz/corpus" \
-    >fuzz.log 2>&1) || rc=$?
-  grep -E 'INITED|DONE|stat::number_of_executed_units|stat::average_exec' "$work/fuzz.log" || true
-  if ((rc)); then
-    tail -60 "$work/fuzz.log"
-    echo "the fuzzer failed (status $rc); its input and log are in $work"
-    return 1
-  fi
-  rm -rf "$work"
+  seconds=$(((FUZZ_SECONDS + ${#fuzzers[@]} - 1) / ${#fuzzers[@]}))
+  for entry in "${fuzzers[@]}"; do
+    fuzzer=${entry%%:*}
+    echo "-- $fuzzer for ${seconds}s"
+    work=$(mktemp -d)
+    # The committed corpus stays as it is; what the run adds goes to $work.
+    mkdir "$work/corpus"
+    (cd "$work" && "$root/build-asan/tests/$fuzzer" -max_total_time="$seconds" \
+      -max_len=8192 -timeout=10 -print_final_stats=1 corpus "$root/tests/fuzz/${entry#*:}" \
+      >fuzz.log 2>&1) || rc=$?
+    grep -E 'INITED|DONE|stat::number_of_executed_units|stat::average_exec' "$work/fuzz.log" || true
+    if ((rc)); then
+      tail -60 "$work/fuzz.log"
+      echo "$fuzzer failed (status $rc); its input and log are in $work"
+      return 1
+    fi
+    rm -rf "$work"
+  done
 }
 
 tsan() {

@@ -2,12 +2,21 @@
 // trees built by the classes and by hand, every refusal with its place, the
 // memory they leave, and files.
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -19,9 +28,9 @@
 
 #include "ClassCases.h"
 #include "MsgText.h"
+#include "RuntimeFaults.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
-#include "RuntimeFaults.h"
 #include "rates/M_IrTargetSwitching.h"
 
 using namespace testing_support;
@@ -312,9 +321,13 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   const Case cases[] = {
       // The layout.
       {"", 1, 1, "holds no message"},
+      {"# only a note\n\n", 3, 1, "holds no message"},
+      {"# only a note", 1, 14, "holds no message"},
       {"T6 i 1\n", 1, 1, "expected a message"},
       {"Mx {\n}\n", 1, 2, "expected a message number"},
       {"M10 M_SysReject\n}\n", 1, 16, "expected '{'"},
+      {"M10 M_SysReject\r\n}\r\n", 1, 16, "expected '{'"},
+      {"M10 1x {\n}\n", 1, 5, "expected a class name or '{'"},
       {"M10 { T6 i 1\n}\n", 1, 7, "unexpected text after '{'"},
       {sys + "  T6 i 1", 2, 9, "M_SysReject (M10) opened at line 1: '}' is missing"},
       {sw + "  T4702 m M3623 {\n    T239 d 1\n}\n", 5, 1, "M_IrTargetSwitching (M3685) opened"},
@@ -322,6 +335,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {sys + "} x\n", 2, 3, "unexpected text after '}'"},
       {sys + "  X\n}\n", 2, 3, "expected a value 'T<tag> ...' or '}'"},
       {sys + "  T6 i 1 2\n}\n", 2, 10, "after the value"},
+      {sys + "\tT6 i 1 \t2\r\n}\n", 2, 10, "after the value"},
+      {sys + "  T6 i\r\n}\n", 2, 7, "expected an integer, found the end of the line"},
       {sys + "  Tx i 1\n}\n", 2, 4, "expected a tag number"},
       {sys + "  T6\n}\n", 2, 5, "expected a type letter (i, d, b, n, s or m) after the tag"},
       {sys + "  T6 q 1\n}\n", 2, 6, "'q' is not a type letter (i, d, b, n, s or m)"},
@@ -356,6 +371,7 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10, "T198 nDate: the runtime refused the value"},
       {sys + "  T7 s x\n}\n", 2, 8, "expected a quoted text"},
       {sys + "  T7 s \"ab", 2, 8, "not closed"},
+      {sys + "  T7 s \"ab\\\n}\n", 2, 8, "not closed"},
       {sys + "  T7 s \"a\\qb\"\n}\n", 2, 10, "unknown escape \\q"},
       {sys + "  T7 s \"a\\x4\"\n}\n", 2, 10, "two hex digits"},
       {sys + "  T7 s \"a\\x+4\"\n}\n", 2, 10, "two hex digits"},
@@ -376,9 +392,27 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
     EXPECT_EQ(err.column, c.column) << c.text << "\n" << err.reason;
     EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << c.text << "\n" << err.reason;
   }
+  // On the first line after a byte order mark, columns count from the byte
+  // after it, for every error there.
+  for (const Case& c : cases) {
+    if (c.line != 1 || c.text.empty()) continue;
+    MsgTextError err{};
+    EXPECT_FALSE(Read("\xEF\xBB\xBF" + c.text, &err)) << c.text;
+    EXPECT_EQ(err.line, c.line) << c.text;
+    EXPECT_EQ(err.column, c.column) << c.text;
+  }
   MsgTextError err{};
-  EXPECT_FALSE(MA_ReadMsgText(nullptr, 3, &err));
-  EXPECT_EQ(err.line, 0);
+  EXPECT_FALSE(Read("\xEF\xBB\xBF", &err));
+  EXPECT_EQ(err.line, 1);
+  EXPECT_EQ(err.column, 1);
+  // No text at all has no position.
+  for (size_t size : {0, 3}) {
+    err = MsgTextError{5, 5, ""};
+    EXPECT_FALSE(MA_ReadMsgText(nullptr, size, &err));
+    EXPECT_EQ(err.line, 0);
+    EXPECT_EQ(err.column, 0);
+    EXPECT_NE(std::strstr(err.reason, "no text"), nullptr) << err.reason;
+  }
   EXPECT_FALSE(MA_ReadMsgText(nullptr, 0, nullptr));  // no text, and nowhere to tell why
 
   // The runtime's refusal of a value, and of a sub-message when its block
@@ -524,6 +558,28 @@ TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
         << n;
   });
   EXPECT_GT(points, 3);
+
+  // A file write that runs out of memory has changed nothing: the old file
+  // stays whole and no temporary file is left beside it.
+  const std::string old = "M2143 M_Tiv {\n}\n";
+  points = ForEachAllocationFailure([&](long n) {
+    { std::ofstream(path, std::ios::trunc) << old; }
+    MsgTextError err{};
+    FailingAlloc::FailAt(n);
+    const int rc = MA_WriteMsgFile(tree.get(), path.c_str(), &err);
+    FailingAlloc::Off();
+    std::ifstream in(path);
+    const std::string now(std::istreambuf_iterator<char>(in), {});
+    if (FailingAlloc::Fired()) {
+      EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc << " " << err.reason;
+      EXPECT_EQ(now, old) << "allocation " << n;
+    } else {
+      EXPECT_EQ(rc, MSGTEXT_OK) << err.reason;
+      EXPECT_EQ(now, kSwitchingText);
+    }
+    EXPECT_EQ(dir.Names(), (std::vector<std::string>{"switching.msg"})) << "allocation " << n;
+  });
+  EXPECT_GT(points, 3);
 }
 
 // Requests of every kind in files: a filled sample is loaded into its class,
@@ -607,4 +663,322 @@ TEST(MsgFile, RequestsRoundTripThroughFilesAndAFileIsReplacedWhole) {
     EXPECT_NE(std::strstr(err.reason, bad.reason), nullptr) << err.reason;
   }
   EXPECT_FALSE(MA_ReadMsgFile(nullptr, nullptr));
+}
+
+namespace {
+
+std::string Content(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void Put(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+// What stands at `path` itself, a link not followed: its type and mode,
+// device and inode.
+struct Entry {
+  bool exists = false;
+  mode_t mode = 0;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  bool operator==(const Entry& o) const {
+    return exists == o.exists && mode == o.mode && dev == o.dev && ino == o.ino;
+  }
+};
+
+Entry EntryAt(const fs::path& path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0) return Entry{};
+  return Entry{true, st.st_mode, st.st_dev, st.st_ino};
+}
+
+// The name that the writer of this process gives its `n`-th temporary file.
+std::string TemporaryName(unsigned long n) {
+  return ".msgfile-" + std::to_string(getpid()) + "-" + std::to_string(n) + ".tmp";
+}
+
+const std::string kTivText = "M2143 M_Tiv {\n}\n";
+
+}  // namespace
+
+// Whatever stands under a name that the writer tries for its temporary
+// file, and a link at the target itself, the write goes to the target's
+// own name and nowhere else.
+TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
+  TempDir dir;
+  const fs::path files = dir.path / "files";
+  const fs::path elsewhere = dir.path / "elsewhere";
+  fs::create_directory(files);
+  fs::create_directory(elsewhere);
+  const fs::path victim = elsewhere / "victim";
+  const fs::path unborn = elsewhere / "unborn";  // what a dangling link names
+  Put(victim, "victim\n");
+  const fs::path target = files / "tiv.msg";
+  MsgPtr tiv = Read(kTivText);
+
+  // Every name the writer of this process may try next, and the one that a
+  // writer might derive from the target's name, is a link out of the
+  // directory: the write finds no name of its own and gives up.
+  constexpr unsigned long kPlanted = 1500;
+  fs::create_symlink(victim, target.string() + ".part");
+  for (unsigned long n = 0; n < kPlanted; ++n) {
+    fs::create_symlink(n % 2 ? unborn : victim, files / TemporaryName(n));
+  }
+  MsgTextError err{};
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_E_IO);
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_NE(std::strstr(err.reason, "cannot create a file beside"), nullptr) << err.reason;
+  EXPECT_EQ(Content(victim), "victim\n");
+  EXPECT_FALSE(fs::exists(unborn));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(target)));
+
+  // With half the names free, the write skips the links that stand between.
+  for (unsigned long n = 0; n < kPlanted; n += 2) fs::remove(files / TemporaryName(n));
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_OK) << err.reason;
+  EXPECT_EQ(Content(target), kTivText);
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(target)));
+  EXPECT_EQ(Content(victim), "victim\n");
+  EXPECT_FALSE(fs::exists(unborn));
+  size_t links = 0;
+  for (const auto& e : fs::directory_iterator(files)) {
+    if (e.path() != target) {
+      EXPECT_TRUE(fs::is_symlink(e.symlink_status())) << e.path();
+      ++links;
+    }
+  }
+  EXPECT_EQ(links, kPlanted / 2 + 1);
+
+  // A link at the target is replaced by the file; what it names is left
+  // alone, be it a file, nothing, or a FIFO.
+  const fs::path fifo = elsewhere / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const Entry fifoBefore = EntryAt(fifo);
+  for (const fs::path& named : {victim, unborn, fifo}) {
+    SCOPED_TRACE(named);
+    const fs::path link = dir.path / "link.msg";
+    fs::create_symlink(named, link);
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), link.c_str(), &err), MSGTEXT_OK) << err.reason;
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(link)));
+    EXPECT_EQ(Content(link), kTivText);
+    fs::remove(link);
+  }
+  EXPECT_EQ(Content(victim), "victim\n");
+  EXPECT_FALSE(fs::exists(unborn));
+  EXPECT_EQ(EntryAt(fifo), fifoBefore);
+}
+
+// What is not a regular file is refused with its kind named, and left as
+// it was; the writer opens none of them, so a FIFO without a reader does
+// not hold it up.
+TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
+  TempDir dir;
+  MsgPtr tiv = Read(kTivText);
+  struct Special {
+    fs::path path;
+    const char* reason;
+    int error;
+  };
+  std::vector<Special> specials;
+  const fs::path fifo = dir.path / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  specials.push_back({fifo, "it is a FIFO, not a regular file", EINVAL});
+  const fs::path socketPath = dir.path / "socket";
+  const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_GE(sock, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(socketPath.string().size(), sizeof address.sun_path);
+  std::strcpy(address.sun_path, socketPath.c_str());
+  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  specials.push_back({socketPath, "it is a socket, not a regular file", EINVAL});
+  // A device of our own where we may make one; else the system's null
+  // device, which a process that may not make devices cannot replace either.
+  const fs::path device = dir.path / "null";
+  std::vector<std::string> names = {"fifo", "socket", "sub"};
+  if (mknod(device.c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0) {
+    names.insert(names.begin() + 1, "null");
+    specials.push_back({device, "it is a character device, not a regular file", EINVAL});
+  } else {
+    specials.push_back({"/dev/null", "it is a character device, not a regular file", EINVAL});
+  }
+  const fs::path sub = dir.path / "sub";
+  fs::create_directory(sub);
+  Put(sub / "kept", "kept");
+  specials.push_back({sub, "Is a directory", EISDIR});
+  specials.push_back({sub.string() + "/", "Is a directory", EISDIR});
+  specials.push_back({sub / ".", "Is a directory", EISDIR});
+  specials.push_back({sub / "..", "Is a directory", EISDIR});
+  specials.push_back({".", "Is a directory", EISDIR});
+  for (const Special& s : specials) {
+    SCOPED_TRACE(s.path);
+    const Entry before = EntryAt(s.path);
+    MsgTextError err{};
+    errno = 0;
+    EXPECT_EQ(MA_WriteMsgFile(tiv.get(), s.path.c_str(), &err), MSGTEXT_E_IO);
+    EXPECT_EQ(errno, s.error);
+    EXPECT_NE(std::strstr(err.reason, s.reason), nullptr) << err.reason;
+    EXPECT_NE(std::strstr(err.reason, s.path.c_str()), nullptr) << err.reason;
+    EXPECT_EQ(EntryAt(s.path), before);
+  }
+  close(sock);
+  EXPECT_EQ(dir.Names(), names);
+  EXPECT_EQ(Content(sub / "kept"), "kept");
+}
+
+// A rewrite keeps the mode of the file it replaces, narrow or wide, and its
+// owner and group; a new file gets 0666 under the umask.
+TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
+  TempDir dir;
+  MsgPtr tiv = Read(kTivText);
+  const mode_t umaskBefore = umask(022);
+  auto modeOf = [](const fs::path& p) {
+    struct stat st;
+    return stat(p.c_str(), &st) == 0 ? st.st_mode & 07777 : 0u;
+  };
+  for (const mode_t mask : {022, 077, 0}) {
+    umask(mask);
+    const fs::path fresh = dir.path / ("fresh-" + std::to_string(mask));
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), fresh.c_str()), MSGTEXT_OK);
+    EXPECT_EQ(modeOf(fresh), 0666u & ~mask) << std::oct << mask;
+  }
+  umask(0);  // the umask narrows nothing of an old file's mode, nor widens it
+  for (const mode_t mode : {0600, 0640, 0604, 0400, 0755}) {
+    SCOPED_TRACE(std::to_string(mode));
+    const fs::path path = dir.path / "kept.msg";
+    Put(path, "old\n");
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
+    EXPECT_EQ(modeOf(path), mode);
+    EXPECT_EQ(Content(path), kTivText);
+    fs::remove(path);
+  }
+  umask(umaskBefore);
+  // Owner and group, where this process may give a file away.
+  const fs::path owned = dir.path / "owned.msg";
+  Put(owned, "old\n");
+  if (geteuid() == 0 && chown(owned.c_str(), 65534, 65534) == 0) {
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), owned.c_str()), MSGTEXT_OK);
+    struct stat st;
+    ASSERT_EQ(stat(owned.c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, 65534u);
+    EXPECT_EQ(st.st_gid, 65534u);
+  }
+}
+
+// Names of up to 255 bytes are written and read; the temporary file's name
+// does not grow with them. A directory that cannot be written is told.
+TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
+  TempDir dir;
+  MsgPtr tiv = Read(kTivText);
+  for (size_t length : {251, 255}) {
+    const fs::path path = dir.path / std::string(length, 'n');
+    MsgTextError err{};
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str(), &err), MSGTEXT_OK)
+        << length << ": " << err.reason;
+    MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
+    ASSERT_TRUE(back) << err.reason;
+    EXPECT_EQ(Text(back.get()), kTivText);
+    fs::remove(path);
+  }
+  MsgTextError err{};
+  const fs::path tooLong = dir.path / std::string(256, 'n');
+  EXPECT_EQ(MA_WriteMsgFile(tiv.get(), tooLong.c_str(), &err), MSGTEXT_E_IO);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_NE(std::strstr(err.reason, "File name too long"), nullptr) << err.reason;
+  EXPECT_TRUE(dir.Names().empty());
+
+  // A directory that others may only read, and one they may write but not
+  // list, tried as such another user. A process that may write anywhere
+  // gives up that power on a thread of its own.
+  const fs::path locked = dir.path / "locked";
+  const fs::path blind = dir.path / "blind";
+  fs::create_directory(locked);
+  fs::create_directory(blind);
+  ASSERT_EQ(chmod(locked.c_str(), 0555), 0);
+  ASSERT_EQ(chmod(blind.c_str(), 0333), 0);
+  int lockedRc = 0, lockedErrno = 0, blindRc = 0;
+  std::string lockedReason;
+  std::thread([&] {
+    if (geteuid() == 0) setfsuid(65534);
+    MsgTextError e{};
+    lockedRc = MA_WriteMsgFile(tiv.get(), (locked / "tiv.msg").c_str(), &e);
+    lockedErrno = errno;
+    lockedReason = e.reason;
+    blindRc = MA_WriteMsgFile(tiv.get(), (blind / "tiv.msg").c_str(), &e);
+  }).join();
+  EXPECT_EQ(lockedRc, MSGTEXT_E_IO);
+  EXPECT_EQ(lockedErrno, EACCES);
+  EXPECT_NE(lockedReason.find("Permission denied"), std::string::npos) << lockedReason;
+  EXPECT_EQ(blindRc, MSGTEXT_OK);
+  chmod(locked.c_str(), 0755);
+  chmod(blind.c_str(), 0755);
+  EXPECT_TRUE(fs::is_empty(locked));
+  EXPECT_EQ(Content(blind / "tiv.msg"), kTivText);
+  EXPECT_EQ(fs::directory_iterator(blind)->path().filename(), "tiv.msg");
+  EXPECT_EQ(std::distance(fs::directory_iterator(blind), fs::directory_iterator()), 1);
+}
+
+// Two threads write one path over and over while a third reads it: every
+// read finds one of the two texts whole, every write succeeds, and no
+// temporary file is left behind.
+TEST(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
+  TempDir dir;
+  const fs::path path = dir.path / "shared.msg";
+  MsgPtr small = Read(kTivText);
+  MsgPtr large = Switching();
+  const std::string texts[] = {kTivText, Text(large.get())};
+  ASSERT_EQ(MA_WriteMsgFile(small.get(), path.c_str()), MSGTEXT_OK);
+  constexpr int kWrites = 150;
+  std::atomic<int> writing{2};
+  std::atomic<int> failed{0};
+  auto writer = [&](CMsg* msg) {
+    for (int i = 0; i < kWrites; ++i) {
+      if (MA_WriteMsgFile(msg, path.c_str()) != MSGTEXT_OK) ++failed;
+    }
+    --writing;
+  };
+  std::thread a(writer, small.get());
+  std::thread b(writer, large.get());
+  int reads = 0;
+  std::vector<std::string> bad;
+  while (writing > 0 || reads == 0) {
+    const std::string seen = Content(path);
+    if (seen != texts[0] && seen != texts[1] && bad.size() < 5) bad.push_back(seen);
+    ++reads;
+  }
+  a.join();
+  b.join();
+  EXPECT_EQ(failed, 0);
+  EXPECT_TRUE(bad.empty()) << bad.size() << " torn reads, the first:\n" << bad.front();
+  EXPECT_GT(reads, 0);
+  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"shared.msg"}));
+}
+
+// A write that fails half way, here at a limit on the size of files, has
+// changed nothing and leaves no temporary file.
+TEST(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
+  TempDir dir;
+  const fs::path path = dir.path / "kept.msg";
+  Put(path, "old\n");
+  const Entry before = EntryAt(path);
+  MsgPtr large = Switching();
+  const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+  rlimit small = limit;
+  small.rlim_cur = 64;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  MsgTextError err{};
+  const int rc = MA_WriteMsgFile(large.get(), path.c_str(), &err);
+  const int failure = errno;
+  setrlimit(RLIMIT_FSIZE, &limit);
+  signal(SIGXFSZ, oldHandler);
+  EXPECT_EQ(rc, MSGTEXT_E_IO);
+  EXPECT_EQ(failure, EFBIG);
+  EXPECT_NE(std::strstr(err.reason, "File too large"), nullptr) << err.reason;
+  EXPECT_EQ(Content(path), "old\n");
+  EXPECT_EQ(EntryAt(path), before);
+  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"kept.msg"}));
 }

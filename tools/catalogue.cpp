@@ -8,16 +8,22 @@
 //
 // Results go to stdout. A name or number that matches nothing is an error on
 // stderr with the nearest names, and exit status 1; a wrong command line
-// prints the usage with exit status 2.
+// prints the usage with exit status 2; output that cannot be written is an
+// error with exit status 3. Arguments are quoted in errors cut short, with
+// their control bytes escaped, and a name far longer than any is near none.
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "Catalogue.h"
 #include "CatalogueFactory.h"
 #include "MsgText.h"
 #include "RuntimeProbe.h"
@@ -36,7 +42,32 @@ using pricemsg::schema::MemberOf;
 
 constexpr char kTool[] = "pricemsg-catalogue";
 
-enum Status { kFound = 0, kNotFound = 1, kBadCommandLine = 2 };
+enum Status { kFound = 0, kNotFound = 1, kBadCommandLine = 2, kOutputFailed = 3 };
+
+// Where a run writes: results to `out`, errors and the usage to `err`.
+struct Io {
+  FILE* out;
+  FILE* err;
+};
+
+// An argument as errors show it: at most `max` bytes (a name is never
+// longer than 64; a path may be), bytes outside printable ASCII and the
+// backslash as \xHH, and "..." where it was cut.
+std::string Shown(const std::string& text, size_t max = 64) {
+  std::string out;
+  for (size_t i = 0; i < text.size() && i < max; ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (c < 0x20 || c >= 0x7f || c == '\\') {
+      char hex[8];
+      std::snprintf(hex, sizeof hex, "\\x%02x", c);
+      out += hex;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  if (text.size() > max) out += "...";
+  return out;
+}
 
 // ---- lookups ----
 // Names match exactly, else in any case if only one name does; a class may
@@ -136,15 +167,27 @@ size_t EditDistance(const std::string& a, const std::string& b) {
 
 // Up to three names near `text`, in any case: names that hold it come
 // first, then the others within a few edits; nearer ones first in each.
+// The edits between two names are at least the difference of their
+// lengths, so a name too long or too short to be near is passed over
+// unmeasured: a text far longer than any name costs no more than its
+// length.
 std::vector<std::string> Nearest(const std::string& text, const std::vector<std::string>& names) {
   const std::string lower = Lower(text);
   const size_t reach = std::max<size_t>(2, lower.size() / 3);
   std::vector<std::tuple<bool, size_t, std::string>> ranked;
   for (const std::string& name : names) {
     const std::string candidate = Lower(name);
-    const bool holds = candidate.find(lower) != std::string::npos;
-    const size_t distance = EditDistance(lower, candidate);
-    if (holds || distance <= reach) ranked.emplace_back(!holds, distance, name);
+    const size_t apart = candidate.size() > lower.size() ? candidate.size() - lower.size()
+                                                         : lower.size() - candidate.size();
+    // A name that holds the text is that many deletions from it.
+    const bool holds =
+        candidate.size() >= lower.size() && candidate.find(lower) != std::string::npos;
+    if (holds) {
+      ranked.emplace_back(false, apart, name);
+    } else if (apart <= reach) {
+      const size_t distance = EditDistance(lower, candidate);
+      if (distance <= reach) ranked.emplace_back(true, distance, name);
+    }
   }
   const size_t n = std::min<size_t>(3, ranked.size());
   std::partial_sort(ranked.begin(), ranked.begin() + n, ranked.end());
@@ -165,23 +208,24 @@ std::vector<std::string> FieldNames() {
   return out;
 }
 
-int NotFound(const std::string& what, const std::vector<std::string>& nearest) {
-  std::fprintf(stderr, "%s: %s\n", kTool, what.c_str());
+int NotFound(const Io& io, const std::string& what, const std::vector<std::string>& nearest) {
+  std::fprintf(io.err, "%s: %s\n", kTool, what.c_str());
   if (nearest.empty()) {
-    std::fprintf(stderr, "  no name is near it\n");
+    std::fprintf(io.err, "  no name is near it\n");
   } else {
     std::string list;
     for (const std::string& n : nearest) list += (list.empty() ? "" : ", ") + n;
-    std::fprintf(stderr, "  nearest: %s\n", list.c_str());
+    std::fprintf(io.err, "  nearest: %s\n", list.c_str());
   }
   return kNotFound;
 }
 
 // The error for a class name or number that names no class.
-int NoClass(const std::string& text) {
+int NoClass(const Io& io, const std::string& text) {
   int number = 0;
   if (!ParseNumber(text, &number)) {
-    return NotFound("no class named '" + text + "'", Nearest(AsClassName(text), ClassNames()));
+    return NotFound(io, "no class named '" + Shown(text) + "'",
+                    Nearest(AsClassName(text), ClassNames()));
   }
   std::vector<const ClassInfo*> byDistance;
   for (int i = 0; i < kClassCount; ++i) byDistance.push_back(&kClasses[i]);
@@ -194,7 +238,7 @@ int NoClass(const std::string& text) {
   for (size_t i = 0; i < byDistance.size() && i < 3; ++i) {
     nearest.push_back(std::to_string(byDistance[i]->number) + " " + byDistance[i]->name);
   }
-  return NotFound("no class numbered " + text, nearest);
+  return NotFound(io, "no class numbered " + text, nearest);
 }
 
 // ---- output ----
@@ -240,8 +284,8 @@ std::string Tag(const FieldInfo& field) { return "T" + std::to_string(field.tag)
 
 // Prints classes as "name  number  family", each with its note if any, in
 // columns.
-void PrintClasses(const std::vector<const ClassInfo*>& classes, const std::string& indent,
-                  const std::vector<std::string>& notes = {}) {
+void PrintClasses(FILE* out, const std::vector<const ClassInfo*>& classes,
+                  const std::string& indent, const std::vector<std::string>& notes = {}) {
   size_t nameWidth = 0;
   size_t familyWidth = 0;
   for (const ClassInfo* c : classes) {
@@ -255,14 +299,14 @@ void PrintClasses(const std::vector<const ClassInfo*>& classes, const std::strin
     if (i < notes.size()) {
       line = Pad(line, line.size() + familyWidth - std::string(c.family).size()) + "  " + notes[i];
     }
-    std::printf("%s\n", line.c_str());
+    std::fprintf(out, "%s\n", line.c_str());
   }
 }
 
 // The fields of a class at `level` (indented by two spaces a level), each
 // message field followed by the fields of its class, down to `depth` levels
 // (0: no limit). Names and tags are aligned among the fields of one class.
-void PrintTree(const ClassInfo& cls, int level, int depth) {
+void PrintTree(FILE* out, const ClassInfo& cls, int level, int depth) {
   size_t nameWidth = 0;
   size_t tagWidth = 0;
   for (int i = 0; i < cls.memberCount; ++i) {
@@ -276,8 +320,8 @@ void PrintTree(const ClassInfo& cls, int level, int depth) {
     const bool cut = held && depth > 0 && level >= depth;
     std::string line = indent + Pad(field.name, nameWidth) + "  " + Pad(Tag(field), tagWidth) +
                        "  " + Holds(field);
-    std::printf("%s%s\n", line.c_str(), cut ? " ..." : "");
-    if (held && !cut) PrintTree(*held, level + 1, depth);
+    std::fprintf(out, "%s%s\n", line.c_str(), cut ? " ..." : "");
+    if (held && !cut) PrintTree(out, *held, level + 1, depth);
   }
 }
 
@@ -285,9 +329,9 @@ void PrintTree(const ClassInfo& cls, int level, int depth) {
 
 using Args = std::vector<std::string>;
 
-int BadCommandLine(const std::string& what);
+int BadCommandLine(const Io& io, const std::string& what);
 
-int List(const Args& args) {
+int List(const Io& io, const Args& args) {
   const std::string pattern = args.empty() ? "" : args[0];
   const std::string lower = Lower(pattern);
   std::vector<const ClassInfo*> found;
@@ -295,11 +339,11 @@ int List(const Args& args) {
     if (Lower(kClasses[i].name).find(lower) != std::string::npos) found.push_back(&kClasses[i]);
   }
   if (found.empty()) {
-    return NotFound("no class name contains '" + pattern + "'",
+    return NotFound(io, "no class name contains '" + Shown(pattern) + "'",
                     Nearest(AsClassName(pattern), ClassNames()));
   }
   std::sort(found.begin(), found.end(), ByClassName);
-  PrintClasses(found, "");
+  PrintClasses(io.out, found, "");
   return kFound;
 }
 
@@ -310,7 +354,7 @@ int HolderCount(const FieldInfo& field) {
   return n;
 }
 
-void PrintFields(const std::vector<const FieldInfo*>& fields) {
+void PrintFields(FILE* out, const std::vector<const FieldInfo*>& fields) {
   size_t nameWidth = 0;
   size_t tagWidth = 0;
   size_t holdsWidth = 0;
@@ -324,11 +368,11 @@ void PrintFields(const std::vector<const FieldInfo*>& fields) {
     const std::string line = "  " + Pad(f->name, nameWidth) + "  " + Pad(Tag(*f), tagWidth) + "  " +
                              Pad(Holds(*f), holdsWidth) + "  in " + std::to_string(n) +
                              (n == 1 ? " class" : " classes");
-    std::printf("%s\n", line.c_str());
+    std::fprintf(out, "%s\n", line.c_str());
   }
 }
 
-int Find(const Args& args) {
+int Find(const Io& io, const Args& args) {
   const std::string& text = args[0];
   std::vector<const ClassInfo*> classes;
   std::vector<const FieldInfo*> fields;
@@ -350,54 +394,55 @@ int Find(const Args& args) {
     });
   }
   if (classes.empty() && fields.empty()) {
-    if (ParseNumber(text, &number)) return NoClass(text);
+    if (ParseNumber(text, &number)) return NoClass(io, text);
     std::vector<std::string> names = ClassNames();
     const std::vector<std::string> more = FieldNames();
     names.insert(names.end(), more.begin(), more.end());
-    return NotFound("no class or field name contains '" + text + "'", Nearest(text, names));
+    return NotFound(io, "no class or field name contains '" + Shown(text) + "'",
+                    Nearest(text, names));
   }
   if (!classes.empty()) {
-    std::printf("classes (%zu):\n", classes.size());
-    PrintClasses(classes, "  ");
+    std::fprintf(io.out, "classes (%zu):\n", classes.size());
+    PrintClasses(io.out, classes, "  ");
   }
   if (!fields.empty()) {
-    std::printf("fields (%zu):\n", fields.size());
-    PrintFields(fields);
+    std::fprintf(io.out, "fields (%zu):\n", fields.size());
+    PrintFields(io.out, fields);
   }
   return kFound;
 }
 
-int Show(const Args& args) {
+int Show(const Io& io, const Args& args) {
   int depth = 0;
   std::vector<std::string> names;
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] != "--depth") {
       names.push_back(args[i]);
     } else if (i + 1 == args.size() || !ParseNumber(args[i + 1], &depth) || depth == 0) {
-      return BadCommandLine("show takes '--depth N' with N a number from 1");
+      return BadCommandLine(io, "show takes '--depth N' with N a number from 1");
     } else {
       ++i;
     }
   }
-  if (names.size() != 1) return BadCommandLine("show takes one class, by name or number");
+  if (names.size() != 1) return BadCommandLine(io, "show takes one class, by name or number");
   const ClassInfo* cls = FindClass(names[0]);
-  if (!cls) return NoClass(names[0]);
-  std::printf("%s  %d  %s\n", cls->name, cls->number, cls->family);
-  PrintTree(*cls, 1, depth);
+  if (!cls) return NoClass(io, names[0]);
+  std::fprintf(io.out, "%s  %d  %s\n", cls->name, cls->number, cls->family);
+  PrintTree(io.out, *cls, 1, depth);
   return kFound;
 }
 
-int Holders(const Args& args) {
+int Holders(const Io& io, const Args& args) {
   const std::string& text = args[0];
   const ClassInfo* cls = FindClass(text);
   const FieldInfo* field = cls ? nullptr : FieldByName(text);
   if (!cls && !field) {
     int number = 0;
-    if (ParseNumber(text, &number) || HasPrefixM(text)) return NoClass(text);
+    if (ParseNumber(text, &number) || HasPrefixM(text)) return NoClass(io, text);
     std::vector<std::string> names = FieldNames();
     const std::vector<std::string> classes = ClassNames();
     names.insert(names.end(), classes.begin(), classes.end());
-    return NotFound("no class or field named '" + text + "'", Nearest(text, names));
+    return NotFound(io, "no class or field named '" + Shown(text) + "'", Nearest(text, names));
   }
   // Each holder, with the fields it holds the class in.
   std::vector<std::pair<const ClassInfo*, std::string>> found;
@@ -415,8 +460,9 @@ int Holders(const Args& args) {
     if (!via.empty()) found.emplace_back(&holder, via);
   }
   if (found.empty()) {
-    if (cls) std::printf("%s is held by no class: it is a message on its own\n", cls->name);
-    if (field) std::printf("%s is a field of no class\n", field->name);
+    if (cls)
+      std::fprintf(io.out, "%s is held by no class: it is a message on its own\n", cls->name);
+    if (field) std::fprintf(io.out, "%s is a field of no class\n", field->name);
     return kFound;
   }
   std::sort(found.begin(), found.end(),
@@ -427,44 +473,45 @@ int Holders(const Args& args) {
     classes.push_back(holder);
     via.push_back(fields);
   }
-  PrintClasses(classes, "", cls ? via : std::vector<std::string>());
+  PrintClasses(io.out, classes, "", cls ? via : std::vector<std::string>());
   return kFound;
 }
 
-int Dump(const Args& args) {
+int Dump(const Io& io, const Args& args) {
   const ClassInfo* cls = FindClass(args[0]);
-  if (!cls) return NoClass(args[0]);
+  if (!cls) return NoClass(io, args[0]);
   if (!pricemsg::probe::kAvailable) {
-    std::fprintf(stderr, "%s: the runtime of this build offers no way to read a dump\n", kTool);
+    std::fprintf(io.err, "%s: the runtime of this build offers no way to read a dump\n", kTool);
     return kNotFound;
   }
   const std::unique_ptr<CMsgBase> object = catalogue::MakeMessage(cls->number);
   if (!object) {
-    std::fprintf(stderr, "%s: %s (%d) is in the catalogue but not in the library\n", kTool,
+    std::fprintf(io.err, "%s: %s (%d) is in the catalogue but not in the library\n", kTool,
                  cls->name, cls->number);
     return kNotFound;
   }
   CStream out;
   object->Dump(&out);
   const std::string text = pricemsg::probe::StreamText(out);
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  if (text.empty() || text.back() != '\n') std::putchar('\n');
+  std::fwrite(text.data(), 1, text.size(), io.out);
+  if (text.empty() || text.back() != '\n') std::fputc('\n', io.out);
   return kFound;
 }
 
 // Reads a message file, checked against the classes, and prints it back
 // with the class and field names; a file that does not fit is reported with
 // its line and column.
-int File(const Args& args) {
+int File(const Io& io, const Args& args) {
   const char* path = args[0].c_str();
   MsgTextError err{};
   const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path, &err));
   std::string text;
   if (!msg || MA_WriteMsgText(msg.get(), &text, &err) != MSGTEXT_OK) {
-    std::fprintf(stderr, "%s: %s:%d:%d: %s\n", kTool, path, err.line, err.column, err.reason);
+    std::fprintf(io.err, "%s: %s:%d:%d: %s\n", kTool, Shown(args[0], PATH_MAX).c_str(), err.line,
+                 err.column, err.reason);
     return kNotFound;
   }
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fwrite(text.data(), 1, text.size(), io.out);
   return kFound;
 }
 
@@ -476,7 +523,7 @@ struct Command {
   const char* summary;
   size_t minArgs;
   size_t maxArgs;
-  int (*run)(const Args& args);
+  int (*run)(const Io& io, const Args& args);
 };
 
 const Command kCommands[] = {
@@ -507,36 +554,56 @@ void Usage(FILE* out) {
   std::fprintf(out,
                "  help\n      this text\n\n"
                "A class is named as in C++ (M_IrNoteHwOut; any case, the M_ may be left out)\n"
-               "or by its number. Exit status: 0 found, 1 not found, 2 a wrong command line.\n");
+               "or by its number. Exit status: 0 found, 1 not found, 2 a wrong command line,\n"
+               "3 the output could not be written.\n");
 }
 
-int BadCommandLine(const std::string& what) {
-  std::fprintf(stderr, "%s: %s\n\n", kTool, what.c_str());
-  Usage(stderr);
+int BadCommandLine(const Io& io, const std::string& what) {
+  std::fprintf(io.err, "%s: %s\n\n", kTool, what.c_str());
+  Usage(io.err);
   return kBadCommandLine;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc < 2) return BadCommandLine("no command given");
+// The command line's command, run.
+int RunCommand(const Io& io, int argc, const char* const* argv) {
+  if (argc < 2) return BadCommandLine(io, "no command given");
   const std::string name = argv[1];
   if (name == "help" || name == "-h" || name == "--help") {
-    Usage(stdout);
+    Usage(io.out);
     return kFound;
   }
   const Args args(argv + 2, argv + argc);
   for (const Command& c : kCommands) {
     if (name != c.name) continue;
     if (args.size() < c.minArgs || args.size() > c.maxArgs) {
-      return BadCommandLine(std::string("wrong arguments for ") + c.name +
-                            ", which takes: " + c.name + " " + c.args);
+      return BadCommandLine(io, std::string("wrong arguments for ") + c.name +
+                                    ", which takes: " + c.name + " " + c.args);
     }
-    return c.run(args);
+    return c.run(io, args);
   }
   std::vector<std::string> names;
   for (const Command& c : kCommands) names.push_back(c.name);
   const std::vector<std::string> nearest = Nearest(name, names);
-  return BadCommandLine("unknown command '" + name + "'" +
-                        (nearest.empty() ? "" : "; did you mean '" + nearest[0] + "'?"));
+  return BadCommandLine(io, "unknown command '" + Shown(name) + "'" +
+                                (nearest.empty() ? "" : "; did you mean '" + nearest[0] + "'?"));
 }
+
+}  // namespace
+
+namespace catalogue {
+
+int Run(int argc, const char* const* argv, FILE* out, FILE* err) {
+  const int status = RunCommand(Io{out, err}, argc, argv);
+  // Output that did not reach its file is a failure, whatever the command
+  // found: a full disk or a closed pipe must not pass for a result.
+  errno = 0;
+  if (std::fflush(out) != 0 || std::ferror(out)) {
+    const int failure = errno;
+    std::fprintf(err, "%s: cannot write the output%s%s\n", kTool, failure ? ": " : "",
+                 failure ? std::strerror(failure) : "");
+    return kOutputFailed;
+  }
+  return status;
+}
+
+}  // namespace catalogue

@@ -180,6 +180,52 @@ class Errors(unittest.TestCase):
                 self.assertEqual(out, "")
 
 
+class HostileCommandLines(unittest.TestCase):
+    def test_output_that_cannot_be_written_fails_every_command(self):
+        import tempfile
+        with tempfile.TemporaryDirectory() as tmp:
+            good = os.path.join(tmp, "reject.msg")
+            with open(good, "w") as fh:
+                fh.write("M10 {\n  T6 i 3\n}\n")
+            for args in (["list"], ["find", "dStrike"], ["show", "M_InstInfo"],
+                         ["holders", "M_Tiv"], ["dump", "10"], ["file", good], ["help"]):
+                with self.subTest(args=args), open("/dev/full", "w") as full:
+                    r = subprocess.run([TOOL, *args], stdout=full, stderr=subprocess.PIPE,
+                                       text=True, timeout=60)
+                    self.assertEqual(r.returncode, 3, r.stderr)
+                    self.assertIn("cannot write the output: No space left on device", r.stderr)
+            # An error prints nothing to stdout, so it keeps its own status.
+            with open("/dev/full", "w") as full:
+                r = subprocess.run([TOOL, "show", "M_Nope"], stdout=full, stderr=subprocess.PIPE,
+                                   timeout=60)
+            self.assertEqual(r.returncode, 1)
+
+    def test_long_arguments_and_control_bytes_are_cut_and_escaped_quickly(self):
+        import time
+        long_name = "q" * 130000  # near the largest single argument Linux takes
+        cases = [(["show", long_name], 1), (["holders", long_name], 1), (["find", long_name], 1),
+                 (["list", long_name], 1), (["dump", long_name], 1), ([long_name], 2),
+                 (["show", "M_Inst\x1b[2J\x07Info"], 1), (["\x1b]0;title\x07"], 2),
+                 (["file", "/no/such/\x1b[2J.msg"], 1)]
+        for args, status in cases:
+            with self.subTest(args=[a[:20] for a in args]):
+                start = time.monotonic()
+                code, out, err = run(*args)
+                # A search bound by the names, not by the argument, takes
+                # milliseconds; one that measures every name against the
+                # whole argument took seconds.
+                self.assertLess(time.monotonic() - start, 5.0)
+                self.assertEqual((code, out), (status, ""))
+                self.assertNotIn("\x1b", err)
+                self.assertNotIn("\x07", err)
+                first = err.splitlines()[0]
+                self.assertLess(len(first), 200, first[:200])
+        code, _, err = run("show", "M_Inst\x1b[2JInfo")
+        self.assertIn("'M_Inst\\x1b[2JInfo'", err)
+        code, _, err = run("show", long_name)
+        self.assertIn("'" + "q" * 64 + "...'", err)
+
+
 if __name__ == "__main__":
     if len(sys.argv) < 3:
         sys.exit("usage: test_catalogue_tool.py TOOL TOOL_WITHOUT_PROBE")

@@ -1,0 +1,106 @@
+// The catalogue tool's command line, in-process. The first byte chooses
+// the form of the rest:
+// - odd: the rest is a message file, and the command line is
+//   "file <that file>";
+// - even: the rest is the arguments, separated by NUL bytes (at most 8).
+//   The tool reads no file but the fuzzer's own: the argument of "file" is
+//   written to a file, whose path takes its place.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Catalogue.h"
+#include "MsgText.h"
+#include "TextFuzz.h"
+
+namespace fuzzing {
+
+namespace {
+
+// A stream into memory; its text once closed.
+class Captured {
+ public:
+  Captured() : file_(open_memstream(&data_, &size_)) { Check(file_ != nullptr); }
+  Captured(const Captured&) = delete;
+  Captured& operator=(const Captured&) = delete;
+  ~Captured() {
+    if (file_) std::fclose(file_);
+    std::free(data_);
+  }
+  FILE* file() const { return file_; }
+  std::string Close() {
+    std::fclose(file_);
+    file_ = nullptr;
+    return std::string(data_, size_);
+  }
+
+ private:
+  char* data_ = nullptr;
+  size_t size_ = 0;
+  FILE* file_;
+};
+
+void Store(const std::string& path, const std::string& content) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  Check(f != nullptr);
+  Check(content.empty() || std::fwrite(content.data(), 1, content.size(), f) == content.size());
+  Check(std::fclose(f) == 0);
+}
+
+}  // namespace
+
+void RunCatalogue(const uint8_t* data, size_t size) {
+  if (size == 0) return;
+  const std::string rest(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string path = std::string(ScratchDir()) + "/catalogue.msg";
+  std::vector<std::string> args = {"pricemsg-catalogue"};
+  if (data[0] % 2) {
+    args.insert(args.end(), {"file", rest});
+  } else {
+    for (size_t at = 0; args.size() < 9;) {
+      const size_t nul = std::min(rest.find('\0', at), rest.size());
+      args.push_back(rest.substr(at, nul - at));
+      if (nul == rest.size()) break;
+      at = nul + 1;
+    }
+  }
+  const bool file = args.size() == 3 && args[1] == "file";
+  std::string content;
+  if (file) {
+    content = args[2];
+    Store(path, content);
+    args[2] = path;
+  } else if (args.size() > 1 && args[1] == "file") {
+    args.resize(2);  // a wrong count of arguments, without a path to read
+  }
+  std::vector<const char*> argv;
+  for (const std::string& a : args) argv.push_back(a.c_str());
+  Captured out, err;
+  const int status =
+      catalogue::Run(static_cast<int>(argv.size()), argv.data(), out.file(), err.file());
+  const std::string printed = out.Close();
+  const std::string told = err.Close();
+  Check(status >= 0 && status <= 2);
+  Check(status == 0 ? told.empty() : printed.empty() && !told.empty());
+  if (!file) return;
+  // It prints the writer's text of the tree that the reader takes, or the
+  // reader's error at its place.
+  MsgTextError e{};
+  std::unique_ptr<CMsg> msg(MA_ReadMsgText(content.data(), content.size(), &e));
+  Check((status == 0) == (msg != nullptr));
+  if (msg) {
+    std::string text;
+    Check(MA_WriteMsgText(msg.get(), &text, &e) == MSGTEXT_OK);
+    Check(printed == text);
+  } else {
+    const std::string where =
+        ":" + std::to_string(e.line) + ":" + std::to_string(e.column) + ": " + e.reason;
+    Check(told.find(where) != std::string::npos);
+  }
+}
+
+}  // namespace fuzzing

@@ -1,0 +1,142 @@
+#include "TextFuzz.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "MsgText.h"
+
+namespace fuzzing {
+
+namespace {
+
+using MsgPtr = std::unique_ptr<CMsg>;
+
+std::string g_scratch;
+
+void RemoveScratch() {
+  std::error_code ignored;
+  std::filesystem::remove_all(g_scratch, ignored);
+}
+
+// The error of a text that was refused: a reason, and a position in the
+// text. Line n + 1 is the line below a text of n lines that ends in a
+// newline, where only column 1 exists; columns count bytes from 1, after a
+// byte order mark on line 1, up to one past the end of the line (before a
+// "\r\n").
+void CheckPosition(const char* text, size_t size, const MsgTextError& err) {
+  Check(strnlen(err.reason, sizeof err.reason) < sizeof err.reason);
+  Check(err.reason[0] != '\0');
+  Check(err.line >= 1 && err.column >= 1);
+  size_t start = 0;
+  if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) start = 3;
+  for (int line = 1; line < err.line; ++line) {
+    const void* nl = std::memchr(text + start, '\n', size - start);
+    Check(nl != nullptr);
+    start = static_cast<size_t>(static_cast<const char*>(nl) - text) + 1;
+  }
+  const void* nl = std::memchr(text + start, '\n', size - start);
+  size_t end = nl ? static_cast<size_t>(static_cast<const char*>(nl) - text) : size;
+  if (end > start && text[end - 1] == '\r') --end;
+  Check(static_cast<size_t>(err.column) <= end - start + 1);
+}
+
+std::string Written(CMsg* msg) {
+  std::string text;
+  MsgTextError err{};
+  Check(MA_WriteMsgText(msg, &text, &err) == MSGTEXT_OK);
+  return text;
+}
+
+std::string Content(const std::string& path) {
+  std::string out;
+  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
+    char buf[4096];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+    std::fclose(f);
+  }
+  return out;
+}
+
+void Store(const std::string& path, const uint8_t* data, size_t size) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  Check(f != nullptr);
+  Check(size == 0 || std::fwrite(data, 1, size, f) == size);
+  Check(std::fclose(f) == 0);
+}
+
+// The names in a directory, "." and ".." aside.
+int EntriesIn(const char* dir) {
+  DIR* d = opendir(dir);
+  Check(d != nullptr);
+  int n = 0;
+  while (const dirent* e = readdir(d)) {
+    if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) ++n;
+  }
+  closedir(d);
+  return n;
+}
+
+}  // namespace
+
+void Check(bool promise) {
+  if (!promise) std::abort();
+}
+
+const char* ScratchDir() {
+  if (g_scratch.empty()) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/pricemsg-fuzz-XXXXXX";
+    Check(mkdtemp(pattern.data()) != nullptr);
+    g_scratch = pattern;
+    std::atexit(RemoveScratch);
+  }
+  return g_scratch.c_str();
+}
+
+void ReadText(const uint8_t* data, size_t size) {
+  const char* text = reinterpret_cast<const char*>(data);
+  MsgTextError err{};
+  MsgPtr msg(MA_ReadMsgText(text, size, &err));
+  if (!msg) {
+    CheckPosition(text, size, err);
+    return;
+  }
+  Check(err.line == 0 && err.column == 0 && err.reason[0] == '\0');
+  const std::string first = Written(msg.get());
+  MsgPtr again(MA_ReadMsgText(first.data(), first.size(), &err));
+  Check(again != nullptr);
+  Check(Written(again.get()) == first);
+}
+
+void ReadFile(const uint8_t* data, size_t size) {
+  const std::string dir = ScratchDir();
+  const std::string in = dir + "/in.msg";
+  const std::string out = dir + "/out.msg";
+  Store(in, data, size);
+  MsgTextError fromFile{}, fromText{};
+  MsgPtr msg(MA_ReadMsgFile(in.c_str(), &fromFile));
+  MsgPtr same(MA_ReadMsgText(reinterpret_cast<const char*>(data), size, &fromText));
+  Check((msg != nullptr) == (same != nullptr));
+  Check(fromFile.line == fromText.line && fromFile.column == fromText.column);
+  Check(std::strcmp(fromFile.reason, fromText.reason) == 0);
+  if (!msg) return;
+  const std::string text = Written(msg.get());
+  Check(Written(same.get()) == text);
+  MsgTextError err{};
+  Check(MA_WriteMsgFile(msg.get(), out.c_str(), &err) == MSGTEXT_OK);
+  Check(Content(out) == text);
+  Check(EntriesIn(dir.c_str()) == 2);
+  MsgPtr back(MA_ReadMsgFile(out.c_str(), &err));
+  Check(back != nullptr);
+  Check(Written(back.get()) == text);
+}
+
+}  // namespace fuzzing

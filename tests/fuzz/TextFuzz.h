@@ -1,0 +1,34 @@
+// Fuzzing steps for the entry points that take text from outside: the
+// message-text reader, message files, and the catalogue tool's command
+// line. Each runs one input and aborts on a broken promise (a sanitizer
+// reports the rest); the libFuzzer programs and the corpus replay call them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace fuzzing {
+
+// The bytes as a message text. A text that is read writes a text that reads
+// back and writes the same again; a text that is refused is refused at a
+// line and column inside it, with a reason.
+void ReadText(const uint8_t* data, size_t size);
+
+// The bytes as a message file: read as the text reader reads them, to the
+// same tree or the same error; a tree read is written to another file,
+// which holds exactly the writer's text and nothing is left beside it.
+void ReadFile(const uint8_t* data, size_t size);
+
+// The bytes as the catalogue tool's command line (see CatalogueFuzz.cpp):
+// it gives a known status, prints results only when it found something and
+// errors only when it did not, and prints a message file as it reads.
+void RunCatalogue(const uint8_t* data, size_t size);
+
+// A directory of this process's own for the files of the steps, made on
+// first use and removed at exit.
+const char* ScratchDir();
+
+// Aborts unless `promise` holds.
+void Check(bool promise);
+
+}  // namespace fuzzing

@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""Writes the seed inputs of the fuzzers of outside text (TextFuzz.h):
+
+    make_text_seeds.py            # into corpus-msgtext, corpus-msgfile, corpus-catalogue here
+
+- corpus-msgtext and corpus-msgfile: message texts of a few classes with
+  every field set (from schema/), in the layouts a person may give them
+  (names left out, CRLF, notes, a byte order mark), and texts that the
+  reader refuses, one for each kind of refusal;
+- corpus-catalogue: command lines of the tool (a first byte 0, then the
+  arguments separated by NUL bytes) and message files for its `file`
+  command (a first byte 1, then the file).
+
+Inputs that a fuzzer found are added by hand as crash-<what> and are not
+touched here. The seeds stay below 8 KiB, the length the fuzz stage of
+scripts/check.sh gives the fuzzers.
+"""
+
+import os
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(os.path.dirname(HERE))
+sys.path.insert(0, os.path.join(ROOT, "generator"))
+
+from schema import load  # noqa: E402
+
+CLASSES = ["M_SysReject", "M_Tiv", "M_Greeks", "M_KytVolSurface", "M_IrTargetSwitching",
+           "M_FxFwdStdTgt", "M_SeriesValOut", "M_CrCdsOut"]
+LETTER = {"i": "i", "d": "d", "b": "b", "n": "n", "s": "s", "ia": "i", "da": "d", "m": "m",
+          "ma": "m"}
+MAX_SEED = 8192
+
+
+def value(f, index, k):
+    base = f.kind[0]
+    if base == "i":
+        return str([7, -2147483648, 2147483647, 0][(index + k) % 4])
+    if base == "d":
+        return ["0.1", "-0", "5e-324", "1.7976931348623157e+308", "inf", "-nan", "0.25"][
+            (index + k) % 7]
+    if base == "b":
+        return "YN"[(index + k) % 2]
+    if base == "n":
+        return '"20261123"'
+    return '"a\\"b\\\\c\\n\\t\\x7f\\xC3\\xA9"' if (index + k) % 2 else '""'
+
+
+def block(schema, msg, depth, lines, names=True):
+    """The lines of `msg` with every field set; arrays of two elements near the top."""
+    pad = "  " * depth
+    for index, f in enumerate(msg.fields):
+        count = (2 if depth < 2 else 1) if f.is_array else 1
+        for k in range(count):
+            head = f"{pad}  T{f.tag} {f.name + ' ' if names else ''}{LETTER[f.kind]} "
+            if f.sub:
+                sub = schema.message(f.sub)
+                lines.append(f"{head}M{sub.number} {sub.name} {{")
+                block(schema, sub, depth + 1, lines, names)
+                lines.append(f"{pad}  }}")
+            else:
+                lines.append(head + value(f, index, k))
+
+
+def text_of(schema, name, names=True):
+    msg = schema.message(name)
+    lines = [f"M{msg.number} {msg.name} {{"]
+    block(schema, msg, 0, lines, names)
+    lines.append("}")
+    return "\n".join(lines) + "\n"
+
+
+HAND = {
+    "layout-bom-crlf-notes": "\ufeff# a reply kept for a test\r\nM10 {\r\n\r\n\tT6  i\t-7   \r\n"
+                             "  # inside\r\n  T7 s \"\\x41\\x7F\"\r\n}",
+    "layout-unset": "M2161 M_Greeks {\n  T615 dTheta d -\n  T616 dRho d -\n  T2668 m M1925 {\n"
+                    "  }\n}\n",
+    "refused-class": "M9 {\n}\n",
+    "refused-tag": "M10 {\n  T612 d 1\n}\n",
+    "refused-letter": "M10 {\n  T6 d 1.5\n}\n",
+    "refused-name": "M10 {\n  T6 iSysRefMsgNo i 1\n}\n",
+    "refused-second": "M10 {\n  T6 i 1\n  T6 i 2\n}\n",
+    "refused-held": "M2161 {\n  T2668 m M2143 {\n  }\n}\n",
+    "refused-open": "M2161 {\n  T2668 m M1925 {\n",
+    "refused-range": "M10 {\n  T6 i 2147483648\n}\n",
+    "refused-double": "M2161 {\n  T615 d 1e-400\n}\n",
+    "refused-date": "M2143 {\n  T198 n \"202401011\"\n}\n",
+    "refused-escape": "M10 {\n  T7 s \"a\\x4\"\n}\n",
+    "refused-nul": "M10 {\n  T7 s \"a\\x00\"\n}\n",
+    "refused-quote": "M10 {\n  T7 s \"ab\\\n}\n",
+    "refused-after": "M10 {\n}\nM10 {\n}\n",
+}
+
+COMMANDS = [
+    ["list", "Note"], ["list"], ["find", "dStrike"], ["find", "4535"], ["find", "zzzz"],
+    ["show", "M_IrNoteFlterHwMc", "--depth", "2"], ["show", "hbnotedualmultirngaccr"],
+    ["show", "M_InstInfo", "--depth", "0"], ["show", "99999"], ["holders", "M_Tiv"],
+    ["holders", "dStrike"], ["holders", "dStrik"], ["dump", "3721"], ["dump", "InstInf"],
+    ["shwo", "M_InstInfo"], ["help"], [], ["show"], ["file", "M10 {\n  T6 i 3\n}\n"],
+    ["file", "M10 {\n  T6 i 3\n  T7 i 4\n}\n"], ["show", "M_Inst\x1b[2JInfo"],
+]
+
+
+def write(directory, name, data):
+    assert len(data) <= MAX_SEED, (name, len(data))
+    os.makedirs(directory, exist_ok=True)
+    with open(os.path.join(directory, name), "wb") as fh:
+        fh.write(data)
+
+
+def main():
+    schema = load(os.path.join(ROOT, "schema"))
+    texts = {}
+    for name in CLASSES:
+        texts[f"class-{name}"] = text_of(schema, name)
+    texts["class-M_Tiv-no-names"] = text_of(schema, "M_Tiv", names=False)
+    texts["class-M_Greeks-no-names"] = text_of(schema, "M_Greeks", names=False)
+    texts.update(HAND)
+    for directory in ("corpus-msgtext", "corpus-msgfile"):
+        for name, text in texts.items():
+            write(os.path.join(HERE, directory), f"seed-{name}", text.encode())
+    catalogue = os.path.join(HERE, "corpus-catalogue")
+    for i, args in enumerate(COMMANDS):
+        write(catalogue, f"seed-args-{i:02d}", b"\0" + "\0".join(args).encode())
+    for name in ("class-M_SysReject", "class-M_Greeks", "layout-bom-crlf-notes", "refused-held"):
+        write(catalogue, f"seed-file-{name}", b"\1" + texts[name].encode())
+
+
+if __name__ == "__main__":
+    main()
