@@ -40,6 +40,7 @@ void FailingAlloc::FailAt(long n) {
 void FailingAlloc::Off() { g_failAt = -1; }
 bool FailingAlloc::Fired() { return g_fired; }
 long FailingAlloc::Live() { return g_live; }
+bool FailingAlloc::Available() { return true; }
 
 }  // namespace testing_support
 

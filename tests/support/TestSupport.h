@@ -78,7 +78,10 @@ class FailingAlloc {
   static bool Fired();
   // Blocks allocated and not yet freed, in the whole process.
   static long Live();
+  static bool Available();
 };
+
+#define REQUIRE_FAILING_ALLOC() do { if (!::testing_support::FailingAlloc::Available()) GTEST_SKIP() << "allocations cannot be made to fail in this build"; } while (0)
 
 // Runs `f(n)` for n = 0, 1, ... where f arms FailAt(n) around the operation
 // it tests, until a run in which the armed failure did not happen; gives the
