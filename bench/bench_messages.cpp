@@ -10,6 +10,7 @@
 #include <google/protobuf/message.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
@@ -226,13 +227,49 @@ void RegisterMsgText() {
       ->Arg(100000);
 }
 
+// Filling an array of n elements one Grow at a time, against one SetSize(n):
+// both must take time in proportion to n. The elements are deleted outside
+// the timing.
+void ArrayBy(benchmark::State& st, bool grow) {
+  const int n = static_cast<int>(st.range(0));
+  for (auto _ : st) {
+    M_SysReject_Array arr;
+    if (grow) {
+      for (int i = 0; i < n; ++i) arr.Grow();
+    } else {
+      arr.SetSize(n);
+    }
+    if (arr.GetSize() != n) std::abort();
+    st.PauseTiming();
+    arr.RemoveAll();
+    st.ResumeTiming();
+  }
+  st.counters["ns/elem"] =
+      benchmark::Counter(static_cast<double>(n) * static_cast<double>(st.iterations()),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+const int kArraySizes[] = {100000, 1000000, 4000000};
+
+void RegisterArrays() {
+  for (bool grow : {true, false}) {
+    benchmark::RegisterBenchmark(grow ? "Array/Grow" : "Array/SetSize",
+                                 [grow](benchmark::State& st) { ArrayBy(st, grow); })
+        ->Arg(kArraySizes[0])
+        ->Arg(kArraySizes[1])
+        ->Arg(kArraySizes[2])
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
 // Collects the times of all runs while printing them as usual.
 class Collector : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-        ns_[run.benchmark_name()] = run.GetAdjustedRealTime();
+        ns_[run.benchmark_name()] =
+            run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
       }
     }
     ConsoleReporter::ReportRuns(runs);
@@ -278,6 +315,7 @@ int main(int argc, char** argv) {
   Register(note);
   Register(reject);
   RegisterMsgText();
+  RegisterArrays();
 
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
@@ -289,6 +327,18 @@ int main(int argc, char** argv) {
     Ratio(collector, w, "roundtrip", "RoundTrip", "RoundTrip", true, "ours/theirs <= 0.8");
     Ratio(collector, w, "dump", "Dump", "DebugString", false, "theirs/ours >= 5");
     Ratio(collector, w, "copy", "Copy", "CopyFrom", true, "ours/theirs <= 1");
+  }
+  bool arrays = false;
+  for (int n : kArraySizes) {
+    std::string arg = "/" + std::to_string(n);
+    double grow = collector.Ns("Array/Grow" + arg), set = collector.Ns("Array/SetSize" + arg);
+    if (grow <= 0 || set <= 0) continue;
+    if (!arrays) {
+      std::printf("\nArrays of M_SysReject (ns per element, one run):\n%10s %10s %10s %8s\n",
+                  "elements", "Grow", "SetSize", "ratio");
+      arrays = true;
+    }
+    std::printf("%10d %10.1f %10.1f %8.2f\n", n, grow / n, set / n, grow / set);
   }
   MsgPtr tree(cmb.obj.ToMsg());
   std::printf(

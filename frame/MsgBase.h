@@ -22,7 +22,8 @@ class PRICEMSG_EXPORT CMsgBase {
   virtual ~CMsgBase();
 
   // Fills the fields from a message of this class's number; what the message
-  // lacks stays as it was. 0 on success, negative on failure.
+  // lacks stays as it was. 0 on success, negative on failure; -12 for a null
+  // `msg`, with every field and `errtext` left as they were.
   virtual int Load(CMsg* msg) = 0;
   // A new message with every field, set or not; the caller owns it. Null on
   // failure.
@@ -36,6 +37,23 @@ class PRICEMSG_EXPORT CMsgBase {
   CMsgBase& operator=(const CMsgBase&) = delete;
 };
 
+// The elements of an array are its leading `size` slots. Two calls leave
+// `size` above the elements that exist, as the pattern has it: SetSize with a
+// negative size (no element, `size` that number), and a SetSize that runs out
+// of memory (`size` the number asked for, the elements made before the
+// failure, and none from there on; none at all if the slot array itself could
+// not be had). On such an array:
+//  - GetAt and ToMsg give null for an index without an element, `operator[]`
+//    throws (code -11 in range, -27 out of range, see there);
+//  - Dump prints the elements that exist, and Copy from it copies them:
+//    the copy's size is their number;
+//  - Grow first brings `size` down to the elements that exist and grows from
+//    there, so that with no slot array it starts from empty (capacity 4,
+//    size 1);
+//  - a holder's ToMsg fails at the first missing element (SET_SUB_ARR);
+//  - RemoveAll, SetSize, Load and the destructor delete what exists.
+// No operation reads or writes outside the slot array, and no loop goes past
+// the elements that exist, whatever `size` says.
 class PRICEMSG_EXPORT CMsgBase_Array {
  public:
   CString msgname;
@@ -44,23 +62,36 @@ class PRICEMSG_EXPORT CMsgBase_Array {
   CMsgBase_Array() = default;
   virtual ~CMsgBase_Array() = 0;
 
-  // Deletes every element.
+  // Deletes every element and leaves the array empty (size and capacity 0).
   virtual void RemoveAll() = 0;
-  // Replaces the content by one element for each message of `arr`.
-  // 0 on success; -12 for a null `arr`; else the first failing result.
+  // Replaces the content by one element for each message of `arr` (none if
+  // the runtime's count is negative). 0 on success; -12 for a null `arr`;
+  // else the first failing result.
   virtual int Load(CMsgArray* arr) = 0;
   // The message of one element; null for an index out of range or failure.
   virtual CMsg* ToMsg(int index) = 0;
-  // Replaces the content by `size` new elements. The size, or -11.
+  // Replaces the content by `size` new elements, with capacity and size set to
+  // `size`; allocates nothing for 0 or less. The size, or -11 ("%s : Out of
+  // memory" with msgname), also when `size` slots cannot be counted in one
+  // allocation.
   virtual int SetSize(int size) = 0;
-  // Appends one new element. The new size, or -11.
+  // Appends one new element. The new size, or -11 with the array as it was
+  // (capacity may have grown). Capacity runs 4, 8, ..., 40, 45, 50, 56, ...:
+  // it rises by an eighth of the size, at least 4 and at most 1024, and stops
+  // at the largest int (or the most slots one allocation can hold), where
+  // Grow gives -11.
   virtual int Grow() = 0;
   virtual int GetSize() const = 0;
-  // The element at `index`, still owned by the array; null out of range.
+  // The element at `index`, still owned by the array; null out of range or
+  // where no element exists.
   virtual CMsgBase* GetAt(int index) const = 0;
-  // The element at `index`; throws CException with code -27 out of range.
+  // The element at `index`. Throws CException with code -27 and "<class>::[]
+  // out of index (0 <= i < size)" out of range, and with code -11 and
+  // "<class>::[] element i of size was never made (out of memory)" for an
+  // index in range whose element a failed SetSize did not make.
   virtual CMsgBase& operator[](int index) const = 0;
-  // Appends each element as text, headed by the array's name and index.
+  // Appends each element that exists as text, headed by the array's name and
+  // index.
   virtual void Dump(CStream* out) const = 0;
 
   CMsgBase_Array(const CMsgBase_Array&) = delete;
@@ -71,8 +102,9 @@ class PRICEMSG_EXPORT CMsgBase_Array {
 // listed here come from the runtime and are passed on unchanged.
 enum MsgResult {
   MSG_OK = 0,
-  MSG_E_NOMEM = -11,    // Grow, SetSize: "%s : Out of memory"
-  MSG_E_NULLARR = -12,  // array Load with a null CMsgArray
+  MSG_E_NOMEM = -11,    // Grow, SetSize: "%s : Out of memory"; operator[]: no element
+  MSG_E_NULL = -12,     // Load with a null CMsg or CMsgArray
+  MSG_E_NULLARR = -12,  // the same, by its older name
   MSG_E_INDEX = -27,    // array operator[]: the code of the CException
   MSG_E_MSGNUM = -28,   // Load: "invalid input message of service(%d,%d)"
 };

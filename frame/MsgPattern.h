@@ -14,6 +14,10 @@
 // helper for the field's kind. The first field that fails ends the walk.
 #pragma once
 
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+
 #include "MsgBase.h"
 
 namespace pricemsg::detail {
@@ -82,21 +86,67 @@ void Copy(CMsgBase& self, const CMsgBase& src, Fields fields);
 // What needs the element class (making an element, the typed slots) stays in
 // the small templates below; the rest goes through the virtual interface of
 // CMsgBase_Array in MsgBase.cpp.
+//
+// The slot array. `items` points at slot 0 of a block from operator new that
+// has a small header in front of the slots: the number of slots the block has
+// room for. No slot at or past that room is ever read or written, and while
+// `items` is not null, size <= capacity <= room. SetSize allocates exactly
+// the slots it asks for. Grow keeps `capacity` on its documented sequence
+// (NextCapacity), but when it needs a new block it gives it room for an
+// eighth more than the size as well: past 8,192 elements, where capacity
+// rises by only 1,024 at a time, most rises then find their slots already
+// there, and copying slots costs time in proportion to the elements.
+//
+// The elements that exist are the leading non-null slots below `size`. In a
+// sound array that is every slot below `size`. A failed SetSize(n) leaves
+// `size` n with null slots from the failure on, or with no slot array at all;
+// SetSize with a negative n leaves `size` n and no slot array. Every loop
+// over elements stops at the first slot without one, and Grow first brings
+// `size` down to the elements that exist (to none without a slot array).
 
 int OutOfMemory(CMsgBase_Array& self);
-int GrowthStep(int size);
+
+// The most slots a slot array can have: what an int counts, and what one
+// allocation can hold behind the header.
+constexpr int kMaxSlots =
+    (SIZE_MAX - sizeof(std::size_t)) / sizeof(void*) < static_cast<std::size_t>(INT_MAX)
+        ? static_cast<int>((SIZE_MAX - sizeof(std::size_t)) / sizeof(void*))
+        : INT_MAX;
+
+// How much Grow raises the capacity of a full array of `size` elements: an
+// eighth of the size, at least 4 and at most 1,024.
+constexpr int GrowthStep(int size) {
+  int step = size / 8;
+  return step < 4 ? 4 : step > 1024 ? 1024 : step;
+}
+
+// The capacity that Grow gives a full array of `size` elements (capacity
+// equals size then): size and its step, stopping at kMaxSlots. 0 when `size`
+// is kMaxSlots already and the array cannot grow.
+constexpr int NextCapacity(int size) {
+  if (size < 0) size = 0;
+  if (size >= kMaxSlots) return 0;
+  return size > kMaxSlots - GrowthStep(size) ? kMaxSlots : size + GrowthStep(size);
+}
+
 int LoadArray(CMsgBase_Array& self, CMsgArray* arr);
 CMsg* ElementToMsg(CMsgBase_Array& self, int index);
 void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className);
 void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, CopyMsgFn copy);
-[[noreturn]] void ThrowOutOfIndex(const char* className, int index, int size);
-// Deletes the elements that GetAt gives.
+// For `operator[]` with an index whose slot holds no element: out of range
+// (code -27), or in range after a failed SetSize (code -11).
+[[noreturn]] void ThrowNoElement(const char* className, int index, int size);
+// Deletes the elements that exist.
 void DeleteElements(CMsgBase_Array& self);
-// A slot array of `n` null slots; null when memory runs out.
+// A slot array with room for `n` slots, all null; null when memory runs out
+// or `n` is not between 1 and kMaxSlots.
 void* NewSlots(int n) noexcept;
-// A slot array of `n` slots with the first `size` taken from `old`, which is
-// freed; null (and `old` kept) when memory runs out.
-void* MoveSlots(void* old, int size, int n) noexcept;
+// Room for one more element in a full array of `size` elements (`slots` may
+// be null for none): raises `capacity` to NextCapacity(size) and gives the
+// slot array to use, the same one if its room suffices, else a larger one
+// with the elements' slots moved over and the old one freed. Null, with
+// nothing changed, when memory runs out or the array cannot grow.
+void* Enlarge(void* slots, int size, int& capacity) noexcept;
 void DeleteSlots(void* slots) noexcept;
 
 template <class E>
@@ -118,24 +168,27 @@ struct Pointee<T*> {
 template <class A>
 using ElementOf = typename Pointee<typename Pointee<decltype(A::items)>::Type>::Type;
 
+// Leaves the array empty, whatever state it was in.
 template <class A>
 void RemoveAll(A& a) {
-  if (!a.items) return;
-  DeleteElements(a);
-  DeleteSlots(a.items);
-  a.items = nullptr;
+  if (a.items) {
+    DeleteElements(a);
+    DeleteSlots(a.items);
+    a.items = nullptr;
+  }
   a.size = 0;
   a.capacity = 0;
 }
 
 template <class A>
 int Grow(A& a) {
+  // Growth goes on from the elements that exist.
+  if (!a.items) a.size = a.capacity = 0;
+  while (a.size > 0 && !a.items[a.size - 1]) --a.size;
   if (a.capacity <= a.size) {
-    int step = GrowthStep(a.size);
-    void* slots = MoveSlots(a.items, a.size, a.capacity + step);
+    void* slots = Enlarge(a.items, a.size, a.capacity);
     if (!slots) return OutOfMemory(a);
     a.items = static_cast<ElementOf<A>**>(slots);
-    a.capacity += step;
   }
   if (!(a.items[a.size] = NewElement<ElementOf<A>>())) return OutOfMemory(a);
   return ++a.size;
@@ -155,8 +208,8 @@ int SetSize(A& a, int size) {
   return a.size;
 }
 
-// After a failed SetSize the slots from the failure on are null, and with
-// them the slot array itself may be: such an element is no element.
+// Null for an index out of range and for a slot without an element; the
+// test of `items` covers a failed SetSize that had no slot array.
 template <class A>
 auto GetAt(const A& a, int index) {
   return index >= 0 && index < a.size && a.items ? a.items[index] : nullptr;
@@ -165,7 +218,7 @@ auto GetAt(const A& a, int index) {
 template <class A>
 auto& At(const A& a, int index, const char* className) {
   auto* element = GetAt(a, index);
-  if (!element) ThrowOutOfIndex(className, index, a.size);
+  if (!element) ThrowNoElement(className, index, a.size);
   return *element;
 }
 

@@ -97,6 +97,7 @@ void SweepMessage(const char* name, CMsg& sample) {
     std::string err;
     err.reserve(200);
     NoLeak leak;
+    bool again = false;
     InFreshThread([&] {
       T obj;
       FailingAlloc::FailAt(n);
@@ -104,7 +105,11 @@ void SweepMessage(const char* name, CMsg& sample) {
       FailingAlloc::Off();
       err = obj.errtext.ToStr();
       if (rc == 0 && DumpOf(obj) != dump) rc = 1;
+      // Whatever the failure left, arrays of missing elements included, a
+      // Load with memory enough makes the whole object.
+      again = obj.Load(&sample) == 0 && DumpOf(obj) == dump;
     });
+    EXPECT_TRUE(again) << "Load after a failed Load, allocation " << n;
     if (FailingAlloc::Fired() && rc >= 0) {
       EXPECT_TRUE(kReadsOfSubMessagesAllocate)
           << "Load, allocation " << n << ": the failure went unnoticed";
@@ -125,7 +130,7 @@ void SweepMessage(const char* name, CMsg& sample) {
   // value that cannot be copied throws std::bad_alloc.
   points = ForEachAllocationFailure([&](long n) {
     NoLeak leak;
-    bool same = false;
+    bool same = false, sound = false, again = false;
     InFreshThread([&] {
       T src;
       src.Load(&sample);
@@ -136,11 +141,22 @@ void SweepMessage(const char* name, CMsg& sample) {
       } catch (const std::bad_alloc&) {
       }
       FailingAlloc::Off();
-      same = DumpOf(dst) == dump;
+      const std::string left = DumpOf(dst);
+      same = left == dump;
+      // What a failed Copy left is a source in its own right: its arrays
+      // give the elements that exist, which is what it dumps.
+      T third;
+      third.Copy(dst);
+      sound = DumpOf(third) == left;
+      // A Copy with memory enough mends it.
+      dst.Copy(src);
+      again = DumpOf(dst) == dump;
     });
     if (!FailingAlloc::Fired()) {
       EXPECT_TRUE(same) << "Copy";
     }
+    EXPECT_TRUE(sound) << "Copy of a failed Copy, allocation " << n;
+    EXPECT_TRUE(again) << "Copy after a failed Copy, allocation " << n;
     EXPECT_TRUE(leak.Holds()) << "Copy, allocation " << n;
   });
   Report("Copy", name, points);
@@ -177,8 +193,15 @@ TEST(AllocationFailure, SetSizeAndGrowOfLegs) {
       FailingAlloc::Off();
       bool fired = FailingAlloc::Fired();
       EXPECT_EQ(rc, fired ? -11 : 8);
+      EXPECT_EQ(legs.GetSize(), 8);
+      int made = 0;
+      while (legs.GetAt(made)) ++made;
       if (fired) {
         EXPECT_EQ(Str(legs.errtext), " : Out of memory");
+        EXPECT_LT(made, 8);
+        // Growing goes on behind the elements that exist.
+        EXPECT_EQ(legs.Grow(), made + 1);
+        EXPECT_NE(legs.GetAt(made), nullptr);
       }
       EXPECT_EQ(legs.SetSize(2), 2);  // a failed array takes another SetSize
     });

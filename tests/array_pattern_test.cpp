@@ -2,14 +2,54 @@
 // codes -11, -12, -27 and -28.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
+#include <string>
 #include <vector>
 
+#include "MsgPattern.h"
 #include "RuntimeProbe.h"
 #include "TestSupport.h"
+#include "shared/M_KytVolSurface.h"
 #include "shared/M_SysReject.h"
 #include "shared/M_Tiv.h"
 
 using namespace testing_support;
+
+namespace {
+
+// Checks that `operator[]` throws for `index`, and where the runtime's
+// exceptions can be read, with `code` and (unless empty) `text`.
+template <class A>
+void ExpectThrows(const A& arr, int index, int code, const std::string& text = "") {
+  try {
+    arr[index];
+    ADD_FAILURE() << "no exception at " << index;
+  } catch (const CException& e) {
+    if (!pricemsg::probe::kAvailable) return;
+    EXPECT_EQ(pricemsg::probe::ExceptionCode(e), code) << "at " << index;
+    if (!text.empty()) {
+      EXPECT_EQ(pricemsg::probe::ExceptionText(e), text);
+    }
+  }
+}
+
+// The number of leading elements that GetAt gives.
+int Existing(const CMsgBase_Array& arr) {
+  int n = 0;
+  while (arr.GetAt(n)) ++n;
+  return n;
+}
+
+// The dump of an array of `n` new elements.
+template <class A>
+std::string DumpOfNew(int n) {
+  A fresh;
+  EXPECT_EQ(fresh.SetSize(n), n);
+  return DumpOf(fresh);
+}
+
+}  // namespace
 
 TEST(ArrayPattern, GrowsByAnEighthBetweenFourAnd1024) {
   M_SysReject_Array arr;
@@ -36,6 +76,67 @@ TEST(ArrayPattern, GrowsByAnEighthBetweenFourAnd1024) {
   ASSERT_EQ(arr.SetSize(9000), 9000);
   arr.Grow();
   EXPECT_EQ(arr.capacity, 10024);
+  for (auto [size, next] : {std::pair<int, int>{8191, 9214},
+                            {8192, 9216},
+                            {8199, 9223},
+                            {16384, 17408},
+                            {100000, 101024}}) {
+    ASSERT_EQ(arr.SetSize(size), size);
+    ASSERT_EQ(arr.Grow(), size + 1);
+    EXPECT_EQ(arr.capacity, next) << "after SetSize(" << size << ")";
+  }
+}
+
+TEST(ArrayPattern, GrowsFarPastTheCapWithoutMovingSlotsAtEveryStep) {
+  // Capacity keeps its sequence up to 300,000 elements while every element
+  // stays where it was made; the slots, though, move far less often than
+  // the capacity rises once steps are capped at 1024 (about 340 rises here, against under 90
+  // moves), so that Grow costs time in proportion to the elements.
+  M_SysReject_Array arr;
+  std::vector<M_SysReject*> made;
+  made.reserve(300000);
+  int rises = 0, moves = 0;
+  for (int i = 0; i < 300000; ++i) {
+    int before = arr.capacity;
+    M_SysReject** slots = arr.items;
+    ASSERT_EQ(arr.Grow(), i + 1);
+    if (arr.capacity != before) {
+      ++rises;
+      ASSERT_EQ(arr.capacity, i + std::clamp(i / 8, 4, 1024)) << "at size " << i;
+      moves += arr.items != slots;
+    } else {
+      ASSERT_EQ(arr.items, slots);
+    }
+    made.push_back(arr.GetAt(i));
+  }
+  EXPECT_GT(rises, 300);
+  EXPECT_LT(moves, 120);
+  for (int i = 0; i < 300000; ++i) ASSERT_EQ(arr.GetAt(i), made[static_cast<size_t>(i)]) << i;
+  arr[299999].iSysCode = Int(299999);
+  EXPECT_EQ(arr.GetAt(299999)->iSysCode.value, 299999);
+
+  // The same sequence from a SetSize far past the cap.
+  ASSERT_EQ(arr.SetSize(200000), 200000);
+  for (int i = 0; i < 5000; ++i) arr.Grow();
+  EXPECT_EQ(arr.GetSize(), 205000);
+  EXPECT_EQ(arr.capacity, 200000 + 5 * 1024);
+}
+
+TEST(ArrayPattern, CapacityStopsAtTheLargestCount) {
+  // Sizes this large cannot be reached by growing an array in a test; the
+  // sequence that Grow follows is checked where it would overflow an int.
+  using pricemsg::detail::kMaxSlots;
+  using pricemsg::detail::NextCapacity;
+  static_assert(sizeof(void*) < 8 || kMaxSlots == INT_MAX, "a 64-bit size_t counts any int");
+  EXPECT_EQ(NextCapacity(0), 4);
+  EXPECT_EQ(NextCapacity(-1), 4);
+  EXPECT_EQ(NextCapacity(40), 45);
+  EXPECT_EQ(NextCapacity(8192), 9216);
+  EXPECT_EQ(NextCapacity(kMaxSlots - 1025), kMaxSlots - 1);
+  EXPECT_EQ(NextCapacity(kMaxSlots - 1024), kMaxSlots);
+  EXPECT_EQ(NextCapacity(kMaxSlots - 1023), kMaxSlots);
+  EXPECT_EQ(NextCapacity(kMaxSlots - 1), kMaxSlots);
+  EXPECT_EQ(NextCapacity(kMaxSlots), 0);  // full: Grow gives -11
 }
 
 TEST(ArrayPattern, SetSizeReplacesEveryElement) {
@@ -58,6 +159,138 @@ TEST(ArrayPattern, SetSizeReplacesEveryElement) {
   EXPECT_EQ(arr.GetSize(), -2);
   EXPECT_EQ(arr.items, nullptr);
   EXPECT_EQ(arr.SetSize(1), 1);
+}
+
+TEST(ArrayPattern, NegativeSizeHoldsNothingAndGrowStartsFromEmpty) {
+  M_SysReject_Array arr;
+  ASSERT_EQ(arr.SetSize(3), 3);
+  EXPECT_EQ(arr.SetSize(-1), -1);
+  EXPECT_EQ(arr.GetSize(), -1);
+  EXPECT_EQ(arr.capacity, -1);
+  EXPECT_EQ(arr.GetAt(0), nullptr);
+  EXPECT_EQ(arr.GetAt(-1), nullptr);
+  EXPECT_EQ(arr.ToMsg(0), nullptr);
+  ExpectThrows(arr, 0, -27, "M_SysReject_Array::[] out of index (0 <= 0 < -1)");
+  EXPECT_EQ(DumpOf(arr), "");
+  M_SysReject_Array copy;
+  copy.SetSize(2);
+  copy.Copy(arr);
+  EXPECT_EQ(copy.GetSize(), 0);
+
+  // Grow goes on as from empty: the first slot is slot 0, not slot -1.
+  EXPECT_EQ(arr.Grow(), 1);
+  EXPECT_EQ(arr.capacity, 4);
+  ASSERT_NE(arr.GetAt(0), nullptr);
+  arr[0].iSysCode = Int(1);
+  for (int i = 0; i < 4; ++i) arr.Grow();
+  EXPECT_EQ(arr.capacity, 8);
+  EXPECT_EQ(arr[0].iSysCode.value, 1);
+  EXPECT_EQ(DumpOf(arr).find("M_SysReject_Array [5]"), std::string::npos);
+
+  // RemoveAll empties it from any state.
+  arr.SetSize(-7);
+  arr.RemoveAll();
+  EXPECT_EQ(arr.GetSize(), 0);
+  EXPECT_EQ(arr.capacity, 0);
+
+  // In a holder it writes and dumps as empty.
+  M_KytVolSurface surface;
+  surface.maKytVolSfcElmt.SetSize(-3);
+  MsgPtr msg(surface.ToMsg());
+  ASSERT_TRUE(msg);
+  EXPECT_EQ(Text(msg.get()), Text(MsgPtr(M_KytVolSurface().ToMsg()).get()));
+  EXPECT_EQ(DumpOf(surface), DumpOf(M_KytVolSurface()));
+}
+
+TEST(ArrayPattern, FailedSetSizeLeavesOnlyWhatExistsWhenMemoryRunsOut) {
+  REQUIRE_FAILING_ALLOC();
+  // No slot array for INT_MAX elements: size says 2147483647, nothing exists.
+  M_Tiv_Array arr;
+  arr.msgname = "tenors";
+  FailingAlloc::FailAt(0);
+  EXPECT_EQ(arr.SetSize(INT_MAX), -11);
+  FailingAlloc::Off();
+  EXPECT_EQ(Str(arr.errtext), "tenors : Out of memory");
+  EXPECT_EQ(arr.GetSize(), INT_MAX);
+  EXPECT_EQ(arr.items, nullptr);
+  EXPECT_EQ(arr.GetAt(0), nullptr);
+  EXPECT_EQ(arr.ToMsg(INT_MAX - 1), nullptr);
+  ExpectThrows(arr, 0, -11,
+               "M_Tiv_Array::[] element 0 of 2147483647 was never made (out of memory)");
+  ExpectThrows(arr, -1, -27, "M_Tiv_Array::[] out of index (0 <= -1 < 2147483647)");
+  EXPECT_EQ(DumpOf(arr), "");
+  M_Tiv_Array copy;
+  copy.SetSize(3);
+  copy.Copy(arr);
+  EXPECT_EQ(copy.GetSize(), 0);
+  EXPECT_EQ(copy.items, nullptr);
+
+  // Growing it starts from empty and copies nothing from the missing slots.
+  EXPECT_EQ(arr.Grow(), 1);
+  EXPECT_EQ(arr.capacity, 4);
+  arr[0].sMatur = "1Y";
+  EXPECT_EQ(DumpOf(arr).find("M_Tiv_Array [1]"), std::string::npos);
+  EXPECT_NE(DumpOf(arr).find("M_Tiv_Array [0]"), std::string::npos);
+
+  // A holder of such an array cannot write it, names the field, and dumps
+  // its label alone.
+  M_KytVolSurface surface;
+  FailingAlloc::FailAt(0);
+  EXPECT_EQ(surface.maKytVolSfcElmt.SetSize(1 << 30), -11);
+  FailingAlloc::Off();
+  EXPECT_EQ(surface.ToMsg(), nullptr);
+  EXPECT_EQ(Str(surface.errtext), "M_KytVolSurface:SET_SUB_ARR(M1264.T1456) fail");
+  EXPECT_EQ(DumpOf(surface), DumpOf(M_KytVolSurface()));
+  // Copy from a sound holder mends it.
+  M_KytVolSurface sound;
+  sound.maKytVolSfcElmt.SetSize(2);
+  surface.Copy(sound);
+  EXPECT_EQ(surface.maKytVolSfcElmt.GetSize(), 2);
+
+  // An element that cannot be made: the ones before it exist, the rest of
+  // the slots are empty. Each failure point of a SetSize of six in turn.
+  long points = ForEachAllocationFailure([](long n) {
+    M_Tiv_Array six;
+    FailingAlloc::FailAt(n);
+    int rc = six.SetSize(6);
+    FailingAlloc::Off();
+    if (!FailingAlloc::Fired()) {
+      EXPECT_EQ(rc, 6);
+      return;
+    }
+    EXPECT_EQ(rc, -11);
+    EXPECT_EQ(six.GetSize(), 6);
+    const int made = Existing(six);
+    ASSERT_LT(made, 6);
+    SCOPED_TRACE(made);
+    ExpectThrows(six, made, -11);
+    ExpectThrows(six, 5, -11);
+    ExpectThrows(six, 6, -27);
+    EXPECT_EQ(DumpOf(six), DumpOfNew<M_Tiv_Array>(made));
+    M_Tiv_Array copy;
+    copy.Copy(six);
+    EXPECT_EQ(copy.GetSize(), made);
+    EXPECT_EQ(DumpOf(copy), DumpOfNew<M_Tiv_Array>(made));
+
+    // Grow keeps what exists and appends behind it, in the slots already
+    // there while they last.
+    M_Tiv** slots = six.items;
+    M_Tiv* first = six.GetAt(0);
+    EXPECT_EQ(six.Grow(), made + 1);
+    if (made) {
+      EXPECT_EQ(six.GetAt(0), first);
+    }
+    if (slots) {
+      EXPECT_EQ(six.items, slots);
+      EXPECT_EQ(six.capacity, 6);
+    } else {
+      EXPECT_EQ(six.capacity, 4);
+    }
+    while (six.GetSize() < 7) ASSERT_GT(six.Grow(), 0);
+    EXPECT_EQ(Existing(six), 7);
+    EXPECT_EQ(DumpOf(six), DumpOfNew<M_Tiv_Array>(7));
+  });
+  EXPECT_GE(points, 7);  // the slot array and at least each element
 }
 
 TEST(ArrayPattern, IndexOutOfRange) {

@@ -7,9 +7,13 @@
 
 #include "RuntimeFaults.h"
 #include "TestSupport.h"
+#include "hybrid/M_HbAccrAutoPlain.h"
 #include "rates/M_IrCancelable.h"
+#include "rates/M_IrCapFloorDigitalCpn.h"
+#include "rates/M_IrNoteMultiRAccrCpHwTree.h"
 #include "shared/M_FdmParam.h"
 #include "shared/M_Greeks.h"
+#include "shared/M_InstInfo.h"
 #include "shared/M_KytVolSurface.h"
 #include "shared/M_SensitivityB.h"
 #include "shared/M_SysReject.h"
@@ -40,6 +44,20 @@ std::string WithRepr(std::string text) {
 
 bool Holds(const std::string& text, const std::string& line) {
   return text.find(line) != std::string::npos;
+}
+
+// A text of `n` letters that do not repeat in step with any buffer size.
+std::string Letters(size_t n) {
+  std::string text;
+  for (size_t i = 0; i < n; ++i) text += static_cast<char>('a' + (i * 7 + i / 26) % 26);
+  return text;
+}
+
+// The values written under `tag` in the message `msg`.
+int CallsOn(const SetRecorder& calls, const CMsg* msg, int tag) {
+  int n = 0;
+  for (int t : calls.TagsOf(msg)) n += t == tag;
+  return n;
 }
 
 }  // namespace
@@ -126,6 +144,58 @@ TEST(MessagePattern, DumpFormatsEachKind) {
   }
 }
 
+TEST(MessagePattern, DumpsLinesLongerThanUsual) {
+  // A text around the length where a line stops fitting the dumper's
+  // buffer, and far past it, under a label of 20 and one of 25 letters.
+  const std::string head =
+      "\n            <msgnum> : 10"
+      "\n           <msgname> : M_SysReject"
+      "\n            iSysCode : [<CInt: unset>]";
+  const std::string tail =
+      "\n        iSysRefMsgNo : [<CInt: unset>]"
+      "\n--------------------------------------";
+  for (size_t n :
+       {1, 100, 160, 161, 162, 163, 165, 166, 167, 168, 169, 191, 192, 193, 511, 512, 4000}) {
+    SCOPED_TRACE(n);
+    const std::string text = Letters(n);
+    M_SysReject reject;
+    reject.sSysReasonText = text.c_str();
+    EXPECT_EQ(DumpOf(reject), head + "\n      sSysReasonText : [" + text + "]" + tail);
+    M_IrCapFloorDigitalCpn cpn;
+    cpn.sCapFloorDigitalRangeType = text.c_str();
+    cpn.sCapFloorRightSect = "R";
+    const std::string dump = DumpOf(cpn);
+    EXPECT_TRUE(Holds(dump, "\n  sCapFloorRightSect : [R]\n")) << dump;
+    const std::string want =
+        "\nsCapFloorDigitalRangeType : [" + text + "]" + "\n--------------------------------------";
+    ASSERT_GE(dump.size(), want.size());
+    EXPECT_EQ(dump.substr(dump.size() - want.size()), want);
+  }
+
+  // A label of exactly 20 letters for a number, labels of 26 and 28 letters
+  // for a sub-message and an array, and a value array whose text is longer
+  // than a line.
+  M_InstInfo inst;
+  inst.dCapitalPaymentRatio = Dbl(0.5);
+  EXPECT_TRUE(Holds(DumpOf(inst), "\ndCapitalPaymentRatio : [5.000000000000000e-01]\n"));
+  M_HbAccrAutoPlain plain;
+  std::string dump = DumpOf(plain);
+  EXPECT_TRUE(Holds(dump, "\nmHbStarRngIrAccrChancePayoff :\n            <msgnum> : ")) << dump;
+  EXPECT_TRUE(Holds(dump, "\nmaHbStarRngIrAccrChanceMon :\n     mHbStarPlainMon :\n")) << dump;
+  ASSERT_EQ(plain.maHbStarRngIrAccrChanceMon.Grow(), 1);
+  EXPECT_TRUE(Holds(DumpOf(plain),
+                    "\nmaHbStarRngIrAccrChanceMon :\nM_HbStarRngIrAccrChanceMon_Array "
+                    "[0]\n            <msgnum> : "));
+  M_Greeks g;
+  Fill(g.daDelta,
+       {1.0 / 3, -2.0 / 3, 1e300, -1e-300, 5e-324, 0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9,
+        1.1,     1.2,      1.3,   1.4,     1.5,    1.6, 1.7, 1.8, 1.9, 2.1, 2.2, 2.3, 2.4});
+  const std::string repr = Repr(g.daDelta);
+  ASSERT_GT(repr.size(), 200u);  // longer than a line of the dumper
+  EXPECT_TRUE(
+      Holds(DumpOf(g), "\n             daDelta : [" + repr + "]\n             daGamma : ["));
+}
+
 TEST(MessagePattern, LoadRefusesAnotherNumberAndTouchesNothing) {
   M_SysReject reject;
   reject.iSysCode = Int(5);
@@ -133,6 +203,19 @@ TEST(MessagePattern, LoadRefusesAnotherNumberAndTouchesNothing) {
   EXPECT_EQ(reject.Load(other.get()), -28);
   EXPECT_EQ(Str(reject.errtext), "invalid input message of service(1239,10)");
   EXPECT_EQ(reject.iSysCode.value, 5);
+
+  // No message at all: -12, as for a null array, and still nothing touched,
+  // the text included; a holder too.
+  const std::string before = DumpOf(reject);
+  EXPECT_EQ(reject.Load(nullptr), -12);
+  EXPECT_EQ(DumpOf(reject), before);
+  EXPECT_EQ(Str(reject.errtext), "invalid input message of service(1239,10)");
+  M_KytVolSurface surface;
+  ASSERT_EQ(surface.Load(BuildSample(1264, true).get()), 0);
+  const std::string filled = DumpOf(surface);
+  EXPECT_EQ(surface.Load(nullptr), -12);
+  EXPECT_EQ(DumpOf(surface), filled);
+  EXPECT_TRUE(surface.errtext.IsEmpty());
 
   // Same fields, different numbers: still two classes.
   M_TreeParam tree;
@@ -325,10 +408,94 @@ TEST(MessagePattern, CopyTakesFieldsButNotIdentity) {
   a.mTivMatur.nDate.Set("20240229");
   b.Copy(a);
   EXPECT_STREQ(b.mTivMatur.nDate.text, "20240229");
+  EXPECT_TRUE(b.mTivMatur.nDate.isSet);
+  // A date that holds a text with its flag cleared is unset too: the flag,
+  // not the text, decides.
+  a.mTivMatur.nDate.isSet = false;
+  b.Copy(a);
+  EXPECT_FALSE(b.mTivMatur.nDate.isSet);
 
   // Copying an object onto itself changes nothing.
   std::string before = DumpOf(src);
   src.Copy(src);
   src.maKytVolSfcElmt.Copy(src.maKytVolSfcElmt);
   EXPECT_EQ(DumpOf(src), before);
+}
+
+TEST(MessagePattern, CopyReplacesEveryKindByTheSource) {
+  // A request whose tree holds fields of all nine kinds, in three fillings:
+  // arrays of two, three and one element, each with other values.
+  const int number = M_IrNoteMultiRAccrCpHwTree().msgnum;
+  SampleShape shape;
+  M_IrNoteMultiRAccrCpHwTree two, three, one, fresh;
+  ASSERT_EQ(two.Load(BuildSample(number, shape, 1).get()), 0);
+  shape.elements = 3;
+  ASSERT_EQ(three.Load(BuildSample(number, shape, 2).get()), 0);
+  shape.elements = 1;
+  ASSERT_EQ(one.Load(BuildSample(number, shape, 3).get()), 0);
+  const std::string dumpTwo = DumpOf(two);
+  const std::string textTwo = Text(MsgPtr(two.ToMsg()).get());
+  ASSERT_NE(DumpOf(three), dumpTwo);
+
+  M_IrNoteMultiRAccrCpHwTree dst;
+  dst.Copy(two);
+  EXPECT_EQ(DumpOf(dst), dumpTwo);
+  dst.Copy(three);  // longer arrays, other values
+  EXPECT_EQ(DumpOf(dst), DumpOf(three));
+  dst.Copy(one);  // shorter arrays
+  EXPECT_EQ(DumpOf(dst), DumpOf(one));
+  // Unset values, empty strings and empty arrays replace what was there.
+  dst.Copy(fresh);
+  EXPECT_EQ(DumpOf(dst), DumpOf(fresh));
+  EXPECT_EQ(Text(MsgPtr(dst.ToMsg()).get()), Text(BuildSample(number, false).get()));
+
+  // The copy owns all it holds: reloading the source, which deletes its
+  // array elements, leaves the copy as it was.
+  dst.Copy(two);
+  shape.elements = 3;
+  ASSERT_EQ(two.Load(BuildSample(number, shape, 4).get()), 0);
+  EXPECT_EQ(DumpOf(dst), dumpTwo);
+  EXPECT_EQ(Text(MsgPtr(dst.ToMsg()).get()), textTwo);
+
+  // Value fields copy value and flag, also a value behind a cleared flag.
+  M_SysReject a, b;
+  a.iSysCode.value = 9;
+  a.iSysCode.isSet = false;
+  b.iSysCode = Int(1);
+  b.Copy(a);
+  EXPECT_FALSE(b.iSysCode.isSet);
+  EXPECT_EQ(b.iSysCode.value, 9);
+}
+
+TEST(MessagePattern, ValueArraysOfOneElement) {
+  M_Greeks g;
+  Fill(g.daDelta, {-2.5});
+  M_IrCancelable c;
+  Fill(c.iaAppPeriodNo, {7});
+
+  // One value each under the tag, no more and no fewer.
+  SetRecorder calls;
+  MsgPtr gm(g.ToMsg()), cm(c.ToMsg());
+  ASSERT_TRUE(gm && cm);
+  EXPECT_EQ(CallsOn(calls, gm.get(), 612), 1);
+  EXPECT_EQ(CallsOn(calls, cm.get(), 5146), 1);
+
+  // Read back, dumped and copied whole.
+  M_Greeks g2;
+  M_IrCancelable c2;
+  ASSERT_EQ(g2.Load(gm.get()), 0);
+  ASSERT_EQ(c2.Load(cm.get()), 0);
+  EXPECT_EQ(Repr(g2.daDelta), Repr({-2.5}));
+  EXPECT_EQ(Repr(c2.iaAppPeriodNo), Repr({7}));
+  EXPECT_TRUE(Holds(DumpOf(g2), "\n             daDelta : [" + Repr({-2.5}) + "]\n"));
+  EXPECT_TRUE(Holds(DumpOf(c2), "\n       iaAppPeriodNo : [" + Repr({7}) + "]\n"));
+  M_Greeks g3;
+  Fill(g3.daDelta, {1.0, 2.0, 3.0});
+  g3.Copy(g);
+  EXPECT_EQ(Repr(g3.daDelta), Repr({-2.5}));
+  g3.Copy(M_Greeks());
+  EXPECT_EQ(Repr(g3.daDelta), Repr(CDblArray()));
+  M_IrCancelable c3;
+  c3.Copy(c);
+  EXPECT_EQ(Repr(c3.iaAppPeriodNo), Repr({7}));
 }
