@@ -9,10 +9,25 @@ lines are either field sets
 or rows
 
     3540  M_EqStd  *Option request* mOptStd
+          = request: a single equity option, of any of the option types
+
+or field roles
+
+    field sOptRight = right: call or put
 
 A row lists the class's own fields in ascending tag order; a set stands for
 its members, and a class holds all its fields, own and from sets, in
-ascending tag order.
+ascending tag order. The line below a row that starts with '=' gives the
+class's role (one of ROLES) and a one-line description. A field role says
+what a field stands for where its name alone does not; a field has at most
+one, in whichever family describes it.
+
+`words.txt` maps the words that people use for products to parts of class
+names, for searches:
+
+    swaption, swaptions = Swptn
+
+Each part must occur in the name of some class.
 
 `load()` reads everything, checks everything, and gives a `Schema` only if
 there was no error at all; otherwise it raises `SchemaErrors` with every
@@ -69,6 +84,19 @@ SET_LINE = re.compile(r"^set\s+(\*[^*]+\*)\s*=\s*(.*)$")
 NUMBER = re.compile(r"^[0-9]+$")
 
 DICTIONARY = "fields.txt"
+WORDS = "words.txt"
+
+# What a class is for: a request sent to the service and its reply, the
+# parts of a request (deal terms, market data, what has happened to the deal
+# so far, model parameters), a part of a reply (result), and any other
+# building block.
+# Every row must have its description line.
+REQUIRE_DESCRIPTIONS = False
+
+ROLES = ("request", "reply", "terms", "market", "monitoring", "model", "result", "block")
+DESCRIPTION_LINE = re.compile(r"^=\s*([a-z]+)\s*:\s*(\S.*)$")
+FIELD_ROLE_LINE = re.compile(r"^field\s+(\S+)\s*=\s*(\S.*)$")
+WORD_LINE = re.compile(r"^([^=]+)=(.*)$")
 
 
 @dataclasses.dataclass(frozen=True)
@@ -88,6 +116,8 @@ class Field:
     type: str  # the C++ type of the member
     sub: str | None  # the message class of an m or ma field
     loc: Loc
+    role: str | None = None  # what the field stands for, where a family says it
+    role_loc: Loc | None = None
 
     @property
     def is_array(self) -> bool:
@@ -101,6 +131,8 @@ class Message:
     family: str
     fields: list[Field]  # in ascending tag order
     loc: Loc
+    role: str | None = None  # one of ROLES
+    description: str | None = None
 
     @property
     def array_name(self) -> str:
@@ -115,11 +147,19 @@ class Message:
         return seen
 
 
+@dataclasses.dataclass(frozen=True)
+class Word:
+    phrases: list[str]  # lower case, as people type them
+    parts: list[str]  # parts of class names
+    loc: Loc
+
+
 @dataclasses.dataclass
 class Schema:
     fields: dict[str, Field]
     messages: list[Message]  # by family, in file order
     families: list[str]
+    words: list[Word] = dataclasses.field(default_factory=list)
 
     def message(self, name: str) -> Message:
         return self._by_name[name]
@@ -248,11 +288,42 @@ class _Row:
     family: str
     tokens: list[str]
     loc: Loc
+    role: str | None = None
+    description: str | None = None
+
+
+@dataclasses.dataclass
+class _FieldRole:
+    field: str
+    text: str
+    loc: Loc
 
 
 def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
-                    sets: dict[str, _Set], rows: list[_Row]) -> None:
+                    sets: dict[str, _Set], rows: list[_Row],
+                    roles: list[_FieldRole]) -> None:
+    last: _Row | None = None  # the row just read, while its description may follow
     for loc, text in _lines(path, shown):
+        row, last = last, None
+        if text.startswith("="):
+            m = DESCRIPTION_LINE.match(text)
+            if row is None:
+                rep.error(loc, "a description line ('= role: text') must follow its row")
+            elif m is None:
+                rep.error(loc, f"{row.name}: expected '= role: description'")
+            elif m.group(1) not in ROLES:
+                rep.error(loc, f"{row.name}: unknown role '{m.group(1)}' "
+                               f"(known: {', '.join(ROLES)})")
+            else:
+                row.role, row.description = m.group(1), m.group(2).strip()
+            continue
+        m = FIELD_ROLE_LINE.match(text)
+        if m:
+            roles.append(_FieldRole(m.group(1), m.group(2).strip(), loc))
+            continue
+        if text.startswith("field"):
+            rep.error(loc, "expected 'field name = role'")
+            continue
         m = SET_LINE.match(text)
         if m:
             name, members = m.group(1), m.group(2).split()
@@ -277,7 +348,26 @@ def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
         if not CLASS_NAME.match(name):
             rep.error(loc, f"class name '{name}' is not M_ and letters or digits")
             continue
-        rows.append(_Row(int(number), name, family, rest, loc))
+        last = _Row(int(number), name, family, rest, loc)
+        rows.append(last)
+
+
+def _read_words(path: str, shown: str, rep: _Reporter) -> list[Word]:
+    words: list[Word] = []
+    seen: dict[str, Loc] = {}
+    for loc, text in _lines(path, shown):
+        m = WORD_LINE.match(text)
+        phrases = [" ".join(p.lower().split()) for p in m.group(1).split(",")] if m else []
+        parts = m.group(2).split() if m else []
+        if not m or not all(phrases) or not parts:
+            rep.error(loc, "expected 'word, word ... = part part ...'")
+            continue
+        for p in phrases:
+            if p in seen:
+                rep.error(loc, f"'{p}' is already listed ({seen[p]})")
+            seen.setdefault(p, loc)
+        words.append(Word(phrases, parts, loc))
+    return words
 
 
 def _expand(row: _Row, fields: dict[str, Field], rejected: set[str], sets: dict[str, _Set],
@@ -366,16 +456,20 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
 
     sets: dict[str, _Set] = {}
     rows: list[_Row] = []
+    roles: list[_FieldRole] = []
     families = []
     for file in sorted(os.listdir(schema_dir)):
-        if not file.endswith(".txt") or file == DICTIONARY:
+        if not file.endswith(".txt") or file in (DICTIONARY, WORDS):
             continue
         family = file[: -len(".txt")]
         if not FAMILY_NAME.match(family):
             rep.error(Loc(shown(file), 0), f"family name '{family}' is not lower-case letters")
             continue
         families.append(family)
-        _read_catalogue(os.path.join(schema_dir, file), shown(file), family, rep, sets, rows)
+        _read_catalogue(os.path.join(schema_dir, file), shown(file), family, rep, sets, rows,
+                        roles)
+    words_path = os.path.join(schema_dir, WORDS)
+    words = _read_words(words_path, shown(WORDS), rep) if os.path.isfile(words_path) else []
 
     for s in sets.values():
         for name in s.members:
@@ -401,7 +495,24 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
         names[row.name] = row
         expanded = _expand(row, fields, rejected, sets, rep)
         if expanded is not None:
-            messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc)
+            messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc,
+                                         row.role, row.description)
+        if row.role is None and REQUIRE_DESCRIPTIONS:
+            rep.error(row.loc, f"{row.name}: no description line ('= role: text') below the row")
+
+    for r in roles:
+        f = fields.get(r.field)
+        if f is None:
+            if r.field not in rejected:
+                rep.error(r.loc, f"role of unknown field '{r.field}'")
+        elif f.role is not None:
+            rep.error(r.loc, f"field '{r.field}' already has a role ({f.role_loc})")
+        else:
+            f.role, f.role_loc = r.text, r.loc
+    for w in words:
+        for part in w.parts:
+            if not any(part.lower() in name.lower() for name in names):
+                rep.error(w.loc, f"'{part}' is part of no class name")
 
     for s in sets.values():
         if not s.used:
@@ -413,4 +524,4 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
 
     if rep.errors:
         raise SchemaErrors(rep.errors)
-    return Schema(fields, list(messages.values()), families)
+    return Schema(fields, list(messages.values()), families, words)

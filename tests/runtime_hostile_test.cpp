@@ -568,6 +568,7 @@ TEST(BlockPools, KeepAtMostTheirShareAndGiveAllBackWhenTheThreadEnds) {
     std::vector<CString> texts(static_cast<size_t>(n));
     for (CString& t : texts) t = Letters(40).c_str();
   };
+  MA_GetMsgDic();  // built once, on first use, and kept for the process
   churn(3000);
   const long before = FailingAlloc::Live();
   churn(10000);
