@@ -21,6 +21,19 @@ def sorted_fields(schema: Schema):
     return sorted(schema.fields.values(), key=lambda f: (f.tag, f.name))
 
 
+def c_string(text: str | None) -> str:
+    """A C++ string literal of `text` (empty for None)."""
+    out = []
+    for ch in text or "":
+        if ch in '"\\':
+            out.append("\\" + ch)
+        elif " " <= ch <= "~":
+            out.append(ch)
+        else:
+            out.extend(f"\\{b:03o}" for b in ch.encode("utf-8"))
+    return '"' + "".join(out) + '"'
+
+
 def _int_array(name: str, values: list[int], per_line: int = 16) -> str:
     """A C++ array of ints; an empty one gets a single 0, which no count covers."""
     if not values:
@@ -57,12 +70,13 @@ def source(schema: Schema) -> str:
            "\n// The tables keep one entry a line, as written here.\n",
            "// clang-format off\n", _kinds(),
            f"\n// The {len(fields)} fields of the dictionary by tag, twins by name: tag, name, "
-           "kind,\n// C++ type, and the index in kClasses of the class an m or ma field holds "
-           "(else -1).\n",
+           "kind,\n// C++ type, the index in kClasses of the class an m or ma field holds "
+           "(else -1),\n// and the field's role where a family gives one.\n",
            "const FieldInfo kFields[] = {\n"]
     for f in fields:
         held = class_index[f.sub] if f.sub else -1
-        out.append(f'    {{{f.tag}, "{f.name}", Kind::{KINDS[f.kind].enum}, "{f.type}", {held}}},\n')
+        out.append(f'    {{{f.tag}, "{f.name}", Kind::{KINDS[f.kind].enum}, "{f.type}", {held}, '
+                   f"{c_string(f.role)}}},\n")
     out.append("};\n")
     out.append(f"const int kFieldCount = {len(fields)};\n")
 
@@ -82,11 +96,11 @@ def source(schema: Schema) -> str:
     out.append("};\n")
 
     out.append(f"\n// The {len(classes)} classes, family by family in catalogue order: "
-               "name, number,\n// family, first member, member count.\n")
+               "name, number,\n// family, first member, member count, role, description.\n")
     out.append("const ClassInfo kClasses[] = {\n")
     for msg, start in zip(classes, starts):
         out.append(f'    {{"{msg.name}", {msg.number}, "{msg.family}", {start}, '
-                   f"{len(msg.fields)}}},\n")
+                   f"{len(msg.fields)}, {c_string(msg.role)}, {c_string(msg.description)}}},\n")
     out.append("};\n")
     out.append(f"const int kClassCount = {len(classes)};\n")
 

@@ -35,6 +35,7 @@ struct FieldInfo {
   Kind kind;
   const char* type;  // the C++ type of the member
   int held;          // for kMessage and kMessageArray, the index in kClasses; else -1
+  const char* role;  // what the field stands for, where its family says; else ""
 };
 
 struct ClassInfo {
@@ -43,6 +44,10 @@ struct ClassInfo {
   const char* family;
   int firstMember;  // where its fields start in kMembers
   int memberCount;
+  // What the class is for: "request", "reply", "terms", "market",
+  // "monitoring", "model", "result" or "block".
+  const char* role;
+  const char* description;  // one line, for people
 };
 
 // A field kind as the schema tells it.
