@@ -95,8 +95,9 @@ def c_array(source, name):
     body = re.search(r"const \w+ " + name + r"\[\] = \{\n(.*?)^\};", source, re.S | re.M).group(1)
     body = re.sub(r"//[^\n]*", "", body)
     groups = re.findall(r"\{([^{}]*)\}", body)
+    item = re.compile(r'"((?:[^"\\]|\\.)*)"|\'([^\']*)\'|([^,\s]+)')
     if groups:
-        return [tuple(item.strip().strip('"').strip("'") for item in g.split(",")) for g in groups]
+        return [tuple(a or b or c for a, b, c in item.findall(g)) for g in groups]
     return [int(n) for n in re.findall(r"-?\d+", body)]
 
 
@@ -119,14 +120,19 @@ class SchemaTables(unittest.TestCase):
         keys = [(int(f[0]), f[1]) for f in fields]
         self.assertEqual(keys, sorted(keys))
         self.assertEqual({f[1] for f in fields}, set(SCHEMA.fields))
-        for tag, name, kind, type_, held in fields:
+        for tag, name, kind, type_, held, role in fields:
             f = SCHEMA.fields[name]
-            self.assertEqual((int(tag), kind, type_), (f.tag, "Kind::" + KINDS[f.kind].enum, f.type))
+            self.assertEqual((int(tag), kind, type_, role),
+                             (f.tag, "Kind::" + KINDS[f.kind].enum, f.type,
+                              emit_tables.c_string(f.role)[1:-1]))
             self.assertEqual(classes[int(held)][0] if int(held) >= 0 else None, f.sub, name)
         self.assertEqual(len(classes), len(SCHEMA.messages))
-        for (name, number, family, first, count), msg in zip(classes, SCHEMA.messages):
+        for (name, number, family, first, count, role, about), msg in zip(classes,
+                                                                          SCHEMA.messages):
             run = members[int(first):int(first) + int(count)]
-            self.assertEqual((name, int(number), family), (msg.name, msg.number, msg.family))
+            self.assertEqual((name, int(number), family, role, about),
+                             (msg.name, msg.number, msg.family, msg.role or "",
+                              emit_tables.c_string(msg.description)[1:-1]))
             self.assertEqual([fields[i][1] for i in run], [f.name for f in msg.fields], name)
 
         by_number = c_array(self.SOURCE, "kClassesByNumber")
