@@ -5,13 +5,19 @@
 #   include/pricemsg/<family>/M_*.h, all.h the message classes
 #   include/pricemsg/MsgText.h,            message files and the schema tables
 #                    SchemaTables.h
+#   include/pricemsg/version.h             the version
+#   bin/pricemsg-catalogue                 the guide to the classes
+#   share/doc/pricemsg/reference/*.html    the reference pages
 #   lib/libpricemsg.so                     the message classes
 #   lib/libpricemsg_text.so                message files and the schema tables
 #   lib/libcallkyt.so, libcallkyt_dat.so   the stand-in runtime
 #   lib/cmake/pricemsg/                    find_package(pricemsg)
 #   lib/pkgconfig/pricemsg.pc              pkg-config pricemsg
 #
-# (lib/ is CMAKE_INSTALL_LIBDIR, include/ CMAKE_INSTALL_INCLUDEDIR.)
+# (lib/ is CMAKE_INSTALL_LIBDIR, include/ CMAKE_INSTALL_INCLUDEDIR, bin/
+# CMAKE_INSTALL_BINDIR, share/doc/pricemsg/ CMAKE_INSTALL_DOCDIR.) A client
+# includes <pricemsg/...> with include/ on its path; include/pricemsg/ is on
+# it too, for the older spellings.
 #
 # The installed tree can be moved as a whole: the libraries find each other
 # through a $ORIGIN runpath, the CMake files and the pkg-config file locate
@@ -30,21 +36,22 @@ if(PRICEMSG_STANDIN)
 endif()
 install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h ${CMAKE_SOURCE_DIR}/frame/Runtime.h
   ${CMAKE_SOURCE_DIR}/msgtext/MsgText.h ${CMAKE_SOURCE_DIR}/msgtext/SchemaTables.h
+  ${PRICEMSG_BUILD_INCLUDE_DIR}/pricemsg/version.h
   DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
 # The generator's list, not a glob of the build tree, so that a class taken
 # out of the schema is not installed from a stale header.
-set(pricemsg_families "")
 foreach(header IN LISTS PRICEMSG_GEN_MESSAGE_HEADERS)
   get_filename_component(dir ${header} DIRECTORY)
   get_filename_component(family ${dir} NAME)
   list(APPEND pricemsg_family_headers_${family} ${header})
-  list(APPEND pricemsg_families ${family})
 endforeach()
-list(REMOVE_DUPLICATES pricemsg_families)
-foreach(family IN LISTS pricemsg_families)
+foreach(family IN LISTS PRICEMSG_FAMILIES)
   install(FILES ${pricemsg_family_headers_${family}}
     DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR}/${family})
 endforeach()
+
+# ---- reference pages ----
+install(FILES ${PRICEMSG_GEN_REFERENCE_PAGES} DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference)
 
 # ---- libraries ----
 # libpricemsg and libpricemsg_text have versioned sonames: their ABI changes
