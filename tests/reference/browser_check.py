@@ -368,8 +368,8 @@ def main() -> int:
         print(f"browser_check: {args.pages}: no such directory", file=sys.stderr)
         return 1
     shots = args.shots or os.path.join(os.path.dirname(pages), "reference-check")
-    chromium = os.environ.get("CHROMIUM") or shutil.which("chromium")
-    chromedriver = os.environ.get("CHROMEDRIVER") or shutil.which("chromedriver")
+    chromium = shutil.which(os.environ.get("CHROMIUM") or "chromium")
+    chromedriver = shutil.which(os.environ.get("CHROMEDRIVER") or "chromedriver")
     if not chromium or not chromedriver:
         print("browser_check: chromium or chromedriver not found (Debian packages "
               "chromium and chromium-driver); the pages were not checked", file=sys.stderr)
