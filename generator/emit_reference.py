@@ -168,8 +168,8 @@ def _link(schema: Schema, name: str) -> str:
 def _find_text(msg: Message, *more: str) -> str:
     """What the filter matches an entry against: name, number, role,
     description, field names, and whatever else the page shows of it."""
-    words = [msg.name, str(msg.number), msg.role or "", msg.description or ""]
-    return " ".join(words + list(more) + [f.name for f in msg.fields]).lower()
+    words = [msg.name, str(msg.number), msg.role, msg.description, *more]
+    return " ".join(w for w in words + [f.name for f in msg.fields] if w).lower()
 
 
 FILTER_HINT = "Filter by class name, number, role, description or field name"
