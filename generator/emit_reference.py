@@ -90,7 +90,12 @@ SCRIPT = """\
   function entryOf(href) {
     var at = href.indexOf("#");
     if (at < 0 || href.slice(0, at) !== location.href.split("#")[0]) return null;
-    var item = document.getElementById(decodeURIComponent(href.slice(at + 1)));
+    var item = null;
+    try {
+      item = document.getElementById(decodeURIComponent(href.slice(at + 1)));
+    } catch (e) {
+      return null;  // an address with a broken escape names no entry
+    }
     return item && item.hasAttribute("data-find") ? item : null;
   }
   function below(item) {
