@@ -3,6 +3,11 @@
 # in this order; name one or more to run only those.
 #
 #   plain     GCC build, every test                              (build/)
+#   pages     the reference pages, links followed in headless
+#             chromium: each lands below the sticky header, also
+#             when the filter hides its target; screenshots in
+#             build/reference-check/ (skipped without chromium,
+#             except where CI=true)                              (build/)
 #   package   the plain build installed into a scratch prefix; what
 #             libpricemsg imports from its runtime checked against the
 #             runtime's documented calls; a client outside the tree built
@@ -28,7 +33,7 @@ cd "$(dirname "$0")/.."
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
-((${#stages[@]})) || stages=(plain package altruntime asan fuzz tsan memcheck)
+((${#stages[@]})) || stages=(plain pages package altruntime asan fuzz tsan memcheck)
 
 say() { printf '\n==== %s\n' "$*"; }
 
@@ -44,6 +49,23 @@ plain() {
   configure build
   cmake --build build
   ctest --test-dir build --output-on-failure
+}
+
+pages() {
+  say "reference pages in a headless browser"
+  configure build
+  cmake --build build --target pricemsg_reference
+  local rc=0
+  python3 tests/reference/browser_check.py build/reference || rc=$?
+  if ((rc == 77)); then
+    if [[ ${CI:-} == true ]]; then
+      echo "the reference pages must be checked in CI: install chromium and chromium-driver" >&2
+      return 1
+    fi
+    echo "pages: skipped, no chromium or chromedriver here"
+    return 0
+  fi
+  return "$rc"
 }
 
 # Installs the build in $1 into the prefix $2 and builds and runs a client
@@ -209,7 +231,7 @@ memcheck() {
 
 for stage in "${stages[@]}"; do
   case $stage in
-    plain | package | altruntime | asan | fuzz | tsan | memcheck) "$stage" ;;
-    *) echo "unknown stage '$stage' (plain, package, altruntime, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
+    plain | pages | package | altruntime | asan | fuzz | tsan | memcheck) "$stage" ;;
+    *) echo "unknown stage '$stage' (plain, pages, package, altruntime, asan, fuzz, tsan, memcheck)" >&2; exit 2 ;;
   esac
 done

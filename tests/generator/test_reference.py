@@ -1,6 +1,9 @@
 """Checks the reference pages of a build: every link lands on an entry that
-exists, every class has exactly one entry, and the pages load nothing from
-elsewhere.
+exists, every class has exactly one entry, the index lists every class once
+in alphabetical order, and the pages load nothing from elsewhere. Checks also
+the pages of a small schema made here: the order of the index, and the roles
+and descriptions of classes and fields where the schema has them and where it
+has not.
 
     test_reference.py DIR    (the build's reference/ directory)
 """
@@ -13,7 +16,8 @@ from html.parser import HTMLParser
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(ROOT, "generator"))
 
-from schema import load  # noqa: E402
+import emit_reference  # noqa: E402
+from schema import Field, Loc, Message, Schema, load  # noqa: E402
 
 PAGES = None
 
@@ -60,6 +64,12 @@ class ReferencePages(unittest.TestCase):
                         checked += 1
         self.assertGreater(checked, 0)
 
+    def test_index_lists_every_class_once_in_alphabetical_order(self):
+        schema = load(os.path.join(ROOT, "schema"))
+        listed = [h.partition("#")[2] for h in self.pages["index.html"].hrefs if "#" in h]
+        self.assertEqual(sorted(listed), sorted(m.name for m in schema.messages))
+        self.assertEqual(listed, sorted(listed, key=lambda n: (n.lower(), n)))
+
     def test_each_class_has_one_entry_on_its_family_page(self):
         schema = load(os.path.join(ROOT, "schema"))
         self.assertEqual(set(self.pages), {"index.html"} | {f + ".html" for f in schema.families})
@@ -68,6 +78,131 @@ class ReferencePages(unittest.TestCase):
         self.assertEqual(sorted(entries), sorted(m.name for m in schema.messages))
         for msg in schema.messages:
             self.assertIn(msg.name, self.pages[msg.family + ".html"].ids)
+
+
+class Node:
+    def __init__(self, tag, attrs, parent):
+        self.tag, self.attrs, self.parent = tag, dict(attrs), parent
+        self.children = []  # nodes and strings
+
+    def text(self):
+        return "".join(c if isinstance(c, str) else c.text() for c in self.children)
+
+    def all(self, tag):
+        for c in self.children:
+            if isinstance(c, Node):
+                if c.tag == tag:
+                    yield c
+                yield from c.all(tag)
+
+    def cls(self, name):
+        return [n for t in ("span", "p", "td") for n in self.all(t)
+                if name in n.attrs.get("class", "").split()]
+
+
+class Tree(HTMLParser):
+    """The page as a tree of elements, enough to look into tables and sections."""
+
+    VOID = {"meta", "input", "br", "link", "img"}
+
+    def __init__(self, text):
+        super().__init__()
+        self.root = self.at = Node("#root", [], None)
+        self.feed(text)
+
+    def handle_starttag(self, tag, attrs):
+        node = Node(tag, attrs, self.at)
+        self.at.children.append(node)
+        if tag not in self.VOID:
+            self.at = node
+
+    def handle_endtag(self, tag):
+        at = self.at
+        while at is not None and at.tag != tag:
+            at = at.parent
+        if at is not None:
+            self.at = at.parent
+
+    def handle_data(self, data):
+        self.at.children.append(data)
+
+
+def small_schema():
+    """Two families; the catalogue order differs from the alphabetical one,
+    and two names sort differently with and without case. Some classes and
+    fields have roles and descriptions, some have none."""
+    loc = Loc("x.txt", 1)
+    f_leg = Field("mCreditCf", 100, "m", "M_CreditCf", "M_CreditCf", loc)
+    f_legs = Field("maCrSglCds", 110, "ma", "M_CrSglCds_Array", "M_CrSglCds", loc)
+    f_right = Field("sOptRight", 120, "s", "CString", None, loc, role="right: call <or> put")
+    f_strike = Field("dStrike", 130, "d", "CDbl", None, loc)
+    messages = [
+        Message(20, "M_Zeta", "alpha", [f_leg, f_legs, f_right, f_strike], loc,
+                "request", 'a deal of "both" legs & <b>more</b>'),
+        Message(21, "M_CrSglCds", "alpha", [f_strike], loc, "block", "one leg"),
+        Message(10, "M_CreditCf", "beta", [], loc),
+        Message(11, "M_apple", "beta", [f_right], loc, "terms", None),
+    ]
+    return Schema({f.name: f for f in (f_leg, f_legs, f_right, f_strike)}, messages,
+                  ["alpha", "beta"])
+
+
+class SmallSchema(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.schema = small_schema()
+        held = emit_reference.holders(cls.schema)
+        cls.sources = {"index": emit_reference.index_source(cls.schema, held)}
+        for family in cls.schema.families:
+            cls.sources[family] = emit_reference.family_source(cls.schema, family, held)
+        cls.trees = {name: Tree(text).root for name, text in cls.sources.items()}
+
+    def test_index_is_alphabetical_with_family_role_and_description(self):
+        rows = [r for r in self.trees["index"].all("tr") if "data-find" in r.attrs]
+        cells = [[td.text() for td in r.all("td")] for r in rows]
+        self.assertEqual([c[0] for c in cells], ["M_apple", "M_CreditCf", "M_CrSglCds", "M_Zeta"])
+        self.assertEqual([c[1:4] for c in cells], [
+            ["beta", "terms", ""],
+            ["beta", "", ""],  # neither role nor description yet
+            ["alpha", "block", "one leg"],
+            ["alpha", "request", 'a deal of "both" legs & <b>more</b>'],  # as text, not markup
+        ])
+        # Each name links to its entry on its family's page.
+        links = [a.attrs["href"] for r in rows for a in r.all("a")]
+        self.assertEqual(links, ["beta.html#M_apple", "beta.html#M_CreditCf",
+                                 "alpha.html#M_CrSglCds", "alpha.html#M_Zeta"])
+        # The filter finds a class by its role, its description and its family.
+        find = {r.attrs["data-find"] for r in rows}
+        self.assertTrue(any("request" in t and "both" in t and "alpha" in t for t in find))
+
+    def test_entries_show_roles_and_descriptions(self):
+        sections = {s.attrs["id"]: s for tree in self.trees.values() for s in tree.all("section")}
+        self.assertEqual(set(sections), {m.name for m in self.schema.messages})
+
+        zeta = sections["M_Zeta"]
+        self.assertEqual([r.text() for r in next(zeta.all("h2")).cls("role")], ["request"])
+        self.assertEqual([p.text() for p in zeta.cls("desc")],
+                         ['a deal of "both" legs & <b>more</b>'])
+        self.assertIn("request", zeta.attrs["data-find"])
+        # A column of field roles, filled where the field has one.
+        rows = [[c.text() for c in tr.children if isinstance(c, Node)] for tr in zeta.all("tr")]
+        self.assertEqual(rows[0], ["Tag", "Field", "Kind", "Type", "Role"])
+        self.assertEqual([r[4] for r in rows[1:]], ["", "", "right: call <or> put", ""])
+        self.assertEqual(rows[2][3], "M_CrSglCds_Array")
+
+        # No field with a role: no column for them.
+        cds = sections["M_CrSglCds"]
+        self.assertEqual([c.text() for c in next(cds.all("tr")).children if isinstance(c, Node)],
+                         ["Tag", "Field", "Kind", "Type"])
+        # A role and no description, and neither.
+        apple = sections["M_apple"]
+        self.assertEqual([r.text() for r in apple.cls("role")], ["terms"])
+        self.assertEqual(apple.cls("desc"), [])
+        credit = sections["M_CreditCf"]
+        self.assertEqual(credit.cls("role") + credit.cls("desc"), [])
+        self.assertEqual(credit.attrs["data-find"], "m_creditcf 10")
+        for name, text in self.sources.items():
+            self.assertNotIn("None", text, name)
 
 
 if __name__ == "__main__":
