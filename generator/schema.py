@@ -90,9 +90,6 @@ WORDS = "words.txt"
 # parts of a request (deal terms, market data, what has happened to the deal
 # so far, model parameters), a part of a reply (result), and any other
 # building block.
-# Every row must have its description line.
-REQUIRE_DESCRIPTIONS = False
-
 ROLES = ("request", "reply", "terms", "market", "monitoring", "model", "result", "block")
 DESCRIPTION_LINE = re.compile(r"^=\s*([a-z]+)\s*:\s*(\S.*)$")
 FIELD_ROLE_LINE = re.compile(r"^field\s+(\S+)\s*=\s*(\S.*)$")
@@ -290,6 +287,7 @@ class _Row:
     loc: Loc
     role: str | None = None
     description: str | None = None
+    described: bool = False  # a description line follows, right or wrong
 
 
 @dataclasses.dataclass
@@ -309,7 +307,9 @@ def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
             m = DESCRIPTION_LINE.match(text)
             if row is None:
                 rep.error(loc, "a description line ('= role: text') must follow its row")
-            elif m is None:
+                continue
+            row.described = True
+            if m is None:
                 rep.error(loc, f"{row.name}: expected '= role: description'")
             elif m.group(1) not in ROLES:
                 rep.error(loc, f"{row.name}: unknown role '{m.group(1)}' "
@@ -497,7 +497,7 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
         if expanded is not None:
             messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc,
                                          row.role, row.description)
-        if row.role is None and REQUIRE_DESCRIPTIONS:
+        if not row.described:
             rep.error(row.loc, f"{row.name}: no description line ('= role: text') below the row")
 
     for r in roles:

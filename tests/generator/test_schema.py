@@ -41,14 +41,28 @@ FIXTURE = {
         "set *Common* = sNote dPrice",                     # 2
         "",                                                # 3
         "100  M_Leg    dPrice nStart",                     # 4
-        "101  M_Terms  iCount *Common* bFlag maLeg",       # 5
+        "     = terms: one leg, with its price",           # 5
+        "101  M_Terms  iCount *Common* bFlag maLeg",       # 6
+        "     = terms: what was agreed, leg by leg",       # 7
+        "field sName = the deal's name, as booked",        # 8
     ],
     "beta.txt": [
         "set *Deal head* = sName iCount",                  # 1
         "200  M_Deal   *Deal head* bFlag mLeg mTerms mFarLeg  # deal",  # 2
-        "201  M_Curve  iaDays daRates *Common*",           # 3
+        "  =request :  a deal \"to value\", with legs  # said",  # 3
+        "201  M_Curve  iaDays daRates *Common*",           # 4
+        "     = market: a curve",                          # 5
+    ],
+    "words.txt": [
+        "# phrase, phrase = part part",                    # 1
+        "legs,  Leg  =  Leg  Terms",                       # 2
     ],
 }
+
+# A row for the edits below, with its description line.
+def row(text):
+    return text + "\n     = block: an extra class"
+
 
 
 def write_schema(folder, edits=()):
@@ -93,35 +107,46 @@ ERRORS = [
     ("fields.txt", 15, "70   iSeventy CInt", "tag 70 is already used by field 'maLeg'"),
     ("fields.txt", 15, "75   maTerms M_Leg_Array",
      "twins on tag 75 disagree: 'mTerms' holds M_Terms but 'maTerms' holds M_Leg"),
-    ("beta.txt", 4, "set *Common* = dPrice",
+    ("beta.txt", 6, "set *Common* = dPrice",
      "set *Common* is already defined (schema/alpha.txt:2)"),
-    ("beta.txt", 4, "set *Empty* =", "set *Empty* has no fields"),
-    ("beta.txt", 4, "set Common = dPrice", "expected 'set *Name* = field field ...'"),
-    ("beta.txt", 4, "300", "expected 'number class field ...'"),
-    ("beta.txt", 4, "0    M_Extra dPrice", "message number must be a positive integer, got '0'"),
-    ("beta.txt", 4, "300  Extra   dPrice", "class name 'Extra' is not M_"),
+    ("beta.txt", 6, "set *Empty* =", "set *Empty* has no fields"),
+    ("beta.txt", 6, "set Common = dPrice", "expected 'set *Name* = field field ...'"),
+    ("beta.txt", 6, "300", "expected 'number class field ...'"),
+    ("beta.txt", 6, "0    M_Extra dPrice", "message number must be a positive integer, got '0'"),
+    ("beta.txt", 6, "300  Extra   dPrice", "class name 'Extra' is not M_"),
     # An unknown set member is reported once, at the set, not at each row.
     ("alpha.txt", 2, "set *Common* = sNote dPrice dNope", "set *Common*: unknown field 'dNope'"),
-    ("beta.txt", 4, "300  M_Extra dNope", "M_Extra: unknown field 'dNope'"),
-    ("beta.txt", 4, "300  M_Extra *Nope*", "M_Extra: set *Nope* is not defined"),
-    ("beta.txt", 4, "300  M_Extra iCount bFlag dPrice",
+    ("beta.txt", 6, row("300  M_Extra dNope"), "M_Extra: unknown field 'dNope'"),
+    ("beta.txt", 6, row("300  M_Extra *Nope*"), "M_Extra: set *Nope* is not defined"),
+    ("beta.txt", 6, row("300  M_Extra iCount bFlag dPrice"),
      "field 'dPrice' (tag 20) stands after 'bFlag' (tag 30)"),
-    ("beta.txt", 4, "300  M_Extra dPrice *Common*",
+    ("beta.txt", 6, row("300  M_Extra dPrice *Common*"),
      "field 'dPrice' is given twice (from the row and set *Common*)"),
-    ("beta.txt", 4, "300  M_Extra dPrice dPrice", "field 'dPrice' is given twice"),
-    ("beta.txt", 4, "300  M_Extra *Deal head* *Common* mLeg maLeg",
+    ("beta.txt", 6, row("300  M_Extra dPrice dPrice"), "field 'dPrice' is given twice"),
+    ("beta.txt", 6, row("300  M_Extra *Deal head* *Common* mLeg maLeg"),
      "M_Extra: fields 'mLeg' and 'maLeg' share tag 70"),
-    ("beta.txt", 4, "100  M_Extra dPrice",
+    ("beta.txt", 6, row("100  M_Extra dPrice"),
      "M_Extra: number 100 is already used by M_Leg (schema/alpha.txt:4)"),
-    ("beta.txt", 4, "300  M_Leg   dPrice",
+    ("beta.txt", 6, row("300  M_Leg   dPrice"),
      "class M_Leg is already defined (schema/alpha.txt:4)"),
-    ("alpha.txt", 6, "set *Spare* = dPrice", "set *Spare* is defined but no row uses it"),
+    ("alpha.txt", 9, "set *Spare* = dPrice", "set *Spare* is defined but no row uses it"),
     ("fields.txt", 15, "110  mGhost  M_Ghost", "'mGhost' holds M_Ghost, which no catalogue row"),
     ("fields.txt", 15, "110  maGhost M_Ghost_Array", "'maGhost' holds M_Ghost, which no catalogue"),
     ("alpha.txt", 4, "100  M_Leg    dPrice nStart maLeg",
      "M_Leg holds itself: M_Leg.maLeg -> M_Leg"),
     ("alpha.txt", 4, "100  M_Leg    dPrice nStart mTerms",
      "M_Leg holds itself: M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
+    ("alpha.txt", 3, "     = terms: a stray line", "must follow its row"),
+    ("alpha.txt", 5, "     = answer: a leg", "M_Leg: unknown role 'answer'"),
+    ("alpha.txt", 5, "     = terms", "M_Leg: expected '= role: description'"),
+    ("alpha.txt", 5, "     = terms:", "M_Leg: expected '= role: description'"),
+    ("beta.txt", 6, "field sName = again", "'sName' already has a role (schema/alpha.txt:8)"),
+    ("beta.txt", 6, "field dNope = a role", "role of unknown field 'dNope'"),
+    ("beta.txt", 6, "field = a role", "expected 'field name = role'"),
+    ("words.txt", 3, "deal = Nothing", "'Nothing' is part of no class name"),
+    ("words.txt", 3, "LEGS = Leg", "'legs' is already listed (schema/words.txt:2)"),
+    ("words.txt", 3, "curve", "expected 'word, word ... = part part ...'"),
+    ("words.txt", 3, "curve, = Curve", "expected 'word, word ... = part part ...'"),
 ]
 
 
@@ -162,6 +187,27 @@ class SchemaTest(unittest.TestCase):
                          (70, "ma", "M_Leg", "M_Leg_Array", True))
         self.assertEqual(str(s.fields["sNote"].loc), "schema/fields.txt:14")
         self.assertEqual((s.fields["iaDays"].sub, s.fields["iaDays"].is_array), (None, True))
+        # Roles and descriptions, with blanks and a '#' comment trimmed.
+        self.assertEqual([(m.role, m.description) for m in s.messages],
+                         [("terms", "one leg, with its price"),
+                          ("terms", "what was agreed, leg by leg"),
+                          ("request", 'a deal "to value", with legs'),
+                          ("market", "a curve")])
+        self.assertEqual((s.fields["sName"].role, str(s.fields["sName"].role_loc)),
+                         ("the deal's name, as booked", "schema/alpha.txt:8"))
+        self.assertIsNone(s.fields["dPrice"].role)
+        self.assertEqual([(w.phrases, w.parts) for w in s.words],
+                         [(["legs", "leg"], ["Leg", "Terms"])])
+
+    def test_every_row_needs_its_description(self):
+        for n, edits in enumerate([[("alpha.txt", 5, "")],
+                                   [("alpha.txt", 5, "# = terms: commented out")],
+                                   [("alpha.txt", 5, "set *Other* = dPrice\n= terms: late")]]):
+            with self.subTest(edits=edits):
+                errors = self.errors_of(write_schema(os.path.join(self.tmp, str(n)), edits))
+                self.assertIn(("schema/alpha.txt:4", "M_Leg: no description line ('= role: text') "
+                                                     "below the row"),
+                              [(str(loc), text) for loc, text in errors])
 
     def test_each_error_at_its_line(self):
         for n, (file, line, text, fragment) in enumerate(ERRORS):
@@ -173,22 +219,22 @@ class SchemaTest(unittest.TestCase):
                 self.assertIn(fragment, errors[0][1])
 
     def test_all_errors_reported_in_file_and_line_order(self):
-        # Found in another order: the dictionary first, cycles last. Line 12
-        # sorts after line 4 only by number. The cycle is entered from M_Top,
+        # Found in another order: the dictionary first, cycles last. Line 16
+        # sorts after line 5 only by number. The cycle is entered from M_Top,
         # which is not on it.
         folder = write_schema(self.tmp, [
             ("fields.txt", 15, "110  mGhost  M_Ghost"),
             ("fields.txt", 16, "0    iZero   CInt"),
-            ("alpha.txt", 3, "99   M_Top    mFarLeg"),
+            ("alpha.txt", 3, row("99   M_Top    mFarLeg")),
             ("alpha.txt", 4, "100  M_Leg    dPrice nStart mTerms"),
-            ("alpha.txt", 6, "\n" * 6 + "set *Spare* = dPrice"),
-            ("beta.txt", 4, "300  M_Extra dNope"),
+            ("alpha.txt", 9, "\n" * 6 + "set *Spare* = dPrice"),
+            ("beta.txt", 6, row("300  M_Extra dNope")),
         ])
         with self.assertRaises(SchemaErrors) as cm:
             load(folder, "schema")
-        expected = [("schema/alpha.txt:4", "M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
-                    ("schema/alpha.txt:12", "no row uses"),
-                    ("schema/beta.txt:4", "unknown field 'dNope'"),
+        expected = [("schema/alpha.txt:5", "M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
+                    ("schema/alpha.txt:16", "no row uses"),
+                    ("schema/beta.txt:6", "unknown field 'dNope'"),
                     ("schema/fields.txt:15", "holds M_Ghost"),
                     ("schema/fields.txt:16", "positive integer")]
         got = [(str(loc), msg) for loc, msg in cm.exception.errors]
@@ -214,13 +260,13 @@ class SchemaTest(unittest.TestCase):
     def test_command_line(self):
         out = os.path.join(self.tmp, "out")
         os.makedirs(out)
-        bad = write_schema(os.path.join(self.tmp, "bad"), [("beta.txt", 4, "300  M_Extra dNope"),
+        bad = write_schema(os.path.join(self.tmp, "bad"), [("beta.txt", 6, row("300  M_Extra dNope")),
                                                            ("fields.txt", 15, "110  iX")])
         for extra in ([], ["--check"]):
             r = self.run_msggen("--schema", bad, "--out", out, *extra)
             self.assertEqual(r.returncode, 1, r.stderr)
             flagged = re.findall(r"^(schema/\w+\.txt:\d+): error: ", r.stderr, re.M)
-            self.assertEqual(flagged, ["schema/beta.txt:4", "schema/fields.txt:15"], r.stderr)
+            self.assertEqual(flagged, ["schema/beta.txt:6", "schema/fields.txt:15"], r.stderr)
             self.assertEqual(self.tree(out), {})
 
         good = write_schema(os.path.join(self.tmp, "good"))
@@ -244,7 +290,7 @@ class SchemaTest(unittest.TestCase):
         self.assertEqual(r.returncode, 0, r.stderr)
         self.assertEqual(self.tree(out), dict.fromkeys(expected, 10**18))
 
-        write_schema(good, [("beta.txt", 3, "")])  # M_Curve is gone
+        write_schema(good, [("beta.txt", 4, ""), ("beta.txt", 5, "")])  # M_Curve is gone
         r = self.run_msggen("--schema", good, "--out", out)
         self.assertEqual(r.returncode, 0, r.stderr)
         after = self.tree(out)
@@ -268,7 +314,7 @@ class SchemaTest(unittest.TestCase):
     # A digit that is not ASCII ('²' passes str.isdigit()) is an error, not a crash.
     def test_number_with_a_non_ascii_digit_is_an_error(self):
         for n, (file, line, text) in enumerate([("fields.txt", 15, "\u00b2  iExtra  CInt"),
-                                                ("beta.txt", 4, "\u00b2  M_Extra dPrice")]):
+                                                ("beta.txt", 6, "\u00b2  M_Extra dPrice")]):
             with self.subTest(text=text):
                 errors = self.errors_of(write_schema(os.path.join(self.tmp, str(n)),
                                                      [(file, line, text)]))
