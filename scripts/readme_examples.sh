@@ -31,8 +31,8 @@ for block in "$work"/block-*.txt; do
   {
     echo '#include <cstdio>'
     echo '#include <memory>'
-    echo '#include "MsgText.h"'
-    echo '#include "rates/M_IrNoteHwOut.h"'
+    echo '#include <pricemsg/MsgText.h>'
+    echo '#include <pricemsg/rates/M_IrNoteHwOut.h>'
     grep '^#include' "$block" || true
     echo 'int main() {'
     grep -v '^#include' "$block"

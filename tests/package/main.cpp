@@ -2,14 +2,22 @@
 // documented calls alone so that it builds on whichever runtime the package
 // was built on: it fills a small request, turns it into a message, loads the
 // message into a second object, and checks the fields and the text form of
-// both messages. Exits with 1 on any difference.
+// both messages. Exits with 1 on any difference. Its own headers (decoy/)
+// come first on the include path and have the names of the library's: the
+// library's headers must reach each other all the same.
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
 
-#include "MsgText.h"
-#include "rates/M_IrNoteFlterHwMc.h"
+#include <pricemsg/MsgText.h>
+#include <pricemsg/rates/M_IrNoteFlterHwMc.h>
+#include <pricemsg/version.h>
+
+static_assert(PRICEMSG_VERSION ==
+                  PRICEMSG_VERSION_MAJOR * 10000 + PRICEMSG_VERSION_MINOR * 100 +
+                      PRICEMSG_VERSION_PATCH,
+              "the version's parts and its number disagree");
 
 namespace {
 
@@ -29,6 +37,12 @@ std::string TextOf(CMsg* msg) {
 }  // namespace
 
 int main() {
+#ifdef EXPECTED_VERSION
+  if (std::strcmp(PRICEMSG_VERSION_STRING, EXPECTED_VERSION) != 0) {
+    std::printf("version.h says %s, the package %s\n", PRICEMSG_VERSION_STRING, EXPECTED_VERSION);
+    return 1;
+  }
+#endif
   M_IrNoteFlterHwMc req;
   req.mIrNotionalInfo.sCcy = "EUR";
   Put(req.mIrNotionalInfo.dNotionAmt, 2500000.0);
