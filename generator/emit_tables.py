@@ -1,6 +1,6 @@
 """The schema tables of libpricemsg_text (msgtext/SchemaTables.h): the field
-kinds, every field of the dictionary, every class with its fields, and the
-sorted indexes that the lookups search.
+kinds, every field of the dictionary, every class with its fields, the words
+that people use for products, and the sorted indexes that the lookups search.
 
     tables/SchemaTables.cpp
 
@@ -59,6 +59,25 @@ def _kinds() -> str:
     return "".join(out)
 
 
+def word_rows(schema: Schema) -> list[tuple[str, str]]:
+    """The word list as table rows: each phrase with the name parts of its
+    line, separated by spaces, sorted by phrase for binary search."""
+    return sorted((phrase, " ".join(w.parts)) for w in schema.words for phrase in w.phrases)
+
+
+def _words(schema: Schema) -> str:
+    rows = word_rows(schema)
+    out = [f"\n// The {len(rows)} words that people use for products, sorted: the phrase, lower\n"
+           "// case with single spaces, and the parts of class names it stands for.\n",
+           "const WordInfo kWords[] = {\n"]
+    out.extend(f"    {{{c_string(phrase)}, {c_string(parts)}}},\n" for phrase, parts in rows)
+    if not rows:
+        out.append('    {"", ""},  // empty\n')
+    out.append("};\n")
+    out.append(f"const int kWordCount = {len(rows)};\n")
+    return "".join(out)
+
+
 def source(schema: Schema) -> str:
     classes = schema.messages
     class_index = {m.name: i for i, m in enumerate(classes)}
@@ -103,6 +122,7 @@ def source(schema: Schema) -> str:
                    f"{len(msg.fields)}, {c_string(msg.role)}, {c_string(msg.description)}}},\n")
     out.append("};\n")
     out.append(f"const int kClassCount = {len(classes)};\n")
+    out.append(_words(schema))
 
     by_number = sorted(range(len(classes)), key=lambda i: classes[i].number)
     by_name = sorted(range(len(classes)), key=lambda i: classes[i].name)

@@ -42,6 +42,13 @@ const FieldInfo* FindField(std::string_view name) {
                                [](int i) { return std::string_view(kFields[i].name); }));
 }
 
+const WordInfo* FindWord(std::string_view phrase) {
+  const WordInfo* end = kWords + kWordCount;
+  const WordInfo* at = std::lower_bound(
+      kWords, end, phrase, [](const WordInfo& w, std::string_view p) { return w.phrase < p; });
+  return at != end && at->phrase == phrase ? at : nullptr;
+}
+
 const FieldInfo& MemberOf(const ClassInfo& c, int i) {
   return kFields[kMembers[c.firstMember + i]];
 }

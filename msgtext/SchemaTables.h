@@ -1,5 +1,6 @@
 // The schema as tables: every field of the dictionary, every class with its
-// fields in tag order, and the field kinds. The generator writes the data
+// fields in tag order, the field kinds, and the words that people use for
+// products. The generator writes the data
 // from schema/ (tables/SchemaTables.cpp in the build tree) into
 // libpricemsg_text; nothing is computed when the library is loaded.
 //
@@ -50,6 +51,14 @@ struct ClassInfo {
   const char* description;  // one line, for people
 };
 
+// A word or phrase that people use for a product ("swaption", "range
+// accrual") and the parts of class names it stands for ("Swptn", "RngAccr"):
+// a class is of that product when its name holds any of the parts.
+struct WordInfo {
+  const char* phrase;  // lower case, words separated by one space
+  const char* parts;   // one or more name parts, separated by spaces
+};
+
 // A field kind as the schema tells it.
 struct KindInfo {
   const char* prefix;  // of the field names: "i", "da", "ma", ...
@@ -69,6 +78,9 @@ extern PRICEMSG_TEXT_EXPORT const int kMembers[];
 // The classes, family by family in catalogue order.
 extern PRICEMSG_TEXT_EXPORT const ClassInfo kClasses[];
 extern PRICEMSG_TEXT_EXPORT const int kClassCount;
+// The word list, sorted by phrase; a phrase is listed once.
+extern PRICEMSG_TEXT_EXPORT const WordInfo kWords[];
+extern PRICEMSG_TEXT_EXPORT const int kWordCount;
 
 PRICEMSG_TEXT_EXPORT const KindInfo& InfoOf(Kind kind);
 // Null for a number of no class.
@@ -77,6 +89,9 @@ PRICEMSG_TEXT_EXPORT const ClassInfo* FindClass(int number);
 PRICEMSG_TEXT_EXPORT const ClassInfo* FindClass(std::string_view name);
 // By the exact name, as "dStrike"; null if no field has it.
 PRICEMSG_TEXT_EXPORT const FieldInfo* FindField(std::string_view name);
+// The entry of a phrase, as listed: lower case, single spaces ("range
+// accrual"); null if the word list does not have it.
+PRICEMSG_TEXT_EXPORT const WordInfo* FindWord(std::string_view phrase);
 // The field at `i` in [0, c.memberCount), in tag order.
 PRICEMSG_TEXT_EXPORT const FieldInfo& MemberOf(const ClassInfo& c, int i);
 // The field of `c` under `tag`; null if the class has none. A class never

@@ -216,6 +216,20 @@ TEST(SchemaTables, FindEveryClassFieldAndMemberAndNothingElse) {
   for (const char* name : {"", "dstrike", "dStrik", "dStrikeX", "M_Tiv"}) {
     EXPECT_FALSE(schema::FindField(name)) << name;
   }
+  // Every phrase of the word list is found, sorted as the lookup needs;
+  // near misses are not.
+  for (int i = 0; i < schema::kWordCount; ++i) {
+    EXPECT_EQ(schema::FindWord(schema::kWords[i].phrase), &schema::kWords[i]);
+    if (i > 0) {
+      EXPECT_LT(std::string_view(schema::kWords[i - 1].phrase), schema::kWords[i].phrase);
+    }
+    const std::string phrase = schema::kWords[i].phrase;
+    for (const std::string& miss : {phrase + "x", phrase + " ", phrase.substr(1)}) {
+      EXPECT_FALSE(schema::FindWord(miss)) << miss;
+    }
+  }
+  EXPECT_FALSE(schema::FindWord(""));
+  EXPECT_FALSE(schema::FindWord(std::string(1000, 'z')));
   EXPECT_EQ(schema::MemberIndex(*tiv, 612), -1);  // a tag of the dictionary, not of the class
   EXPECT_FALSE(schema::FindMember(*tiv, 0));
   EXPECT_FALSE(schema::FindMember(*tiv, INT_MAX));

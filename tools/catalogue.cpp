@@ -4,13 +4,19 @@
 // it holds, tells which classes hold a class or have a field, dumps a fresh
 // object of any class, and prints message files with field names.
 // Everything it knows comes from the schema tables that the generator writes
-// from schema/ (SchemaTables.h); `dump` makes real objects of the library.
+// from schema/ (SchemaTables.h): each class's role and description, the
+// fields' roles, and the word list that turns the words people use for
+// products ("swaption", "range accrual") into parts of class names.
+// `dump` makes real objects of the library.
 //
-// Results go to stdout. A name or number that matches nothing is an error on
-// stderr with the nearest names, and exit status 1; a wrong command line
-// prints the usage with exit status 2; output that cannot be written is an
-// error with exit status 3. Arguments are quoted in errors cut short, with
-// their control bytes escaped, and a name far longer than any is near none.
+// The command line is read with CLI11: each command is one row of kCommands
+// and one function, and its options take "--opt=value", "--opt value" and
+// "-o value". Results go to stdout. A name or number that matches nothing is
+// an error on stderr with the nearest names, and exit status 1; a wrong
+// command line is one line on stderr that points at the command's --help,
+// with exit status 2; output that cannot be written is an error with exit
+// status 3. Arguments are quoted in errors cut short, with their control
+// bytes escaped, and a name far longer than any is near none.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -18,10 +24,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "Catalogue.h"
 #include "CatalogueFactory.h"
@@ -39,10 +49,20 @@ using pricemsg::schema::kFieldCount;
 using pricemsg::schema::kFields;
 using pricemsg::schema::Kind;
 using pricemsg::schema::MemberOf;
+using pricemsg::schema::WordInfo;
 
 constexpr char kTool[] = "pricemsg-catalogue";
 
+#ifndef PRICEMSG_VERSION_STRING
+#error "PRICEMSG_VERSION_STRING must be defined by the build"
+#endif
+constexpr char kVersion[] = PRICEMSG_VERSION_STRING;
+
 enum Status { kFound = 0, kNotFound = 1, kBadCommandLine = 2, kOutputFailed = 3 };
+
+// What a class can be for, as the schema says (ClassInfo::role).
+constexpr const char* kRoles[] = {"request",    "reply", "terms",  "market",
+                                  "monitoring", "model", "result", "block"};
 
 // Where a run writes: results to `out`, errors and the usage to `err`.
 struct Io {
@@ -282,68 +302,350 @@ std::string Pad(const std::string& text, size_t width) {
 
 std::string Tag(const FieldInfo& field) { return "T" + std::to_string(field.tag); }
 
-// Prints classes as "name  number  family", each with its note if any, in
-// columns.
+std::string RoleOf(const ClassInfo& c) { return *c.role ? c.role : "-"; }
+
+// Prints classes a line each as "name  number  family  role", then the
+// line's text if any (a description, the fields a holder holds a class in),
+// in columns.
 void PrintClasses(FILE* out, const std::vector<const ClassInfo*>& classes,
-                  const std::string& indent, const std::vector<std::string>& notes = {}) {
+                  const std::string& indent, const std::vector<std::string>& texts) {
   size_t nameWidth = 0;
   size_t familyWidth = 0;
+  size_t roleWidth = 0;
   for (const ClassInfo* c : classes) {
     nameWidth = std::max(nameWidth, std::string(c->name).size());
     familyWidth = std::max(familyWidth, std::string(c->family).size());
+    roleWidth = std::max(roleWidth, RoleOf(*c).size());
   }
   for (size_t i = 0; i < classes.size(); ++i) {
     const ClassInfo& c = *classes[i];
-    std::string line =
-        indent + Pad(c.name, nameWidth) + "  " + Pad(std::to_string(c.number), 4) + "  " + c.family;
-    if (i < notes.size()) {
-      line = Pad(line, line.size() + familyWidth - std::string(c.family).size()) + "  " + notes[i];
-    }
+    std::string line = indent + Pad(c.name, nameWidth) + "  " + Pad(std::to_string(c.number), 4) +
+                       "  " + Pad(c.family, familyWidth) + "  " + RoleOf(c);
+    if (i < texts.size() && !texts[i].empty())
+      line = Pad(line, line.size() + roleWidth - RoleOf(c).size()) + "  " + texts[i];
     std::fprintf(out, "%s\n", line.c_str());
   }
 }
 
+std::vector<std::string> Descriptions(const std::vector<const ClassInfo*>& classes) {
+  std::vector<std::string> out;
+  for (const ClassInfo* c : classes) out.push_back(c->description);
+  return out;
+}
+
 // The fields of a class at `level` (indented by two spaces a level), each
 // message field followed by the fields of its class, down to `depth` levels
-// (0: no limit). Names and tags are aligned among the fields of one class.
+// (0: no limit). Names, tags and kinds are aligned among the fields of one
+// class; a field's role, where it has one, closes its line.
 void PrintTree(FILE* out, const ClassInfo& cls, int level, int depth) {
   size_t nameWidth = 0;
   size_t tagWidth = 0;
+  size_t holdsWidth = 0;
+  auto holds = [&](const FieldInfo& field) {
+    const ClassInfo* held = ClassHeld(field);
+    return Holds(field) + (held && depth > 0 && level >= depth ? " ..." : "");
+  };
   for (int i = 0; i < cls.memberCount; ++i) {
-    nameWidth = std::max(nameWidth, std::string(MemberOf(cls, i).name).size());
-    tagWidth = std::max(tagWidth, Tag(MemberOf(cls, i)).size());
+    const FieldInfo& field = MemberOf(cls, i);
+    nameWidth = std::max(nameWidth, std::string(field.name).size());
+    tagWidth = std::max(tagWidth, Tag(field).size());
+    if (*field.role) holdsWidth = std::max(holdsWidth, holds(field).size());
   }
   const std::string indent(2 * static_cast<size_t>(level), ' ');
   for (int i = 0; i < cls.memberCount; ++i) {
     const FieldInfo& field = MemberOf(cls, i);
     const ClassInfo* held = ClassHeld(field);
-    const bool cut = held && depth > 0 && level >= depth;
     std::string line = indent + Pad(field.name, nameWidth) + "  " + Pad(Tag(field), tagWidth) +
-                       "  " + Holds(field);
-    std::fprintf(out, "%s%s\n", line.c_str(), cut ? " ..." : "");
-    if (held && !cut) PrintTree(out, *held, level + 1, depth);
+                       "  " + holds(field);
+    if (*field.role)
+      line = Pad(line, line.size() + holdsWidth - holds(field).size()) + "  (" + field.role + ")";
+    std::fprintf(out, "%s\n", line.c_str());
+    if (held && !(depth > 0 && level >= depth)) PrintTree(out, *held, level + 1, depth);
   }
+}
+
+// ---- the command line ----
+
+// What a command was given: its operands, and the options that were given,
+// by long name (a flag's value is "").
+struct Args {
+  std::vector<std::string> operands;
+  std::map<std::string, std::string> options;
+
+  const std::string* Option(const std::string& name) const {
+    const auto at = options.find(name);
+    return at == options.end() ? nullptr : &at->second;
+  }
+};
+
+// A wrong command line, found by a command: the text of its one-line error.
+struct BadUsage {
+  std::string what;
+};
+
+[[noreturn]] void Refuse(std::string what) { throw BadUsage{std::move(what)}; }
+
+// ---- search ----
+// A query is read as terms: a phrase of the word list ("range accrual"),
+// longest first, else a single word. A term matches a class when it is in
+// the class's name, when one of the name parts that its phrase stands for
+// is, or when it is a word (or words, in a row) of the class's description.
+// A class matches a query when every term does.
+
+std::vector<std::string> SplitWords(const std::string& text) {
+  std::vector<std::string> out;
+  std::string word;
+  for (const char c : text + " ") {
+    if (std::isspace(static_cast<unsigned char>(c))) {
+      if (!word.empty()) out.push_back(Lower(word));
+      word.clear();
+    } else {
+      word += c;
+    }
+  }
+  return out;
+}
+
+// The words of a description, lower case: its runs of letters and digits.
+std::vector<std::string> TextWords(const char* text) {
+  std::vector<std::string> out;
+  std::string word;
+  for (const char* p = text;; ++p) {
+    const unsigned char c = static_cast<unsigned char>(*p);
+    if (c != 0 && std::isalnum(c)) {
+      word += static_cast<char>(std::tolower(c));
+    } else {
+      if (!word.empty()) out.push_back(word);
+      word.clear();
+      if (c == 0) return out;
+    }
+  }
+}
+
+struct Term {
+  std::vector<std::string> words;  // lower case: one word, or a phrase of the word list
+  std::vector<std::string> parts;  // the name parts its phrase stands for, lower case
+};
+
+std::string Joined(const std::vector<std::string>& words, const char* between) {
+  std::string out;
+  for (const std::string& w : words) out += (out.empty() ? "" : between) + w;
+  return out;
+}
+
+std::vector<Term> ReadQuery(const std::vector<std::string>& operands) {
+  std::vector<std::string> words;
+  for (const std::string& operand : operands) {
+    for (std::string& w : SplitWords(operand)) words.push_back(std::move(w));
+  }
+  size_t longest = 1;  // the most words of a phrase of the list
+  for (int i = 0; i < pricemsg::schema::kWordCount; ++i) {
+    longest = std::max(longest, SplitWords(pricemsg::schema::kWords[i].phrase).size());
+  }
+  std::vector<Term> terms;
+  for (size_t at = 0; at < words.size();) {
+    Term term;
+    for (size_t n = std::min(longest, words.size() - at); n > 0; --n) {
+      term.words.assign(words.begin() + static_cast<std::ptrdiff_t>(at),
+                        words.begin() + static_cast<std::ptrdiff_t>(at + n));
+      if (const WordInfo* listed = pricemsg::schema::FindWord(Joined(term.words, " "))) {
+        term.parts = SplitWords(listed->parts);
+        break;
+      }
+    }
+    at += term.words.size();
+    terms.push_back(std::move(term));
+  }
+  return terms;
+}
+
+// How well `needle` (lower case) is in `name`: 0 not at all, 2 inside a
+// part of the name, 3 where a part starts ("barr" in M_FxDblBarr).
+int NameScore(const std::string& name, const std::string& needle) {
+  const std::string lower = Lower(name);
+  int best = 0;
+  for (size_t at = lower.find(needle); at != std::string::npos; at = lower.find(needle, at + 1)) {
+    const unsigned char c = static_cast<unsigned char>(name[at]);
+    const bool starts =
+        at == 0 || name[at - 1] == '_' || std::isupper(c) ||
+        (std::isdigit(c) && !std::isdigit(static_cast<unsigned char>(name[at - 1])));
+    best = std::max(best, starts ? 3 : 2);
+  }
+  return best;
+}
+
+// Whether a query word is this word of a text, or its plural or singular.
+bool SameWord(const std::string& query, const std::string& word) {
+  return query == word || query + "s" == word || word + "s" == query;
+}
+
+// 1 if the words follow one another among `text`, else 0.
+int TextScore(const std::vector<std::string>& text, const std::vector<std::string>& words) {
+  for (size_t at = 0; at + words.size() <= text.size(); ++at) {
+    size_t n = 0;
+    while (n < words.size() && SameWord(words[n], text[at + n])) ++n;
+    if (n == words.size()) return 1;
+  }
+  return 0;
+}
+
+int TermScore(const Term& term, const char* name, const std::vector<std::string>& text) {
+  int best = NameScore(name, Joined(term.words, ""));
+  for (const std::string& part : term.parts) best = std::max(best, NameScore(name, part));
+  return best > 0 ? best : TextScore(text, term.words);
+}
+
+// How well a query matches a name and its text: 0 unless every term does.
+int QueryScore(const std::vector<Term>& terms, const char* name, const char* text) {
+  const std::vector<std::string> words = TextWords(text);
+  int total = 0;
+  for (const Term& term : terms) {
+    const int score = TermScore(term, name, words);
+    if (score == 0) return 0;
+    total += score;
+  }
+  return total;
+}
+
+bool IsRequest(const ClassInfo& c) { return std::strcmp(c.role, "request") == 0; }
+
+// The classes that match, best first: the requests, then by how well they
+// match, then the shorter name (the plainer product), then by name.
+std::vector<const ClassInfo*> SearchClasses(const std::vector<Term>& terms,
+                                            const std::vector<const ClassInfo*>& among) {
+  std::vector<std::pair<int, const ClassInfo*>> found;
+  for (const ClassInfo* c : among) {
+    const int score = QueryScore(terms, c->name, c->description);
+    if (score > 0) found.emplace_back(score, c);
+  }
+  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+    const ClassInfo& x = *a.second;
+    const ClassInfo& y = *b.second;
+    if (IsRequest(x) != IsRequest(y)) return IsRequest(x);
+    if (a.first != b.first) return a.first > b.first;
+    const size_t lx = std::strlen(x.name);
+    const size_t ly = std::strlen(y.name);
+    return lx != ly ? lx < ly : ByClassName(&x, &y);
+  });
+  std::vector<const ClassInfo*> out;
+  for (const auto& f : found) out.push_back(f.second);
+  return out;
+}
+
+// The fields that match, by name or role: best first, then by name.
+std::vector<const FieldInfo*> SearchFields(const std::vector<Term>& terms) {
+  std::vector<std::pair<int, const FieldInfo*>> found;
+  for (int i = 0; i < kFieldCount; ++i) {
+    const int score = QueryScore(terms, kFields[i].name, kFields[i].role);
+    if (score > 0) found.emplace_back(score, &kFields[i]);
+  }
+  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+    return a.first != b.first ? a.first > b.first : Lower(a.second->name) < Lower(b.second->name);
+  });
+  std::vector<const FieldInfo*> out;
+  for (const auto& f : found) out.push_back(f.second);
+  return out;
+}
+
+std::vector<std::string> Phrases() {
+  std::vector<std::string> out;
+  for (int i = 0; i < pricemsg::schema::kWordCount; ++i)
+    out.push_back(pricemsg::schema::kWords[i].phrase);
+  return out;
+}
+
+// The error for a query that matches nothing: "<what> matches '<query>'",
+// then the first term that matches no name at all with the names and listed
+// words near it; or, when each term matches something, that none matches
+// them all.
+int NothingMatches(const Io& io, const std::vector<Term>& terms, const std::string& what,
+                   const std::string& query, bool withFields) {
+  std::vector<const ClassInfo*> all;
+  for (int i = 0; i < kClassCount; ++i) all.push_back(&kClasses[i]);
+  std::string told = what + " matches '" + Shown(query) + "'";
+  for (const Term& term : terms) {
+    if (!SearchClasses({term}, all).empty() || (withFields && !SearchFields({term}).empty())) {
+      continue;
+    }
+    std::vector<std::string> names = Phrases();
+    const std::vector<std::string> classes = ClassNames();
+    names.insert(names.end(), classes.begin(), classes.end());
+    if (withFields) {
+      const std::vector<std::string> fields = FieldNames();
+      names.insert(names.end(), fields.begin(), fields.end());
+    }
+    const std::string word = Joined(term.words, " ");
+    if (terms.size() > 1) told += ": nothing matches '" + Shown(word) + "'";
+    return NotFound(io, told, Nearest(word, names));
+  }
+  std::fprintf(io.err, "%s: %s\n  each word matches some name, but none matches them all\n", kTool,
+               told.c_str());
+  return kNotFound;
 }
 
 // ---- commands ----
 
-using Args = std::vector<std::string>;
+// A number from 1 given to an option, else a usage error.
+int Positive(const Args& args, const std::string& option) {
+  const std::string* text = args.Option(option);
+  int n = 0;
+  if (!text) return 0;
+  if (!ParseNumber(*text, &n) || n == 0) {
+    Refuse("--" + option + " takes a number from 1, not '" + Shown(*text) + "'");
+  }
+  return n;
+}
 
-int BadCommandLine(const Io& io, const std::string& what);
+std::string ListOfRoles() {
+  std::string out;
+  for (const char* r : kRoles) out += (out.empty() ? "" : ", ") + std::string(r);
+  return out;
+}
+
+std::vector<std::string> Families() {
+  std::vector<std::string> out;
+  for (int i = 0; i < kClassCount; ++i) {
+    if (std::find(out.begin(), out.end(), kClasses[i].family) == out.end())
+      out.push_back(kClasses[i].family);
+  }
+  return out;
+}
 
 int List(const Io& io, const Args& args) {
-  const std::string pattern = args.empty() ? "" : args[0];
-  const std::string lower = Lower(pattern);
-  std::vector<const ClassInfo*> found;
+  const std::string* role = args.Option("role");
+  const std::string* family = args.Option("family");
+  if (role && std::none_of(std::begin(kRoles), std::end(kRoles),
+                           [&](const char* r) { return *role == r; })) {
+    Refuse("no role '" + Shown(*role) + "'; the roles are " + ListOfRoles());
+  }
+  const std::vector<std::string> families = Families();
+  if (family && std::find(families.begin(), families.end(), *family) == families.end()) {
+    Refuse("no family '" + Shown(*family) + "'; the families are " + Joined(families, ", "));
+  }
+  std::vector<const ClassInfo*> among;
   for (int i = 0; i < kClassCount; ++i) {
-    if (Lower(kClasses[i].name).find(lower) != std::string::npos) found.push_back(&kClasses[i]);
+    const ClassInfo& c = kClasses[i];
+    if ((!role || *role == c.role) && (!family || *family == c.family)) among.push_back(&c);
+  }
+  const std::vector<Term> terms = ReadQuery(args.operands);
+  std::vector<const ClassInfo*> found;
+  if (terms.empty()) {
+    found = among;
+    std::sort(found.begin(), found.end(), ByClassName);
+  } else {
+    found = SearchClasses(terms, among);
   }
   if (found.empty()) {
-    return NotFound(io, "no class name contains '" + Shown(pattern) + "'",
-                    Nearest(AsClassName(pattern), ClassNames()));
+    std::string what = "no class";
+    if (family) what += " of the " + *family + " family";
+    if (role) what += " with the role " + *role;
+    if (terms.empty()) {
+      std::fprintf(io.err, "%s: %s\n", kTool, what.c_str());
+      return kNotFound;
+    }
+    return NothingMatches(io, terms, what, Joined(args.operands, " "), false);
   }
-  std::sort(found.begin(), found.end(), ByClassName);
-  PrintClasses(io.out, found, "");
+  PrintClasses(io.out, found, "", Descriptions(found));
   return kFound;
 }
 
@@ -365,45 +667,37 @@ void PrintFields(FILE* out, const std::vector<const FieldInfo*>& fields) {
   }
   for (const FieldInfo* f : fields) {
     const int n = HolderCount(*f);
-    const std::string line = "  " + Pad(f->name, nameWidth) + "  " + Pad(Tag(*f), tagWidth) + "  " +
-                             Pad(Holds(*f), holdsWidth) + "  in " + std::to_string(n) +
-                             (n == 1 ? " class" : " classes");
+    std::string line = "  " + Pad(f->name, nameWidth) + "  " + Pad(Tag(*f), tagWidth) + "  " +
+                       Pad(Holds(*f), holdsWidth) + "  in " + std::to_string(n) +
+                       (n == 1 ? " class" : " classes");
+    if (*f->role) line += std::string("  (") + f->role + ")";
     std::fprintf(out, "%s\n", line.c_str());
   }
 }
 
 int Find(const Io& io, const Args& args) {
-  const std::string& text = args[0];
   std::vector<const ClassInfo*> classes;
   std::vector<const FieldInfo*> fields;
   int number = 0;
-  if (ParseNumber(text, &number)) {
+  const bool byNumber = args.operands.size() == 1 && ParseNumber(args.operands[0], &number);
+  const std::vector<Term> terms = ReadQuery(args.operands);
+  if (terms.empty()) Refuse("takes one or more words, or a number");
+  if (byNumber) {
     if (const ClassInfo* c = pricemsg::schema::FindClass(number)) classes.push_back(c);
     fields = FieldsByTag(number);
+    if (classes.empty() && fields.empty()) return NoClass(io, args.operands[0]);
   } else {
-    const std::string lower = Lower(text);
-    for (int i = 0; i < kClassCount; ++i) {
-      if (Lower(kClasses[i].name).find(lower) != std::string::npos) classes.push_back(&kClasses[i]);
+    std::vector<const ClassInfo*> all;
+    for (int i = 0; i < kClassCount; ++i) all.push_back(&kClasses[i]);
+    classes = SearchClasses(terms, all);
+    fields = SearchFields(terms);
+    if (classes.empty() && fields.empty()) {
+      return NothingMatches(io, terms, "no class or field", Joined(args.operands, " "), true);
     }
-    for (int i = 0; i < kFieldCount; ++i) {
-      if (Lower(kFields[i].name).find(lower) != std::string::npos) fields.push_back(&kFields[i]);
-    }
-    std::sort(classes.begin(), classes.end(), ByClassName);
-    std::sort(fields.begin(), fields.end(), [](const FieldInfo* a, const FieldInfo* b) {
-      return Lower(a->name) < Lower(b->name);
-    });
-  }
-  if (classes.empty() && fields.empty()) {
-    if (ParseNumber(text, &number)) return NoClass(io, text);
-    std::vector<std::string> names = ClassNames();
-    const std::vector<std::string> more = FieldNames();
-    names.insert(names.end(), more.begin(), more.end());
-    return NotFound(io, "no class or field name contains '" + Shown(text) + "'",
-                    Nearest(text, names));
   }
   if (!classes.empty()) {
     std::fprintf(io.out, "classes (%zu):\n", classes.size());
-    PrintClasses(io.out, classes, "  ");
+    PrintClasses(io.out, classes, "  ", Descriptions(classes));
   }
   if (!fields.empty()) {
     std::fprintf(io.out, "fields (%zu):\n", fields.size());
@@ -413,27 +707,20 @@ int Find(const Io& io, const Args& args) {
 }
 
 int Show(const Io& io, const Args& args) {
-  int depth = 0;
-  std::vector<std::string> names;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] != "--depth") {
-      names.push_back(args[i]);
-    } else if (i + 1 == args.size() || !ParseNumber(args[i + 1], &depth) || depth == 0) {
-      return BadCommandLine(io, "show takes '--depth N' with N a number from 1");
-    } else {
-      ++i;
-    }
-  }
-  if (names.size() != 1) return BadCommandLine(io, "show takes one class, by name or number");
-  const ClassInfo* cls = FindClass(names[0]);
-  if (!cls) return NoClass(io, names[0]);
+  const int depth = Positive(args, "depth");
+  const ClassInfo* cls = FindClass(args.operands[0]);
+  if (!cls) return NoClass(io, args.operands[0]);
   std::fprintf(io.out, "%s  %d  %s\n", cls->name, cls->number, cls->family);
+  if (*cls->role || *cls->description) {
+    std::fprintf(io.out, "  %s%s%s\n", cls->role, *cls->role && *cls->description ? ": " : "",
+                 cls->description);
+  }
   PrintTree(io.out, *cls, 1, depth);
   return kFound;
 }
 
 int Holders(const Io& io, const Args& args) {
-  const std::string& text = args[0];
+  const std::string& text = args.operands[0];
   const ClassInfo* cls = FindClass(text);
   const FieldInfo* field = cls ? nullptr : FieldByName(text);
   if (!cls && !field) {
@@ -473,13 +760,13 @@ int Holders(const Io& io, const Args& args) {
     classes.push_back(holder);
     via.push_back(fields);
   }
-  PrintClasses(io.out, classes, "", cls ? via : std::vector<std::string>());
+  PrintClasses(io.out, classes, "", via);
   return kFound;
 }
 
 int Dump(const Io& io, const Args& args) {
-  const ClassInfo* cls = FindClass(args[0]);
-  if (!cls) return NoClass(io, args[0]);
+  const ClassInfo* cls = FindClass(args.operands[0]);
+  if (!cls) return NoClass(io, args.operands[0]);
   if (!pricemsg::probe::kAvailable) {
     std::fprintf(io.err, "%s: the runtime of this build offers no way to read a dump\n", kTool);
     return kNotFound;
@@ -502,12 +789,12 @@ int Dump(const Io& io, const Args& args) {
 // with the class and field names; a file that does not fit is reported with
 // its line and column.
 int File(const Io& io, const Args& args) {
-  const char* path = args[0].c_str();
+  const std::string& path = args.operands[0];
   MsgTextError err{};
-  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path, &err));
+  const std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path.c_str(), &err));
   std::string text;
   if (!msg || MA_WriteMsgText(msg.get(), &text, &err) != MSGTEXT_OK) {
-    std::fprintf(io.err, "%s: %s:%d:%d: %s\n", kTool, Shown(args[0], PATH_MAX).c_str(), err.line,
+    std::fprintf(io.err, "%s: %s:%d:%d: %s\n", kTool, Shown(path, PATH_MAX).c_str(), err.line,
                  err.column, err.reason);
     return kNotFound;
   }
@@ -515,77 +802,297 @@ int File(const Io& io, const Args& args) {
   return kFound;
 }
 
-// A command is one row here and a function that takes its arguments; the
-// usage text is made from the rows.
+// An option of a command, as CLI11 takes it.
+struct OptionRow {
+  const char* names;  // "-d,--depth": a short name, then the long one
+  const char* value;  // what its value is, in the help ("N"); null for a flag
+  const char* help;
+};
+
+// A command: one row here and the function that runs it. Its help is made
+// from the row, and CLI11 reads its options; the function gets the operands
+// (their count already checked) and the options that were given, and calls
+// Refuse for any other wrong use.
 struct Command {
   const char* name;
-  const char* args;
-  const char* summary;
-  size_t minArgs;
-  size_t maxArgs;
+  const char* operands;  // in the usage line: "<class|number>"
+  size_t minOperands;
+  size_t maxOperands;
+  const char* wrongCount;  // the error for a wrong count of operands
+  const char* summary;     // one line, in the list of commands
+  const char* details;     // more, in the command's own help; may be ""
+  std::vector<OptionRow> options;
   int (*run)(const Io& io, const Args& args);
 };
 
-const Command kCommands[] = {
-    {"list", "[pattern]", "the classes whose name holds the pattern, in any case", 0, 1, List},
-    {"find", "<text|number>",
-     "the classes and fields whose name holds the text; by number, the class\n"
-     "      of that number and the fields of that tag",
-     1, 1, Find},
-    {"show", "<class|number> [--depth N]",
-     "the class as a tree of its fields down to the values, each with its tag,\n"
-     "      kind and held class; --depth N stops after N levels",
-     1, 3, Show},
-    {"holders", "<class|field>",
-     "the classes that hold a class, and in which fields; or that have a field", 1, 1, Holders},
-    {"dump", "<class|number>", "the Dump of a fresh object of the class", 1, 1, Dump},
-    {"file", "<path>", "a message file, each value with its class and field name", 1, 1, File},
-};
+constexpr size_t kAny = SIZE_MAX;
 
-void Usage(FILE* out) {
-  std::fprintf(out,
-               "usage: %s <command> [arguments]\n\n"
-               "A guide to the %d message classes of pricemsg.\n\n",
-               kTool, kClassCount);
-  for (const Command& c : kCommands) {
-    const std::string head = std::string(c.name) + " " + c.args;
-    std::fprintf(out, "  %s\n      %s\n", head.c_str(), c.summary);
-  }
-  std::fprintf(out,
-               "  help\n      this text\n\n"
-               "A class is named as in C++ (M_IrNoteHwOut; any case, the M_ may be left out)\n"
-               "or by its number. Exit status: 0 found, 1 not found, 2 a wrong command line,\n"
-               "3 the output could not be written.\n");
+const std::vector<Command>& Commands() {
+  static const std::vector<Command> commands = {
+      {"list",
+       "[words...]",
+       0,
+       kAny,
+       "",
+       "the classes, or those that match the words",
+       "Without words, every class by name. With words, the classes that match\n"
+       "them all, requests first, then the best matches. A word matches a class\n"
+       "when it is in the class's name (any case), when the word list of the\n"
+       "schema says it stands for a part of the name (swaption: Swptn), or when\n"
+       "it is a word of the class's description; phrases of the word list\n"
+       "(\"range accrual\") count as one word. Each line gives the class, its\n"
+       "number, family and role, and its description.",
+       {{"-r,--role", "ROLE", "only the classes of that role"},
+        {"-f,--family", "FAMILY", "only the classes of that family"}},
+       List},
+      {"find",
+       "<words...|number>",
+       1,
+       kAny,
+       "takes one or more words, or a number",
+       "the classes and fields that match the words, or have that number",
+       "The classes match as for list, requests first; the fields match by\n"
+       "name or by role. A number finds the class of that number and the\n"
+       "fields of that tag.",
+       {},
+       Find},
+      {"show",
+       "<class|number>",
+       1,
+       1,
+       "takes one class, by name or number",
+       "the class as a tree of its fields down to the values",
+       "The class's line gives its number and family, the next its role and\n"
+       "description. Each field comes with its tag, its kind, the class it\n"
+       "holds and its role, and a message field with the fields of its class.",
+       {{"-d,--depth", "N", "stop after N levels, marking a cut field with ..."}},
+       Show},
+      {"holders",
+       "<class|field>",
+       1,
+       1,
+       "takes one class or one field, by name",
+       "the classes that hold a class, and in which fields; or that have a field",
+       "",
+       {},
+       Holders},
+      {"dump",
+       "<class|number>",
+       1,
+       1,
+       "takes one class, by name or number",
+       "the Dump of a fresh object of the class",
+       "",
+       {},
+       Dump},
+      {"file",
+       "<path>",
+       1,
+       1,
+       "takes the path of one message file",
+       "a message file, each value with its class and field name",
+       "The file is checked against the classes; a file that does not fit is\n"
+       "told with the line and column where it goes wrong.",
+       {},
+       File},
+  };
+  return commands;
 }
 
-int BadCommandLine(const Io& io, const std::string& what) {
-  std::fprintf(io.err, "%s: %s\n\n", kTool, what.c_str());
-  Usage(io.err);
+const Command* CommandNamed(const std::string& name) {
+  for (const Command& c : Commands()) {
+    if (name == c.name) return &c;
+  }
+  return nullptr;
+}
+
+// The first name of an option row with its dashes: "--depth" of "-d,--depth".
+std::string LongName(const OptionRow& o) {
+  const std::string names = o.names;
+  const size_t at = names.find("--");
+  return at == std::string::npos ? names : names.substr(at);
+}
+
+void Help(FILE* out) {
+  std::fprintf(out,
+               "usage: %s <command> [options] [arguments]\n\n"
+               "A guide to the %d message classes of pricemsg.\n\ncommands:\n",
+               kTool, kClassCount);
+  size_t width = 4;  // "help"
+  for (const Command& c : Commands()) width = std::max(width, std::strlen(c.name));
+  for (const Command& c : Commands()) {
+    std::fprintf(out, "  %s  %s\n", Pad(c.name, width).c_str(), c.summary);
+  }
+  std::fprintf(out,
+               "  %s  this text, or a command's\n\n"
+               "options:\n  -h, --help     this text; after a command, the command's help\n"
+               "  -V, --version  the version\n\n"
+               "A class is named as in C++ (M_IrNoteHwOut; any case, the M_ may be left out)\n"
+               "or by its number. Exit status: 0 found, 1 not found, 2 a wrong command line,\n"
+               "3 the output could not be written.\n",
+               Pad("help", width).c_str());
+}
+
+void Help(FILE* out, const Command& c) {
+  std::string summary = c.summary;
+  summary[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(summary[0])));
+  std::fprintf(out, "usage: %s %s%s %s\n\n%s.\n", kTool, c.name,
+               c.options.empty() ? "" : " [options]", c.operands, summary.c_str());
+  if (*c.details) std::fprintf(out, "\n%s\n", c.details);
+  std::vector<std::pair<std::string, std::string>> rows;
+  for (const OptionRow& o : c.options) {
+    std::string names = o.names;
+    const size_t comma = names.find(',');
+    if (comma != std::string::npos) names.replace(comma, 1, ", ");
+    rows.emplace_back(names + (o.value ? std::string(" ") + o.value : ""), o.help);
+  }
+  rows.emplace_back("-h, --help", "this text");
+  size_t width = 0;
+  for (const auto& r : rows) width = std::max(width, r.first.size());
+  std::fprintf(out, "\noptions:\n");
+  for (const auto& r : rows)
+    std::fprintf(out, "  %s  %s\n", Pad(r.first, width).c_str(), r.second.c_str());
+  // How to give a value, shown on the first option that takes one.
+  for (const OptionRow& o : c.options) {
+    if (!o.value) continue;
+    const std::string name = LongName(o);
+    const std::string shortName = std::string(o.names).substr(0, std::string(o.names).find(','));
+    std::fprintf(out, "\nAn option's value follows it: %s=%s, %s %s or %s %s.\n", name.c_str(),
+                 o.value, name.c_str(), o.value, shortName.c_str(), o.value);
+    break;
+  }
+}
+
+// A usage error: one line on `err` that names the command, if known, and
+// points at its help. Arguments in `what` are already Shown.
+int BadCommandLine(const Io& io, const Command* c, const std::string& what) {
+  const std::string who = c ? std::string(kTool) + " " + c->name : std::string(kTool);
+  std::fprintf(io.err, "%s: %s; see '%s --help'\n", who.c_str(), what.c_str(), who.c_str());
   return kBadCommandLine;
+}
+
+// CLI11's text of a parse error as one of ours: lower case first, no
+// trailing period, and the arguments it quotes escaped and cut short.
+std::string ParseErrorText(const CLI::ParseError& e, const CLI::App* at) {
+  if (dynamic_cast<const CLI::ExtrasError*>(&e) && at) {
+    const std::vector<std::string> extra = at->remaining();
+    if (!extra.empty()) {
+      return (extra[0].rfind("-", 0) == 0 ? "has no option '" : "takes no more than that, not '") +
+             Shown(extra[0]) + "'";
+    }
+  }
+  std::string text = e.what();
+  // "--depth: 1 required TEXT missing"
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&e) && text.rfind("-", 0) == 0 &&
+      text.find(':') != std::string::npos) {
+    return text.substr(0, text.find(':')) + " needs a value";
+  }
+  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return Shown(text, 200);
 }
 
 // The command line's command, run.
 int RunCommand(const Io& io, int argc, const char* const* argv) {
-  if (argc < 2) return BadCommandLine(io, "no command given");
-  const std::string name = argv[1];
-  if (name == "help" || name == "-h" || name == "--help") {
-    Usage(io.out);
+  if (argc < 2) {
+    std::string names;
+    for (const Command& c : Commands()) names += (names.empty() ? "" : ", ") + std::string(c.name);
+    return BadCommandLine(io, nullptr, "give a command (" + names + ")");
+  }
+  const std::string first = argv[1];
+  if (!first.empty() && first[0] == '-') {
+    if (first != "-h" && first != "--help" && first != "-V" && first != "--version") {
+      return BadCommandLine(io, nullptr, "no option '" + Shown(first) + "' before a command");
+    }
+  } else {
+    if (first != "help" && !CommandNamed(first)) {
+      std::vector<std::string> names{"help"};
+      for (const Command& c : Commands()) names.push_back(c.name);
+      const std::vector<std::string> nearest = Nearest(first, names);
+      return BadCommandLine(io, nullptr,
+                            "no command '" + Shown(first) + "'" +
+                                (nearest.empty() ? "" : " (did you mean '" + nearest[0] + "'?)"));
+    }
+  }
+
+  CLI::App app("", kTool);
+  app.set_version_flag("-V,--version", std::string(kTool) + " " + kVersion);
+  app.require_subcommand(1);
+  std::vector<std::pair<CLI::App*, const Command*>> subs;
+  std::vector<std::string> helpTopic;
+  CLI::App* help = app.add_subcommand("help", "this text, or a command's");
+  help->add_option("command", helpTopic);
+  Args args;
+  // Each option of each command, with its long name.
+  std::vector<std::tuple<const Command*, CLI::Option*, std::string>> given;
+  for (const Command& c : Commands()) {
+    CLI::App* sub = app.add_subcommand(c.name, c.summary);
+    sub->add_option("operands", args.operands);
+    for (const OptionRow& o : c.options) {
+      std::string& value = args.options[LongName(o).substr(2)];
+      CLI::Option* option = o.value ? sub->add_option(o.names, value) : sub->add_flag(o.names);
+      option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+      given.emplace_back(&c, option, LongName(o).substr(2));
+    }
+    subs.emplace_back(sub, &c);
+  }
+  auto selected = [&]() -> const Command* {
+    for (const auto& [sub, c] : subs) {
+      if (sub->parsed()) return c;
+    }
+    return nullptr;
+  };
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    const Command* c = selected();
+    if (c) {
+      Help(io.out, *c);
+    } else {
+      Help(io.out);
+    }
+    return kFound;
+  } catch (const CLI::CallForVersion& e) {
+    std::fprintf(io.out, "%s\n", e.what());
+    return kFound;
+  } catch (const CLI::ParseError& e) {
+    const Command* c = selected();
+    CLI::App* at = &app;
+    for (const auto& [sub, row] : subs) {
+      if (row == c) at = sub;
+    }
+    return BadCommandLine(io, c, ParseErrorText(e, at));
+  }
+
+  if (help->parsed()) {
+    if (helpTopic.empty()) {
+      Help(io.out);
+      return kFound;
+    }
+    const Command* c = CommandNamed(helpTopic[0]);
+    if (helpTopic.size() > 1 || !c) {
+      return BadCommandLine(io, nullptr,
+                            "help takes one command, not '" + Shown(Joined(helpTopic, " ")) + "'");
+    }
+    Help(io.out, *c);
     return kFound;
   }
-  const Args args(argv + 2, argv + argc);
-  for (const Command& c : kCommands) {
-    if (name != c.name) continue;
-    if (args.size() < c.minArgs || args.size() > c.maxArgs) {
-      return BadCommandLine(io, std::string("wrong arguments for ") + c.name +
-                                    ", which takes: " + c.name + " " + c.args);
-    }
-    return c.run(io, args);
+  const Command* c = selected();
+  if (!c) return BadCommandLine(io, nullptr, "give a command");
+  // The options are bound to args.options; those not given are left out.
+  std::map<std::string, std::string> options;
+  for (const auto& [row, option, name] : given) {
+    if (row == c && option->count() > 0) options[name] = args.options[name];
   }
-  std::vector<std::string> names;
-  for (const Command& c : kCommands) names.push_back(c.name);
-  const std::vector<std::string> nearest = Nearest(name, names);
-  return BadCommandLine(io, "unknown command '" + Shown(name) + "'" +
-                                (nearest.empty() ? "" : "; did you mean '" + nearest[0] + "'?"));
+  args.options = std::move(options);
+  if (args.operands.size() < c->minOperands || args.operands.size() > c->maxOperands) {
+    return BadCommandLine(io, c, c->wrongCount);
+  }
+  try {
+    return c->run(io, args);
+  } catch (const BadUsage& e) {
+    return BadCommandLine(io, c, e.what);
+  }
 }
 
 }  // namespace

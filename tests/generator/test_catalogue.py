@@ -143,6 +143,17 @@ class SchemaTables(unittest.TestCase):
         self.assertEqual([classes[i][0] for i in by_name], sorted(m.name for m in SCHEMA.messages))
         self.assertEqual([fields[i][1] for i in fields_by_name], sorted(SCHEMA.fields))
 
+    def test_words_give_back_the_word_list_one_phrase_a_row_sorted(self):
+        rows = c_array(self.SOURCE, "kWords")
+        count = int(re.search(r"const int kWordCount = (\d+);", self.SOURCE).group(1))
+        expected = {p: " ".join(w.parts) for w in SCHEMA.words for p in w.phrases}
+        self.assertEqual(count, len(expected))
+        self.assertEqual(rows[:count], sorted(expected.items()))
+        # A phrase is found as typed: lower case, with single spaces.
+        for phrase, parts in rows[:count]:
+            self.assertEqual(phrase, " ".join(phrase.lower().split()))
+            self.assertTrue(parts.split(), phrase)
+
 
 if __name__ == "__main__":
     unittest.main()

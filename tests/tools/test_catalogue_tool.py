@@ -21,7 +21,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, os.path.join(ROOT, "generator"))
 
-from schema import load  # noqa: E402
+from schema import ROLES, load  # noqa: E402
 
 TOOL = None
 TOOL_WITHOUT_PROBE = None
@@ -60,6 +60,9 @@ class Show(unittest.TestCase):
         lines = out.splitlines()
         self.assertEqual(lines[0].split(), [deepest, str(BY_NAME[deepest].number),
                                             BY_NAME[deepest].family])
+        if BY_NAME[deepest].role:
+            self.assertEqual(lines.pop(1), f"  {BY_NAME[deepest].role}: "
+                                           f"{BY_NAME[deepest].description}")
         self.assertEqual(len(lines), size(deepest))
         # Replays the tree against the schema: each line is the next field of
         # the class open at its indent, with the dictionary's tag.
@@ -73,6 +76,7 @@ class Show(unittest.TestCase):
             field = fields[next_field[-1]]
             next_field[-1] += 1
             self.assertEqual((name, int(tag)), (field.name, field.tag), line)
+            self.assertEqual(holds.endswith(f"  ({field.role})"), bool(field.role), line)
             if field.sub:
                 self.assertIn(field.sub, holds)
                 self.assertEqual(holds.startswith("repeated "), field.is_array, line)
@@ -83,8 +87,29 @@ class Show(unittest.TestCase):
 
         code, out, _ = run("show", deepest, "--depth", "2")
         self.assertEqual(code, 0)
-        self.assertTrue(all(len(LINE.match(l).group(1)) <= 4 for l in out.splitlines()[1:]))
+        fields = [l for l in out.splitlines()[1:] if LINE.match(l)]
+        self.assertTrue(all(len(LINE.match(l).group(1)) <= 4 for l in fields))
         self.assertIn(" ...\n", out)
+
+    def test_role_and_description_under_the_class_and_field_roles_beside_fields(self):
+        described = [m for m in SCHEMA.messages if m.role]
+        self.assertTrue(described, "the schema describes no class")
+        for msg in described:
+            with self.subTest(msg=msg.name):
+                code, out, _ = run("show", msg.name, "-d", "1")
+                self.assertEqual(code, 0)
+                self.assertEqual(out.splitlines()[1], f"  {msg.role}: {msg.description}")
+        # Field roles close their line, after the kind, aligned among the
+        # fields of the class; a field without one ends at its kind.
+        with_role = next((m, f) for m in SCHEMA.messages for f in m.fields if f.role)
+        msg, field = with_role
+        code, out, _ = run("show", msg.name, "--depth=1")
+        lines = {LINE.match(l).group(2): l for l in out.splitlines() if LINE.match(l)}
+        self.assertTrue(lines[field.name].endswith(f"  ({field.role})"), lines[field.name])
+        for f in msg.fields:
+            self.assertEqual(lines[f.name].endswith(")"), bool(f.role), lines[f.name])
+        starts = {lines[f.name].index("(") for f in msg.fields if f.role}
+        self.assertEqual(len(starts), 1)
 
 
 class Lookups(unittest.TestCase):
@@ -159,7 +184,7 @@ class Files(unittest.TestCase):
 
 
 class Errors(unittest.TestCase):
-    def test_wrong_names_numbers_and_commands(self):
+    def test_wrong_names_and_numbers(self):
         cases = [
             # (arguments, exit status, what stderr holds)
             (["show", "M_HbNoteDualMultiRngAcr"], 1, "nearest: M_HbNoteDualMultiRngAccr"),
@@ -167,10 +192,6 @@ class Errors(unittest.TestCase):
             (["holders", "dStrik"], 1, "nearest: dStrike"),
             (["show", "99999"], 1, "no class numbered 99999"),
             (["list", "qqq"], 1, "no name is near it"),
-            (["shwo", "M_InstInfo"], 2, "did you mean 'show'?"),
-            ([], 2, "usage: pricemsg-catalogue"),
-            (["show"], 2, "which takes: show <class|number>"),
-            (["show", "M_InstInfo", "--depth", "0"], 2, "--depth N"),
         ]
         for args, status, text in cases:
             with self.subTest(args=args):
@@ -178,6 +199,229 @@ class Errors(unittest.TestCase):
                 self.assertEqual(code, status, err)
                 self.assertIn(text, err)
                 self.assertEqual(out, "")
+
+    def test_a_wrong_command_line_is_one_line_that_points_at_the_help(self):
+        roles = ", ".join(ROLES)
+        cases = [
+            # (arguments, the command that tells it, what it says)
+            ([], None, "give a command (list, find, show, holders, dump, file)"),
+            (["shwo", "M_InstInfo"], None, "no command 'shwo' (did you mean 'show'?)"),
+            (["--depth=2"], None, "no option '--depth=2' before a command"),
+            (["help", "nope"], None, "help takes one command, not 'nope'"),
+            (["show"], "show", "takes one class, by name or number"),
+            (["show", "M_InstInfo", "M_Tiv"], "show", "takes one class, by name or number"),
+            (["show", "M_InstInfo", "--depth", "0"], "show", "--depth takes a number from 1, not '0'"),
+            (["show", "M_InstInfo", "-d", "two"], "show", "--depth takes a number from 1, not 'two'"),
+            (["show", "M_InstInfo", "--depth=-1"], "show", "--depth takes a number from 1, not '-1'"),
+            (["show", "M_InstInfo", "--depth"], "show", "--depth needs a value"),
+            (["show", "M_InstInfo", "--deep=2"], "show", "has no option '--deep=2'"),
+            (["list", "--depth=2"], "list", "has no option '--depth=2'"),
+            (["find"], "find", "takes one or more words, or a number"),
+            (["find", " "], "find", "takes one or more words, or a number"),
+            (["holders", "a", "b"], "holders", "takes one class or one field, by name"),
+            (["dump"], "dump", "takes one class, by name or number"),
+            (["file"], "file", "takes the path of one message file"),
+            (["list", "--role=requests"], "list", f"no role 'requests'; the roles are {roles}"),
+            (["list", "-r", "Request"], "list", f"no role 'Request'; the roles are {roles}"),
+            (["list", "--family", "Rates"], "list",
+             "no family 'Rates'; the families are " + ", ".join(SCHEMA.families)),
+        ]
+        for args, command, text in cases:
+            with self.subTest(args=args):
+                code, out, err = run(*args)
+                who = "pricemsg-catalogue" + (f" {command}" if command else "")
+                self.assertEqual((code, out), (2, ""), err)
+                self.assertEqual(err, f"{who}: {text}; see '{who} --help'\n")
+
+
+class CommandLine(unittest.TestCase):
+    def test_an_option_is_spelled_any_of_the_usual_ways_anywhere(self):
+        deep = max(SCHEMA.messages, key=lambda m: (depth(m.name), m.name))
+        code, whole, _ = run("show", deep.name)
+        code, expected, err = run("show", deep.name, "--depth", "2")
+        self.assertEqual((code, err), (0, ""))
+        self.assertNotEqual(expected, whole)
+        self.assertNotEqual(expected, run("show", deep.name, "--depth", "3")[1])
+        for args in (["show", deep.name, "--depth=2"], ["show", deep.name, "-d", "2"],
+                     ["show", deep.name, "-d2"], ["show", "-d", "2", deep.name],
+                     ["show", "--depth=2", str(deep.number)],
+                     ["show", deep.name, "--depth=5", "--depth=2"]):
+            with self.subTest(args=args):
+                self.assertEqual(run(*args), (0, expected, ""))
+        requests = run("list", "--role=request")
+        self.assertEqual(requests[0], 0)
+        for args in (["list", "--role", "request"], ["list", "-r", "request"],
+                     ["list", "-rrequest"]):
+            self.assertEqual(run(*args), requests)
+
+    def test_help_after_any_command_is_its_help_and_never_a_word(self):
+        code, top, err = run("--help")
+        self.assertEqual((code, err), (0, ""))
+        self.assertTrue(top.startswith("usage: pricemsg-catalogue <command>"))
+        self.assertEqual(run("-h"), (0, top, ""))
+        self.assertEqual(run("help"), (0, top, ""))
+        for command in ("list", "find", "show", "holders", "dump", "file"):
+            with self.subTest(command=command):
+                self.assertRegex(top, rf"\n  {command} +\S")
+                code, text, err = run(command, "--help")
+                self.assertEqual((code, err), (0, ""))
+                self.assertTrue(text.startswith(f"usage: pricemsg-catalogue {command} "), text)
+                self.assertIn("-h, --help", text)
+                # After operands and options, wrong or not, and as help's topic.
+                for args in ([command, "-h"], [command, "M_InstInfo", "--help"],
+                             [command, "fx", "barrier", "--help"], [command, "--bogus", "--help"],
+                             ["help", command]):
+                    self.assertEqual(run(*args), (0, text, ""), args)
+        code, text, _ = run("show", "--help")
+        self.assertIn("-d, --depth N", text)
+        code, text, _ = run("list", "--help")
+        self.assertIn("-r, --role ROLE", text)
+        self.assertIn("-f, --family FAMILY", text)
+        # Past "--", it is a word.
+        code, out, err = run("find", "--", "--help")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("no class or field matches '--help'", err)
+
+    def test_version_is_the_projects(self):
+        with open(os.path.join(ROOT, "CMakeLists.txt"), encoding="utf-8") as fh:
+            version = re.search(r"project\(\w+ VERSION ([\d.]+)", fh.read()).group(1)
+        for flag in ("--version", "-V"):
+            self.assertEqual(run(flag), (0, f"pricemsg-catalogue {version}\n", ""))
+
+
+def matches(msg, query):
+    """Whether a class matches a query, as a reader of the word list would
+    say: each term (a listed phrase, longest first, else a word) is in the
+    name, stands for a part of the name, or is among the description's words."""
+    words = " ".join(query).lower().split()
+    phrases = {p: w.parts for w in SCHEMA.words for p in w.phrases}
+    text = re.findall(r"[a-z0-9]+", (msg.description or "").lower())
+    at = 0
+    while at < len(words):
+        n = next(n for n in range(len(words) - at, 0, -1)
+                 if n == 1 or " ".join(words[at:at + n]) in phrases)
+        term = words[at:at + n]
+        at += n
+        name = msg.name.lower()
+        if "".join(term) in name or any(p.lower() in name for p in phrases.get(" ".join(term), [])):
+            continue
+        singular = [w[:-1] if w.endswith("s") else w for w in term]
+        if not any([t[:-1] if t.endswith("s") else t for t in text[i:i + n]] == singular
+                   for i in range(len(text))):
+            return False
+    return True
+
+
+class Search(unittest.TestCase):
+    def classes(self, *args):
+        code, out, err = run(*args)
+        self.assertEqual((code, err), (0, ""), args)
+        lines = out.splitlines()
+        if lines and lines[0].startswith("classes ("):
+            lines = [l for l in lines[1:l_end(lines)]]
+        return [l.split()[0] for l in lines], lines
+
+    def test_a_product_word_finds_its_request_first(self):
+        # Each phrase of the word list finds, first, a request whose name
+        # holds a part that the phrase stands for.
+        requests = {m.name for m in SCHEMA.messages if m.role == "request"}
+        goals = [(["swaption"], "Swptn"), (["CDS"], "Cds"), (["credit", "default", "swap"], "Cds"),
+                 (["fx", "barrier"], "FxBarr"), (["range accrual"], "RngAccr"),
+                 (["Range", "Accruals"], "RngAccr")]
+        for query, part in goals:
+            if not any(part.lower() in r.lower() for r in requests):
+                continue  # no such request is described yet
+            for command in ("list", "find"):
+                with self.subTest(command=command, query=query):
+                    names, lines = self.classes(command, *query)
+                    self.assertIn(part.lower(), names[0].lower())
+                    self.assertIn(names[0], requests)
+                    self.assertIn(" request ", lines[0])
+
+    def test_every_term_must_match_and_requests_lead_the_best_matches(self):
+        queries = [["barrier"], ["fx", "barrier"], ["FX", "barr", "tgt"], ["range", "accrual"],
+                   ["cds"], ["note", "range accrual"], ["option"], ["single", "barrier"],
+                   ["credit default swap"], ["swaptions"], ["options"]]
+        for query in queries:
+            with self.subTest(query=query):
+                expected = {m.name for m in SCHEMA.messages if matches(m, query)}
+                self.assertTrue(expected)
+                names, lines = self.classes("list", *query)
+                self.assertEqual(sorted(names), sorted(expected))
+                roles = [BY_NAME[n].role for n in names]
+                first_other = next((i for i, r in enumerate(roles) if r != "request"), len(roles))
+                self.assertNotIn("request", roles[first_other:])
+                # The line: name, number, family, role ("-" for none), description.
+                for name, line in zip(names, lines):
+                    m = BY_NAME[name]
+                    self.assertEqual(line.split()[:4], [name, str(m.number), m.family,
+                                                       m.role or "-"])
+                    self.assertEqual(line.rstrip().endswith(m.description or m.role or "-"), True,
+                                     line)
+        # Among equal matches the plainer product, with the shorter name, leads.
+        names, _ = self.classes("list", "fx", "barr", "tgt")
+        group = [n for n in names if (BY_NAME[n].role == "request") ==
+                 (BY_NAME[names[0]].role == "request")]
+        self.assertEqual(len(names[0]), min(len(n) for n in group), names)
+        # "range accrual" is one term; "range" alone is in no class name.
+        self.assertNotEqual(self.classes("list", "range", "accrual")[0], [])
+        self.assertEqual(run("list", "fx", "cds")[0], 1)
+
+    def test_a_word_of_a_description_finds_its_class(self):
+        names = " ".join(m.name.lower() for m in SCHEMA.messages)
+        phrases = {p for w in SCHEMA.words for p in w.phrases}
+        tried = 0
+        for msg in SCHEMA.messages:
+            words = re.findall(r"[a-z0-9]+", (msg.description or "").lower())
+            word = next((w for w in words if len(w) > 4 and w not in names and w not in phrases),
+                        None)
+            if word is None:
+                continue
+            tried += 1
+            with self.subTest(msg=msg.name, word=word):
+                self.assertIn(msg.name, self.classes("find", word.upper())[0])
+                self.assertIn(msg.name, self.classes("list", word, msg.name[2:5])[0])
+        self.assertTrue(tried)
+
+    def test_filters_combine_with_the_words(self):
+        for role in ROLES:
+            with self.subTest(role=role):
+                expected = sorted(m.name for m in SCHEMA.messages if m.role == role)
+                code, out, err = run("list", f"--role={role}")
+                self.assertEqual(code, 0 if expected else 1, err)
+                self.assertEqual([l.split()[0] for l in out.splitlines()], expected)
+                self.assertEqual(err != "", not expected)
+        for family in SCHEMA.families:
+            names, _ = self.classes("list", "-f", family)
+            self.assertEqual(names, sorted((m.name for m in SCHEMA.messages
+                                            if m.family == family), key=str.lower))
+        for role, family in (("request", "fx"), ("terms", "equity"), ("request", "equity")):
+            with self.subTest(role=role, family=family):
+                expected = [m.name for m in SCHEMA.messages
+                            if m.role == role and m.family == family and matches(m, ["barrier"])]
+                code, out, _ = run("list", "--role", role, f"--family={family}", "barrier")
+                self.assertEqual(code, 0 if expected else 1)
+                self.assertEqual(sorted(l.split()[0] for l in out.splitlines()), sorted(expected))
+        code, out, err = run("list", "--role=reply", "--family=fx", "qqq")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("no class of the fx family with the role reply matches 'qqq'", err)
+
+    def test_near_misses_are_pointed_at_the_listed_words(self):
+        code, out, err = run("find", "swapton")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("nearest: swaption", err)
+        code, out, err = run("list", "fx", "barier")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("nothing matches 'barier'", err)
+        self.assertIn("nearest: barrier", err)
+        code, out, err = run("find", "fx", "cds")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("none matches them all", err)
+
+
+def l_end(lines):
+    """Where the classes of find's output end: at "fields (n):", if any."""
+    return next((i for i, l in enumerate(lines) if l.startswith("fields (")), len(lines))
 
 
 class HostileCommandLines(unittest.TestCase):
@@ -188,7 +432,9 @@ class HostileCommandLines(unittest.TestCase):
             with open(good, "w") as fh:
                 fh.write("M10 {\n  T6 i 3\n}\n")
             for args in (["list"], ["find", "dStrike"], ["show", "M_InstInfo"],
-                         ["holders", "M_Tiv"], ["dump", "10"], ["file", good], ["help"]):
+                         ["holders", "M_Tiv"], ["dump", "10"], ["file", good], ["help"],
+                         ["--version"], ["show", "--help"], ["list", "--role=request"],
+                         ["find", "fx", "barrier"]):
                 with self.subTest(args=args), open("/dev/full", "w") as full:
                     r = subprocess.run([TOOL, *args], stdout=full, stderr=subprocess.PIPE,
                                        text=True, timeout=60)
@@ -206,7 +452,8 @@ class HostileCommandLines(unittest.TestCase):
         cases = [(["show", long_name], 1), (["holders", long_name], 1), (["find", long_name], 1),
                  (["list", long_name], 1), (["dump", long_name], 1), ([long_name], 2),
                  (["show", "M_Inst\x1b[2J\x07Info"], 1), (["\x1b]0;title\x07"], 2),
-                 (["file", "/no/such/\x1b[2J.msg"], 1)]
+                 (["file", "/no/such/\x1b[2J.msg"], 1), (["show", "M_Tiv", "--\x1b[2J"], 2),
+                 (["list", "-" + long_name], 2), (["show", "M_Tiv", "--depth=" + long_name], 2)]
         for args, status in cases:
             with self.subTest(args=[a[:20] for a in args]):
                 start = time.monotonic()
