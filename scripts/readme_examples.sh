@@ -30,7 +30,9 @@ for block in "$work"/block-*.txt; do
   program=${block%.txt}.cpp
   {
     echo '#include <cstdio>'
+    echo '#include <cstring>'
     echo '#include <memory>'
+    echo '#include <string>'
     echo '#include <pricemsg/MsgText.h>'
     echo '#include <pricemsg/rates/M_IrNoteHwOut.h>'
     grep '^#include' "$block" || true
