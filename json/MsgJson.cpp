@@ -1,10 +1,10 @@
-// Message files as JSON: a tree written through nlohmann/json, walking the
-// classes as the text writer does, and read back through its event parser
-// into a document that is then checked against the classes.
+// Message files as JSON: a tree written by walking the classes as the text
+// writer does (its texts escaped by nlohmann/json), and read back through
+// nlohmann/json's event parser into a document that is then checked against
+// the classes.
 #include "MsgJson.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cmath>
@@ -474,6 +474,7 @@ struct Value {
   std::vector<Value> elements;
   std::vector<Member> members;
 
+  bool IsNull() const { return type == Type::kNull; }
   bool IsNumber() const {
     return type == Type::kInteger || type == Type::kUnsigned || type == Type::kFloat;
   }
@@ -860,23 +861,21 @@ class Reader {
     switch (f.kind) {
       case Kind::kInt: {
         CInt n;
-        if (!(v.type == Value::Type::kNull) && !Int(v, &n.value, "an integer or null"))
-          return false;
-        n.isSet = !(v.type == Value::Type::kNull);
+        if (!v.IsNull() && !Int(v, &n.value, "an integer or null")) return false;
+        n.isSet = !v.IsNull();
         return Stored(f, msg.SetValue(f.tag, n));
       }
       case Kind::kDbl: {
         CDbl d;
-        if (!(v.type == Value::Type::kNull) &&
-            !Double(v, &d.value, "a number, \"NaN\", \"Infinity\" or null")) {
+        if (!v.IsNull() && !Double(v, &d.value, "a number, \"NaN\", \"Infinity\" or null")) {
           return false;
         }
-        d.isSet = !(v.type == Value::Type::kNull);
+        d.isSet = !v.IsNull();
         return Stored(f, msg.SetValue(f.tag, d));
       }
       case Kind::kBool: {
         CBool b;
-        if (!(v.type == Value::Type::kNull)) {
+        if (!v.IsNull()) {
           if (v.type != Value::Type::kBool) {
             return Fail("expected true, false or null, found %s", v.TypeName());
           }
@@ -887,7 +886,7 @@ class Reader {
       }
       case Kind::kDate: {
         CDate d;
-        if (!(v.type == Value::Type::kNull)) {
+        if (!v.IsNull()) {
           std::string text;
           if (!Text(v, &text, "a date or null")) return false;
           if (text.empty()) return Fail("an empty date: an unset date is null");
@@ -924,7 +923,7 @@ class Reader {
 
   bool Element(CMsg& msg, const FieldInfo& f, const Value& v, int level) {
     if (f.kind == Kind::kMessageArray) return Sub(msg, f, v, level);
-    if ((v.type == Value::Type::kNull)) return Fail("an element of an array cannot be null");
+    if (v.IsNull()) return Fail("an element of an array cannot be null");
     if (f.kind == Kind::kIntArray) {
       int n = 0;
       return Int(v, &n, "an integer") && Stored(f, msg.SetValue(f.tag, n));

@@ -26,11 +26,12 @@
 // A message is an object: "class" (its class name) and "number" (its
 // message number), then its fields by name, in tag order. No field of the
 // dictionary is named "class" or "number". Values, by the kind of the field:
-// - int: a JSON integer; double: a JSON number, written in the shortest
-//   form that reads back bit for bit (-0.0 as -0.0), or one of the texts
-//   "Infinity", "-Infinity", "NaN" and "-NaN", which JSON numbers cannot
-//   carry (a NaN reads back as a quiet NaN of its sign); bool: true or false;
-//   date: its text, as "20261123". An unset value of these kinds is null.
+// - int: a JSON integer; double: a JSON number in the shortest form that
+//   reads back bit for bit (the digits of the text form, with ".0" after an
+//   integral value: 1.0, -0.0), or one of the texts "Infinity", "-Infinity",
+//   "NaN" and "-NaN", which JSON numbers cannot carry (a NaN reads back as a
+//   quiet NaN of its sign); bool: true or false; date: its text, as
+//   "20261123". An unset value of these kinds is null.
 // - string: a JSON string. A text (or a date) whose bytes are not valid
 //   UTF-8, which JSON strings cannot carry, is an object {"hex": "..."} of
 //   its bytes as pairs of lower-case hex digits (upper-case ones read too).
@@ -48,7 +49,8 @@
 // int, a number out of the range of a double (1e999, 1e-400) and a text with
 // a NUL byte are refused, and so is a set date of no characters or of more
 // than 8. Messages nest at most kMsgTextMaxDepth levels deep, and the JSON
-// at most twice that: deeper input is refused before it is parsed. A JSON
+// at most 2 * kMsgTextMaxDepth + 1 (objects, arrays between them, and a
+// value at the bottom): deeper input is refused before it is parsed. A JSON
 // integer of -0 is zero; negative zero is written -0.0.
 //
 // Errors: text that is not JSON (the parser's own reason) is reported at its

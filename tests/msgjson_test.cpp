@@ -227,6 +227,43 @@ TEST(MsgJson, WritesValuesAsNaturalJsonAndReadsThemBackBitForBit) {
   EXPECT_STREQ(err.reason, "");
   EXPECT_EQ(Text(back.get()), Text(m.get()));
 
+  // Texts at the edges of UTF-8: the last of each length and the first
+  // after it, overlong forms, surrogates, cut sequences and stray bytes.
+  // What JSON strings carry stays a string; the rest goes as hex.
+  const std::pair<std::string, bool> texts[] = {
+      {"\x7e", true},
+      {"\xc2\x80", true},
+      {"\xdf\xbf", true},
+      {"\xe0\xa0\x80", true},
+      {"\xed\x9f\xbf", true},
+      {"\xee\x80\x80", true},
+      {"\xf0\x90\x80\x80", true},
+      {"\xf4\x8f\xbf\xbf", true},
+      {"\xc0\xaf", false},
+      {"\xc1\xbf", false},
+      {"\xe0\x9f\xbf", false},
+      {"\xed\xa0\x80", false},
+      {"\xf0\x8f\xbf\xbf", false},
+      {"\xf4\x90\x80\x80", false},
+      {"\xf5\x80\x80\x80", false},
+      {"a\xe2\x82", false},
+      {"\x80", false},
+      {"\xe2\x82\xac\xbf", false},
+      {"\xe2\x28\xa1", false},
+  };
+  for (const auto& [text, utf8] : texts) {
+    MsgPtr tiv = NewMsg(2143);
+    Set(*tiv, 800, text.c_str());
+    const std::string written = Json(tiv.get());
+    SCOPED_TRACE(written);
+    EXPECT_EQ(written.find("\"hex\"") == std::string::npos, utf8);
+    back = ReadJson(written, &err);
+    ASSERT_TRUE(back) << Where(err);
+    CString s;
+    ASSERT_GE(back->GetValue(800, &s), 0);
+    EXPECT_EQ(std::string(s.ToStr(), static_cast<size_t>(s.GetSize())), text);
+  }
+
   // Doubles at the edges, in an array and alone; -0.0 stays negative.
   MsgPtr greeks = Greeks();
   const std::string json = Json(greeks.get());

@@ -2,12 +2,14 @@
 // documented calls alone so that it builds on whichever runtime the package
 // was built on: it fills a small request, turns it into a message, loads the
 // message into a second object, and checks the fields and the text form of
-// both messages. Exits with 1 on any difference.
+// both messages, and that the message reads back from its JSON. Exits with 1
+// on any difference.
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "MsgJson.h"
 #include "MsgText.h"
 #include "rates/M_IrNoteFlterHwMc.h"
 
@@ -64,6 +66,18 @@ int main() {
     std::printf("the loaded fields differ:\n%s\n", sent.c_str());
     return 1;
   }
-  std::printf("package client: the request survives ToMsg and Load\n");
+  std::string json;
+  MsgTextError err{};
+  if (MA_WriteMsgJson(msg.get(), &json, &err) < 0) {
+    std::printf("no JSON: %s\n", err.reason);
+    return 1;
+  }
+  std::unique_ptr<CMsg> fromJson(MA_ReadMsgJson(json.data(), json.size(), &err));
+  if (!fromJson || TextOf(fromJson.get()) != sent) {
+    std::printf("the JSON does not read back: %d:%d: %s\n%s", err.line, err.column, err.reason,
+                json.c_str());
+    return 1;
+  }
+  std::printf("package client: the request survives ToMsg, Load and JSON\n");
   return 0;
 }
