@@ -8,8 +8,10 @@
 #   include/pricemsg/version.h             the version
 #   bin/pricemsg-catalogue                 the guide to the classes
 #   share/doc/pricemsg/reference/*.html    the reference pages
+#   include/pricemsg/MsgJson.h             message files as JSON
 #   lib/libpricemsg.so                     the message classes
 #   lib/libpricemsg_text.so                message files and the schema tables
+#   lib/libpricemsg_json.so                message files as JSON
 #   lib/libcallkyt.so, libcallkyt_dat.so   the stand-in runtime
 #   lib/cmake/pricemsg/                    find_package(pricemsg)
 #   lib/pkgconfig/pricemsg.pc              pkg-config pricemsg
@@ -37,6 +39,7 @@ endif()
 install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h ${CMAKE_SOURCE_DIR}/frame/Runtime.h
   ${CMAKE_SOURCE_DIR}/msgtext/MsgText.h ${CMAKE_SOURCE_DIR}/msgtext/SchemaTables.h
   ${PRICEMSG_BUILD_INCLUDE_DIR}/pricemsg/version.h
+  ${CMAKE_SOURCE_DIR}/json/MsgJson.h
   DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
 # The generator's list, not a glob of the build tree, so that a class taken
 # out of the schema is not installed from a stale header.
@@ -54,20 +57,21 @@ endforeach()
 install(FILES ${PRICEMSG_GEN_REFERENCE_PAGES} DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference)
 
 # ---- libraries ----
-# libpricemsg and libpricemsg_text have versioned sonames: their ABI changes
-# with the schema. The runtime libraries keep plain names so that the
+# libpricemsg, libpricemsg_text and libpricemsg_json have versioned sonames:
+# their ABI changes with the schema. The runtime libraries keep plain names so that the
 # service's own can be put in their place.
-set_target_properties(pricemsg pricemsg_text PROPERTIES
+set_target_properties(pricemsg pricemsg_text pricemsg_json PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 if(PRICEMSG_STANDIN)
-  set_target_properties(pricemsg pricemsg_text callkyt PROPERTIES INSTALL_RPATH "\$ORIGIN")
-  set(pricemsg_installed_targets pricemsg pricemsg_text callkyt callkyt_dat)
+  set_target_properties(pricemsg pricemsg_text pricemsg_json callkyt PROPERTIES
+    INSTALL_RPATH "\$ORIGIN")
+  set(pricemsg_installed_targets pricemsg pricemsg_text pricemsg_json callkyt callkyt_dat)
 else()
   get_filename_component(runtime_libdir ${PRICEMSG_RUNTIME_LIBRARY} DIRECTORY)
-  set_target_properties(pricemsg pricemsg_text PROPERTIES
+  set_target_properties(pricemsg pricemsg_text pricemsg_json PROPERTIES
     INSTALL_RPATH "\$ORIGIN;${runtime_libdir}")
-  set(pricemsg_installed_targets pricemsg pricemsg_text)
+  set(pricemsg_installed_targets pricemsg pricemsg_text pricemsg_json)
 endif()
 install(TARGETS ${pricemsg_installed_targets}
   EXPORT pricemsgTargets
@@ -75,7 +79,7 @@ install(TARGETS ${pricemsg_installed_targets}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# ---- CMake package: pricemsg::pricemsg, pricemsg::text, pricemsg::callkyt, pricemsg::callkyt_dat ----
+# ---- CMake package: pricemsg::pricemsg, pricemsg::text, pricemsg::json, pricemsg::callkyt, pricemsg::callkyt_dat ----
 set(pricemsg_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pricemsg)
 install(EXPORT pricemsgTargets NAMESPACE pricemsg:: DESTINATION ${pricemsg_cmake_dir})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/pricemsgConfig.cmake.in

@@ -1,5 +1,6 @@
 // Message files: the text form of a tree written to a file whole or not at
-// all, and read back from one.
+// all, and read back from one. The writing and reading of whole files serve
+// every form of message file (TextCommon.h).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -199,10 +200,14 @@ bool WriteAll(int fd, const std::string& text) {
   return fsync(fd) == 0;
 }
 
-// Replaces the file at `path` with `text`. The text goes to a temporary
-// file in the same directory, which is flushed and then renamed over the
-// name: the rename is the only step that a reader can see, and nothing
-// fails after it, so a failed write has changed nothing.
+}  // namespace
+
+namespace pricemsg::text {
+
+// The text goes to a temporary file in the same directory, which is flushed
+// and then renamed over the name: the rename is the only step that a reader
+// can see, and nothing fails after it, so a failed write has changed
+// nothing.
 int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
   Place place;
   if (const int rc = Locate(path, &place, err)) return rc;
@@ -243,14 +248,21 @@ int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
   return MSGTEXT_OK;
 }
 
+}  // namespace pricemsg::text
+
+namespace {
+
 bool TooLarge(MsgTextError* err, const char* path) {
   SetError(err, 0, 0, 0, "cannot read %s: it is larger than %zu bytes", Shorter(path).text,
            kMsgFileMaxSize);
   return false;
 }
 
-// The whole content of the file at `path`, into `text`.
-bool ReadWhole(const char* path, std::string* text, MsgTextError* err) {
+}  // namespace
+
+namespace pricemsg::text {
+
+bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(std::fopen(path, "rb"), std::fclose);
   if (!f) {
     IoFailure(err, errno, "open", path);
@@ -277,14 +289,14 @@ bool ReadWhole(const char* path, std::string* text, MsgTextError* err) {
   return size <= kMsgFileMaxSize || TooLarge(err, path);
 }
 
-}  // namespace
+}  // namespace pricemsg::text
 
 int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
   if (!path || !*path) return SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
   try {
     std::string text;
     const int rc = MA_WriteMsgText(msg, &text, err);
-    return rc != MSGTEXT_OK ? rc : ReplaceFile(path, text, err);
+    return rc != MSGTEXT_OK ? rc : pricemsg::text::ReplaceFile(path, text, err);
   } catch (const std::bad_alloc&) {
     return SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
   }
@@ -297,7 +309,7 @@ CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
   }
   try {
     std::string text;
-    if (!ReadWhole(path, &text, err)) return nullptr;
+    if (!pricemsg::text::ReadWholeFile(path, &text, err)) return nullptr;
     return MA_ReadMsgText(text.data(), text.size(), err);
   } catch (const std::bad_alloc&) {
     SetError(err, 0, 0, 0, "out of memory");

@@ -1,9 +1,11 @@
 // What the writer, the reader and the file part of message texts share: the
 // escapes of quoted texts and the filling of a MsgTextError. Internal to
-// libpricemsg_text.
+// libpricemsg_text, but for the whole-file writing and reading, which the
+// other forms of message files (libpricemsg_json) share.
 #pragma once
 
 #include <cstdarg>
+#include <string>
 
 #include "MsgText.h"
 
@@ -40,5 +42,14 @@ void AppendReasonV(MsgTextError* err, const char* format, va_list args)
     __attribute__((format(printf, 2, 0)));
 // Line 0, column 0, an empty reason.
 void ClearError(MsgTextError* err);
+
+// Replaces the file at `path` (neither null nor empty) with `text`, whole or
+// not at all, as MA_WriteMsgFile says. Gives MSGTEXT_OK, or MSGTEXT_E_IO
+// with errno and `err` saying why.
+PRICEMSG_TEXT_EXPORT int ReplaceFile(const char* path, const std::string& text, MsgTextError* err);
+// Reads the whole file at `path` (neither null nor empty) into `text`, as
+// MA_ReadMsgFile says: false, with the cause in `err` at line 0, for a file
+// that cannot be opened or read or is larger than kMsgFileMaxSize.
+PRICEMSG_TEXT_EXPORT bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err);
 
 }  // namespace pricemsg::text

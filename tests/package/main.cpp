@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include <pricemsg/MsgJson.h>
 #include <pricemsg/MsgText.h>
 #include <pricemsg/rates/M_IrNoteFlterHwMc.h>
 #include <pricemsg/version.h>
@@ -78,6 +79,18 @@ int main() {
     std::printf("the loaded fields differ:\n%s\n", sent.c_str());
     return 1;
   }
-  std::printf("package client: the request survives ToMsg and Load\n");
+  std::string json;
+  MsgTextError err{};
+  if (MA_WriteMsgJson(msg.get(), &json, &err) < 0) {
+    std::printf("no JSON: %s\n", err.reason);
+    return 1;
+  }
+  std::unique_ptr<CMsg> fromJson(MA_ReadMsgJson(json.data(), json.size(), &err));
+  if (!fromJson || TextOf(fromJson.get()) != sent) {
+    std::printf("the JSON does not read back: %d:%d: %s\n%s", err.line, err.column, err.reason,
+                json.c_str());
+    return 1;
+  }
+  std::printf("package client: the request survives ToMsg, Load and JSON\n");
   return 0;
 }

@@ -1,0 +1,531 @@
+// Message files as JSON: every class filled and read back, the exact form
+// of values at their edges, the agreement with the text form, hostile JSON,
+// files and memory.
+#include "MsgJson.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClassCases.h"
+#include "RuntimeFaults.h"
+#include "SchemaTables.h"
+#include "TestSupport.h"
+
+using namespace testing_support;
+namespace fs = std::filesystem;
+namespace schema = pricemsg::schema;
+
+namespace {
+
+template <class V>
+void Set(CMsg& msg, int tag, V v) {
+  ASSERT_GE(msg.SetValue(tag, v), 0) << "T" << tag;
+}
+
+CMsg& Attach(CMsg& parent, int tag, int number) {
+  CMsg* sub = new CMsg(number, 0, 0, MA_GetMsgDic());
+  EXPECT_GE(parent.SetValue(tag, sub), 0) << "T" << tag;
+  return *sub;
+}
+
+std::string Where(const MsgTextError& err) {
+  return std::to_string(err.line) + ":" + std::to_string(err.column) + ": " + err.reason;
+}
+
+// The JSON of a tree; fails the test if the writer refuses it.
+std::string Json(CMsg* msg) {
+  std::string out;
+  MsgTextError err{};
+  EXPECT_EQ(MA_WriteMsgJson(msg, &out, &err), MSGTEXT_OK) << err.reason;
+  return out;
+}
+
+MsgPtr ReadJson(const std::string& text, MsgTextError* err = nullptr) {
+  return MsgPtr(MA_ReadMsgJson(text.data(), text.size(), err));
+}
+
+MsgPtr ReadText(const std::string& text) {
+  MsgTextError err{};
+  MsgPtr msg(MA_ReadMsgText(text.data(), text.size(), &err));
+  EXPECT_TRUE(msg) << Where(err);
+  return msg;
+}
+
+bool SameBits(double a, double b) {
+  if (std::isnan(a)) return std::isnan(b) && std::signbit(a) == std::signbit(b);
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// Doubles at the edges of what a double holds, and how JSON shows them.
+const std::vector<std::pair<double, const char*>> kEdgeDoubles = {
+    {0.1, "0.1"},
+    {1.0 / 3, "0.3333333333333333"},
+    {-0.0, "-0.0"},
+    {0.0, "0.0"},
+    {5e-324, "5e-324"},
+    {2.225073858507201e-308, "2.225073858507201e-308"},
+    {DBL_MIN, "2.2250738585072014e-308"},
+    {DBL_MAX, "1.7976931348623157e+308"},
+    {-DBL_MAX, "-1.7976931348623157e+308"},
+    {1e23, "1e+23"},
+    {9007199254740993.0, "9007199254740992.0"},  // the double nearest
+    {-1.5e-7, "-1.5e-07"},
+    {HUGE_VAL, "\"Infinity\""},
+    {-HUGE_VAL, "\"-Infinity\""},
+    {std::nan(""), "\"NaN\""},
+    {-std::nan(""), "\"-NaN\""},
+};
+
+// M_Greeks: a double array with every edge, single doubles set and unset,
+// two elements of a repeated sub-message, one of them empty.
+MsgPtr Greeks() {
+  MsgPtr m = NewMsg(2161);
+  for (const auto& [d, text] : kEdgeDoubles) Set(*m, 612, d);
+  Set(*m, 615, Dbl(-0.0));
+  Set(*m, 616, CDbl());
+  CMsg& rho = Attach(*m, 2668, 1925);
+  Set(rho, 580, Dbl(5e-324));
+  Set(rho, 599, Int(INT_MIN));
+  Attach(*m, 2668, 1925);
+  return m;
+}
+
+// Runs `f` on a thread of its own, which starts with no spare message
+// blocks, and tells whether every block it allocated is freed again.
+bool LeavesNothing(const std::function<void()>& f) {
+  MA_GetMsgDic();
+  const long live = FailingAlloc::Live();
+  std::thread(f).join();
+  return FailingAlloc::Live() == live;
+}
+
+struct TempDir {
+  fs::path path =
+      fs::path(::testing::TempDir()) /
+      ("json-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+  TempDir() { fs::create_directories(path); }
+  ~TempDir() { fs::remove_all(path); }
+};
+
+std::string Content(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+}  // namespace
+
+// Every class, filled (values that vary with the class, arrays of values,
+// two elements of each repeated sub-message) and empty (every value unset):
+// its JSON reads back to a tree whose text is the sample's, which loads into
+// an object that dumps as one loaded from the sample; the text and the JSON
+// convert into each other without a change.
+TEST(MsgJson, EveryClassFilledReadsBackEqualFieldByField) {
+  EXPECT_FALSE(schema::FindField("class"));  // the keys of a message that are not fields
+  EXPECT_FALSE(schema::FindField("number"));
+  int failures = 0;
+  for (const ClassCase& c : AllClasses()) {
+    SCOPED_TRACE(c.name);
+    for (bool filled : {true, false}) {
+      MsgPtr sample = BuildSample(c.number, filled, 2, static_cast<unsigned>(c.number));
+      std::unique_ptr<CMsgBase> obj = c.make();
+      ASSERT_EQ(obj->Load(sample.get()), 0) << obj->errtext.ToStr();
+      MsgPtr msg(obj->ToMsg());
+      ASSERT_TRUE(msg) << obj->errtext.ToStr();
+      const std::string json = Json(msg.get());
+      MsgTextError err{};
+      MsgPtr back = ReadJson(json, &err);
+      ASSERT_TRUE(back) << Where(err) << "\n" << json;
+      std::unique_ptr<CMsgBase> loaded = c.make();
+      ASSERT_EQ(loaded->Load(back.get()), 0) << loaded->errtext.ToStr();
+      const std::string text = Text(msg.get());
+      const bool same =
+          DumpOf(*loaded) == DumpOf(*obj) && Text(back.get()) == text && Json(back.get()) == json;
+      EXPECT_TRUE(same) << json;
+      // Text to JSON and back, and JSON to text and back.
+      MsgPtr fromText = ReadText(text);
+      ASSERT_TRUE(fromText);
+      EXPECT_EQ(Json(fromText.get()), json);
+      MsgPtr fromJson = ReadText(Text(back.get()));
+      ASSERT_TRUE(fromJson);
+      EXPECT_EQ(Json(fromJson.get()), json);
+      if (!same && ++failures == 3) FAIL() << "stopping after three classes";
+    }
+  }
+}
+
+TEST(MsgJson, WritesValuesAsNaturalJsonAndReadsThemBackBitForBit) {
+  // Every single kind, set and unset, nested, in tag order, whatever order
+  // the values came in; a text that is not UTF-8 as hex.
+  MsgPtr m = NewMsg(3685);  // M_IrTargetSwitching
+  Set(*m, 5146, 3);
+  Set(*m, 784, "caf\xe9 \xff");
+  Set(*m, 117, Int(INT_MIN));
+  Set(*m, 5076, Bool(true));
+  CMsg& cpn = Attach(*m, 4702, 3623);
+  Set(cpn, 3372, Bool(false));
+  Set(cpn, 239, Dbl(1.0 / 3));
+  Set(cpn, 200, "q\" b\\ n\n t\t \x01\x7f \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 /");
+  Set(cpn, 337, CDbl());
+  CMsg& index = Attach(cpn, 4603, 3611);
+  Set(index, 275, CDbl());
+  Set(*m, 118, CInt());
+  Set(*m, 5075, Int(INT_MAX));
+  Set(*m, 5145, "");
+  Set(*m, 5146, -1);
+  Set(*m, 5146, INT_MIN);
+  const std::string expected = R"({
+  "class": "M_IrTargetSwitching",
+  "number": 3685,
+  "iAppEndPeriodNo": -2147483648,
+  "iAppStartPeriodNo": null,
+  "sTgtOccPayoffType": {
+    "hex": "636166e920ff"
+  },
+  "mIrVanillaCpnB": {
+    "class": "M_IrVanillaCpnB",
+    "number": 3623,
+    "sDayCntConv": "q\" b\\ n\n t\t \u0001)"
+                               "\x7f"
+                               R"( é € 😀 /",
+    "dFixedRate": 0.3333333333333333,
+    "dMargin": null,
+    "bFixedYN": false,
+    "mKytRateIndexB": {
+      "class": "M_KytRateIndexB",
+      "number": 3611,
+      "dGearing": null
+    }
+  },
+  "iSwitObservedPeriodNo": 2147483647,
+  "bSwitOccuredYN": true,
+  "sAppPeriodType": "",
+  "iaAppPeriodNo": [
+    3,
+    -1,
+    -2147483648
+  ]
+}
+)";
+  std::string out = "kept";
+  ASSERT_EQ(MA_WriteMsgJson(m.get(), &out), MSGTEXT_OK);
+  EXPECT_EQ(out, "kept" + expected);
+  MsgTextError err{7, 7, "stale"};
+  MsgPtr back = ReadJson(expected, &err);
+  ASSERT_TRUE(back) << Where(err);
+  EXPECT_EQ(err.line, 0);
+  EXPECT_EQ(err.column, 0);
+  EXPECT_STREQ(err.reason, "");
+  EXPECT_EQ(Text(back.get()), Text(m.get()));
+
+  // Texts at the edges of UTF-8: the last of each length and the first
+  // after it, overlong forms, surrogates, cut sequences and stray bytes.
+  // What JSON strings carry stays a string; the rest goes as hex.
+  const std::pair<std::string, bool> texts[] = {
+      {"\x7e", true},
+      {"\xc2\x80", true},
+      {"\xdf\xbf", true},
+      {"\xe0\xa0\x80", true},
+      {"\xed\x9f\xbf", true},
+      {"\xee\x80\x80", true},
+      {"\xf0\x90\x80\x80", true},
+      {"\xf4\x8f\xbf\xbf", true},
+      {"\xc0\xaf", false},
+      {"\xc1\xbf", false},
+      {"\xe0\x9f\xbf", false},
+      {"\xed\xa0\x80", false},
+      {"\xf0\x8f\xbf\xbf", false},
+      {"\xf4\x90\x80\x80", false},
+      {"\xf5\x80\x80\x80", false},
+      {"a\xe2\x82", false},
+      {"\x80", false},
+      {"\xe2\x82\xac\xbf", false},
+      {"\xe2\x28\xa1", false},
+  };
+  for (const auto& [text, utf8] : texts) {
+    MsgPtr tiv = NewMsg(2143);
+    Set(*tiv, 800, text.c_str());
+    const std::string written = Json(tiv.get());
+    SCOPED_TRACE(written);
+    EXPECT_EQ(written.find("\"hex\"") == std::string::npos, utf8);
+    back = ReadJson(written, &err);
+    ASSERT_TRUE(back) << Where(err);
+    CString s;
+    ASSERT_GE(back->GetValue(800, &s), 0);
+    EXPECT_EQ(std::string(s.ToStr(), static_cast<size_t>(s.GetSize())), text);
+  }
+
+  // Doubles at the edges, in an array and alone; -0.0 stays negative.
+  MsgPtr greeks = Greeks();
+  const std::string json = Json(greeks.get());
+  std::string deltas = "\"daDelta\": [";
+  for (const auto& [d, shown] : kEdgeDoubles) {
+    deltas += std::string(deltas.back() == '[' ? "" : ",") + "\n    " + shown;
+  }
+  EXPECT_NE(json.find(deltas + "\n  ],\n  \"dTheta\": -0.0,\n  \"dRho\": null,"), std::string::npos)
+      << json;
+  back = ReadJson(json, &err);
+  ASSERT_TRUE(back) << Where(err);
+  CDblArray values;
+  ASSERT_GE(back->GetValue(612, &values), 0);
+  ASSERT_EQ(values.size, static_cast<int>(kEdgeDoubles.size()));
+  for (int i = 0; i < values.size; ++i) {
+    EXPECT_TRUE(SameBits(values.GetAt(i), kEdgeDoubles[i].first)) << kEdgeDoubles[i].second;
+  }
+  CDbl theta;
+  ASSERT_GE(back->GetValue(615, &theta), 0);
+  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
+  EXPECT_EQ(Text(back.get()), Text(greeks.get()));
+
+  // As a script writes it: no class name or no number, keys in any order,
+  // nested messages without class, integers for doubles, upper-case hex,
+  // a byte order mark, exponents and -0 as a float.
+  back = ReadJson(
+      "\xEF\xBB\xBF{\"dTheta\": -0e0, \"number\": 2161, \"daDelta\": [1, -2, 1E2, "
+      "9007199254740993],"
+      " \"maRhoValue\": [{\"iRateCrvId\": 7}, {}]}");
+  ASSERT_TRUE(back);
+  EXPECT_EQ(Text(back.get()),
+            "M2161 M_Greeks {\n  T612 daDelta d 1\n  T612 daDelta d -2\n  T612 daDelta d 100\n"
+            "  T612 daDelta d 9007199254740992\n  T615 dTheta d -0\n"
+            "  T2668 maRhoValue m M1925 M_RhoValue {\n    T599 iRateCrvId i 7\n  }\n"
+            "  T2668 maRhoValue m M1925 M_RhoValue {\n  }\n}\n");
+  back = ReadJson(
+      R"({"class": "M_Tiv", "nDate": {"hex": "3230323430323239"}, "sMatur": {"hex": "C3A9fF"}})");
+  ASSERT_TRUE(back);
+  EXPECT_EQ(Text(back.get()),
+            "M2143 M_Tiv {\n  T198 nDate n \"20240229\"\n  T800 sMatur s \"\xc3\xa9\xff\"\n}\n");
+}
+
+TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
+  struct Case {
+    std::string json;
+    int line, column;
+    const char* reason;
+  };
+  const std::string deep(100000, '[');
+  const std::string nested = [] {
+    std::string s = "{\"class\": \"M_Tiv\", \"sMatur\": ";
+    for (int i = 0; i < 200; ++i) s += "{\"hex\": ";
+    return s + "\"\"" + std::string(201, '}');
+  }();
+  const Case cases[] = {
+      // Not JSON: where the parser stopped.
+      {"", 1, 1, "unexpected end of input"},
+      {"{\"class\": \"M_Tiv\",\n \"sMatur\": \"1Y\"", 2, 16, "unexpected end of input"},
+      {"{\"class\": \"M_Tiv\"\n,}", 2, 2, "expected string literal"},
+      {"{\"class\": \"M_Tiv\"} x", 1, 20, "expected end of input"},
+      {"{\"class\": \"M_Tiv\", \"sMatur\": \"\xff\"}", 1, 31, "ill-formed UTF-8"},
+      {"{\"class\": 'M_Tiv'}", 1, 11, "invalid literal"},
+      {"{\"class\": \"M_Tiv\",\n  \"nDate\": tru}", 2, 15, "invalid literal"},
+      {"{\"class\": \"M_Tiv\",\n\"nDate\": 1e999}", 2, 14, "number overflow"},
+      {deep, 1, 130, "nests more than 129 levels deep"},
+      {nested, 1, 1054, "nests more than 129 levels deep"},
+      // JSON that does not fit.
+      {"[]", 0, 0, "/: expected an object for a message, found array"},
+      {"{}", 0, 0, "/: the message names no class"},
+      {R"({"number": 9})", 0, 0, "/number: no class has the number M9"},
+      {R"({"number": 2143.0})", 0, 0, "/number: expected a message number, found number"},
+      {R"({"number": 4294969439})", 0, 0, "/number: 4294969439 is out of the range of an integer"},
+      {R"({"class": "M_tiv"})", 0, 0, "/class: no class is named \"M_tiv\""},
+      {R"({"class": "M_Tiv", "number": 10})", 0, 0,
+       "/class: M_Tiv is class M2143, not M10, which is M_SysReject"},
+      {R"({"class": "M_Tiv", "dStrike": 1})", 0, 0, "/dStrike: M_Tiv (M2143) has no such field"},
+      {R"({"class": "M_Tiv", "a/b~": 1})", 0, 0, "/a~1b~0: M_Tiv (M2143) has no such field"},
+      {R"({"class": "M_Tiv", "sMatur": "1Y", "sMatur": "2Y"})", 0, 0,
+       "/sMatur: the key is given twice"},
+      {R"({"class": "M_Tiv", "sMatur": null})", 0, 0, "/sMatur: expected a text, found null"},
+      {R"({"class": "M_Tiv", "sMatur": "a\u0000b"})", 0, 0, "/sMatur: a text cannot hold a NUL"},
+      {R"({"class": "M_Tiv", "sMatur": {"hex": "610"}})", 0, 0, "/sMatur: the hex digits are not"},
+      {R"({"class": "M_Tiv", "sMatur": {"hex": "6x"}})", 0, 0, "\"6x\" is not a pair of hex"},
+      {R"({"class": "M_Tiv", "sMatur": {"hex": "00"}})", 0, 0, "a text cannot hold a NUL"},
+      {R"({"class": "M_Tiv", "sMatur": {"hex": "61", "x": 1}})", 0, 0,
+       "expected a text, found object"},
+      {R"({"class": "M_Tiv", "nDate": ""})", 0, 0, "/nDate: an empty date: an unset date is null"},
+      {R"({"class": "M_Tiv", "nDate": "202402291"})", 0, 0, "/nDate: a date of 9 characters"},
+      {R"({"class": "M_Tiv", "nDate": 20240229})", 0, 0, "/nDate: expected a date or null, found"},
+      {R"({"number": 10, "iSysCode": 2147483648})", 0, 0,
+       "/iSysCode: 2147483648 is out of the range of an integer"},
+      {R"({"number": 10, "iSysCode": -2147483649})", 0, 0, "-2147483649 is out of the range"},
+      {R"({"number": 10, "iSysCode": 18446744073709551616})", 0, 0,
+       "expected an integer or null, found number"},
+      {R"({"number": 10, "iSysCode": 1.0})", 0, 0, "expected an integer or null, found number"},
+      {R"({"number": 10, "iSysCode": "1"})", 0, 0, "expected an integer or null, found string"},
+      {R"({"number": 2161, "dTheta": 1e-400})", 0, 0,
+       "/dTheta: 1e-400 is out of the range of a double"},
+      {R"({"number": 2161, "daDelta": [1, 2.5e-999]})", 0, 0, "/daDelta/1: 2.5e-999 is out of"},
+      {R"({"number": 2161, "dTheta": "nan"})", 0, 0, "/dTheta: expected a number, \"NaN\""},
+      {R"({"number": 2161, "dTheta": true})", 0, 0, "found boolean"},
+      {R"({"number": 2161, "daDelta": [1, null]})", 0, 0, "/daDelta/1: an element of an array"},
+      {R"({"number": 2161, "daDelta": 1})", 0, 0, "/daDelta: expected an array (double array)"},
+      {R"({"number": 2161, "maRhoValue": [{}, {"number": 2143}]})", 0, 0,
+       "/maRhoValue/1: the field holds M_RhoValue (M1925), not M_Tiv (M2143)"},
+      {R"({"number": 2161, "maRhoValue": [{}, {"dValue": "x"}]})", 0, 0,
+       "/maRhoValue/1/dValue: expected a number"},
+      {R"({"number": 2161, "maRhoValue": {}})", 0, 0, "/maRhoValue: expected an array"},
+      {R"({"number": 2161, "maRhoValue": [[]]})", 0, 0,
+       "/maRhoValue/0: expected an object for a message of M_RhoValue, found array"},
+      {R"({"number": 3685, "bSwitOccuredYN": 1})", 0, 0,
+       "/bSwitOccuredYN: expected true, false or null, found number"},
+      {R"({"number": 3685, "mIrVanillaCpnB": {"mKytRateIndexB": {"dGearing": false}}})", 0, 0,
+       "/mIrVanillaCpnB/mKytRateIndexB/dGearing: expected a number"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json.substr(0, 80));
+    MsgTextError err{9, 9, "stale"};
+    EXPECT_FALSE(ReadJson(c.json, &err));
+    EXPECT_EQ(err.line, c.line) << err.reason;
+    EXPECT_EQ(err.column, c.column) << err.reason;
+    EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << err.reason;
+  }
+  MsgTextError err{};
+  EXPECT_FALSE(MA_ReadMsgJson(nullptr, 5, &err));
+  EXPECT_STREQ(err.reason, "no text: a null pointer");
+  EXPECT_FALSE(MA_ReadMsgJson("{", 1, nullptr));
+
+  // Deep but within bounds: the deepest JSON a tree may write reads.
+  std::string arrays(129, '[');
+  EXPECT_FALSE(ReadJson(arrays + std::string(129, ']'), &err));
+  EXPECT_STREQ(err.reason, "/: expected an object for a message, found array");
+  // Brackets inside strings do not count.
+  EXPECT_TRUE(ReadJson(R"({"class": "M_Tiv", "sMatur": ")" + deep + "\\\"" + deep + "\"}"));
+
+  // The runtime's refusal of a value is told at the value.
+  ASSERT_TRUE(ArmFault(FaultOp::kSet, 599, -13));
+  EXPECT_FALSE(ReadJson(R"({"number": 2161, "maRhoValue": [{"iRateCrvId": 7}]})", &err));
+  ClearFaults();
+  EXPECT_STREQ(err.reason,
+               "/maRhoValue/0/iRateCrvId: T599: the runtime refused the value (code -13)");
+  ASSERT_TRUE(ArmFault(FaultOp::kSet, 2668, -13, 1));
+  EXPECT_FALSE(ReadJson(R"({"number": 2161, "maRhoValue": [{}, {}]})", &err));
+  ClearFaults();
+  EXPECT_STREQ(err.reason, "/maRhoValue/1: T2668: the runtime refused the value (code -13)");
+}
+
+TEST(MsgJson, RefusesATreeItCannotWriteAndLeavesTheOutputAsItWas) {
+  struct Case {
+    const char* what;
+    std::function<MsgPtr()> tree;
+    int fault;  // a tag whose read fails, or 0
+    int code;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"no class", [] { return NewMsg(9); }, 0, MSGTEXT_E_CLASS, "no class has the number M9"},
+      {"an element of another class",
+       [] {
+         MsgPtr m = Greeks();
+         Attach(*m, 2668, 10);
+         return m;
+       },
+       0, MSGTEXT_E_CLASS, "/maRhoValue/2: a message M10 where the field holds M_RhoValue (M1925)"},
+      {"a failing read below", Greeks, 580, MSGTEXT_E_RUNTIME,
+       "/maRhoValue/0/dValue: T580: the runtime failed to give the value (code -13)"},
+      {"a failing read of an array", Greeks, 612, MSGTEXT_E_RUNTIME, "/daDelta: T612: the"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    MsgPtr tree = c.tree();
+    std::string out = "kept";
+    MsgTextError err{};
+    if (c.fault) {
+      ASSERT_TRUE(ArmFault(FaultOp::kGet, c.fault, -13));
+    }
+    EXPECT_EQ(MA_WriteMsgJson(tree.get(), &out, &err), c.code);
+    ClearFaults();
+    EXPECT_EQ(out, "kept");
+    EXPECT_EQ(err.line, 0);
+    EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << err.reason;
+  }
+  std::string out;
+  EXPECT_EQ(MA_WriteMsgJson(nullptr, &out), MSGTEXT_E_ARG);
+  EXPECT_EQ(MA_WriteMsgJson(NewMsg(2143).get(), nullptr), MSGTEXT_E_ARG);
+  EXPECT_EQ(out, "");
+}
+
+TEST(MsgJson, FilesAreWrittenWholeAndReadBack) {
+  TempDir dir;
+  const fs::path path = dir.path / "greeks.json";
+  MsgPtr greeks = Greeks();
+  ASSERT_EQ(Json(greeks.get()).empty(), false);
+  ASSERT_EQ(MA_WriteMsgJsonFile(greeks.get(), path.c_str()), MSGTEXT_OK);
+  EXPECT_EQ(Content(path), Json(greeks.get()));
+  MsgTextError err{};
+  MsgPtr back(MA_ReadMsgJsonFile(path.c_str(), &err));
+  ASSERT_TRUE(back) << Where(err);
+  EXPECT_EQ(Text(back.get()), Text(greeks.get()));
+
+  // A tree that cannot be written leaves the file as it was, and so does a
+  // directory in the way; nothing is left beside it.
+  EXPECT_EQ(MA_WriteMsgJsonFile(NewMsg(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
+  EXPECT_EQ(Content(path), Json(greeks.get()));
+  fs::create_directory(dir.path / "taken");
+  EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), (dir.path / "taken").c_str(), &err), MSGTEXT_E_IO);
+  EXPECT_NE(std::strstr(err.reason, "Is a directory"), nullptr) << err.reason;
+  EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), "", &err), MSGTEXT_E_ARG);
+  EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), nullptr, &err), MSGTEXT_E_ARG);
+  int entries = 0;
+  for ([[maybe_unused]] const auto& e : fs::directory_iterator(dir.path)) ++entries;
+  EXPECT_EQ(entries, 2);
+
+  // A syntax error in a file is told at its line and column.
+  std::ofstream(dir.path / "bad.json") << "{\"number\": 2143,\n  \"nDate\": \"2024\n}";
+  EXPECT_FALSE(MA_ReadMsgJsonFile((dir.path / "bad.json").c_str(), &err));
+  EXPECT_EQ(err.line, 2);
+  EXPECT_EQ(err.column, 17) << err.reason;  // at the newline in the string
+  EXPECT_FALSE(MA_ReadMsgJsonFile((dir.path / "lost.json").c_str(), &err));
+  EXPECT_NE(std::strstr(err.reason, "cannot open"), nullptr) << err.reason;
+  EXPECT_EQ(err.line, 0);
+  EXPECT_FALSE(MA_ReadMsgJsonFile("", &err));
+  EXPECT_FALSE(MA_ReadMsgJsonFile(nullptr, nullptr));
+}
+
+TEST(MsgJson, LeaksNothingWhenMemoryRunsOut) {
+  REQUIRE_FAILING_ALLOC();
+  MsgPtr tree = Greeks();
+  const std::string json = Json(tree.get());
+  long points = ForEachAllocationFailure([&](long n) {
+    EXPECT_TRUE(LeavesNothing([&] {
+      MsgTextError err{};
+      FailingAlloc::FailAt(n);
+      MsgPtr msg = ReadJson(json, &err);
+      FailingAlloc::Off();
+      if (FailingAlloc::Fired()) {
+        EXPECT_FALSE(msg) << "allocation " << n;
+        EXPECT_TRUE(std::strcmp(err.reason, "out of memory") == 0 ||
+                    std::strstr(err.reason, "the runtime refused the"))
+            << "allocation " << n << ": " << err.reason;
+      } else {
+        ASSERT_TRUE(msg) << err.reason;
+        EXPECT_EQ(Json(msg.get()), json);
+      }
+    })) << "allocation "
+        << n;
+  });
+  EXPECT_GT(points, 10);
+  points = ForEachAllocationFailure([&](long n) {
+    EXPECT_TRUE(LeavesNothing([&] {
+      std::string out = "kept";
+      FailingAlloc::FailAt(n);
+      const int rc = MA_WriteMsgJson(tree.get(), &out);
+      FailingAlloc::Off();
+      if (FailingAlloc::Fired()) {
+        EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc;
+        EXPECT_EQ(out, "kept") << "allocation " << n;
+      } else {
+        EXPECT_EQ(out, "kept" + json);
+      }
+    })) << "allocation "
+        << n;
+  });
+  EXPECT_GT(points, 5);
+}
