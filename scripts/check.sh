@@ -146,7 +146,11 @@ altruntime() {
   local prefix
   prefix=$(mktemp -d)/prefix
   client_of_package $root/lib "$prefix"
-  if ! LD_LIBRARY_PATH='' ldd "$prefix/lib/libpricemsg.so" | grep -q "libcallkyt.so => $runtime_prefix/"; then
+  # Not `ldd | grep -q`: grep leaving early may cut ldd short, and pipefail
+  # then takes the pipe for a failure.
+  local deps
+  deps=$(LD_LIBRARY_PATH='' ldd "$prefix/lib/libpricemsg.so")
+  if [[ $deps != *"libcallkyt.so => $runtime_prefix/"* ]]; then
     echo "the installed library does not find the runtime it was built on in $runtime_prefix" >&2
     return 1
   fi
