@@ -10,6 +10,19 @@
 #include "callkyt/CString.h"
 #include "callkyt/CValue.h"
 
+// A text given to a function that takes a CString or one of the value types
+// still goes to the CString: the refused constructors are no conversion.
+// (Declared only: the overloads are weighed, never called.)
+int TakeEither(CString);
+int TakeEither(CInt);
+int TakeEither(CBool);
+int TakeEither(CDbl);
+template <class A, class = void>
+struct TakesEither : std::false_type {};
+template <class A>
+struct TakesEither<A, std::void_t<decltype(TakeEither(std::declval<A>()))>> : std::true_type {};
+static_assert(TakesEither<const char*>::value && TakesEither<const char (&)[2]>::value);
+
 namespace {
 
 // A text, whichever way it comes, is no value of CInt, CDbl or CBool.
