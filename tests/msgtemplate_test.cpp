@@ -293,7 +293,8 @@ TEST(MsgFile, LoadsAFileIntoAnObjectOrSaysWhyNot) {
   // A damaged file: where, by line and column, comments counted.
   const std::pair<std::string, std::pair<int, int>> damaged[] = {
       {"M2143 M_Tiv {\n  # a date\n  T198 nDate n 20261123\n}\n", {3, 16}},
-      {"M2143 M_Tiv {\n  T198 nDate n \"20261399\"\n}\n", {2, 16}},
+      {"M2143 M_Tiv {\n  T198 nDate n \"202611231\"\n}\n", {2, 16}},
+      {"M2143 M_Tiv {\n  T775 sDateType i 0\n}\n", {2, 18}},
       {"M2143 M_Tiv {\n  T198 nDate n \"20261123\"\n", {3, 1}},
       {filled.substr(0, filled.size() / 2), {0, 0}},  // cut anywhere: a position at the end
       {"", {1, 1}},

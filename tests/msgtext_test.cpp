@@ -320,7 +320,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   const std::string sw = "M3685 {\n";
   // A leap day of a common year, which CDate::Set may refuse itself.
   CDate leapDay;
-  const bool setTakesAnyDate = leapDay.Set("20230229") && leapDay.isSet;
+  leapDay.Set("20230229");  // what its result says differs between runtimes
+  const bool setTakesAnyDate = leapDay.isSet;
   if (!setTakesAnyDate) {
     std::memcpy(leapDay.text, "20230229", sizeof leapDay.text);
     leapDay.isSet = true;
