@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 
+#include "MsgBase.h"
 #include "MsgText.h"
 #include "TextCommon.h"
 
@@ -315,4 +316,44 @@ CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
     SetError(err, 0, 0, 0, "out of memory");
     return nullptr;
   }
+}
+
+int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {
+  using pricemsg::schema::FindClass;
+  using pricemsg::text::ClearError;
+  if (!path || !*path || !obj) {
+    return SetError(err, MSGTEXT_E_ARG, 0, 0, "no %s", obj ? "file name" : "object to load");
+  }
+  try {
+    std::unique_ptr<CMsg> tree;
+    {
+      std::string text;
+      if (!ReadWhole(path, &text, err)) return MSGTEXT_E_IO;
+      // The reader's own position goes to the caller, so the code is told
+      // from a local copy of the error.
+      MsgTextError read;
+      tree.reset(MA_ReadMsgText(text.data(), text.size(), &read));
+      if (!tree) {
+        if (err) *err = read;
+        return std::strcmp(read.reason, "out of memory") == 0 ? MSGTEXT_E_NOMEM : MSGTEXT_E_TEXT;
+      }
+    }
+    if (tree->msgnum != obj->msgnum) {
+      // The reader took the file's class from the schema; the object's may
+      // be of no class at all.
+      const pricemsg::schema::ClassInfo* held = FindClass(tree->msgnum);
+      return SetError(err, MSGTEXT_E_CLASS, 0, 0, "the file holds %s (M%d), not %s (M%d)",
+                      held ? held->name : "a message", tree->msgnum, obj->msgname.ToStr(),
+                      obj->msgnum);
+    }
+    const int rc = obj->Load(tree.get());
+    if (rc < 0) {
+      return SetError(err, MSGTEXT_E_LOAD, 0, 0, "%s (M%d) Load failed (code %d): %s",
+                      obj->msgname.ToStr(), obj->msgnum, rc, obj->errtext.ToStr());
+    }
+  } catch (const std::bad_alloc&) {
+    return SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
+  }
+  ClearError(err);
+  return MSGTEXT_OK;
 }

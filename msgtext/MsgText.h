@@ -67,6 +67,8 @@
 #include "Runtime.h"
 #include "SchemaTables.h"
 
+class CMsgBase;  // MsgBase.h: the base of the message classes
+
 // Where and why a text could not be read, or a tree or file not written.
 // `line` and `column` count from 1; the column counts bytes, a tab as one.
 // A text that ends too early is reported at its end: after a final newline
@@ -93,7 +95,9 @@ enum MsgTextResult {
                             // NUL byte, a set date with an empty or unterminated text
   MSGTEXT_E_DEPTH = -55,    // messages nest more than kMsgTextMaxDepth levels deep
   MSGTEXT_E_NOMEM = -56,    // out of memory
-  MSGTEXT_E_IO = -57,       // the file could not be written; errno tells why
+  MSGTEXT_E_IO = -57,       // the file could not be written, or opened or read; errno tells why
+  MSGTEXT_E_LOAD = -58,     // the object's Load failed: its code and errtext are in the reason
+  MSGTEXT_E_TEXT = -59,     // a message text that does not read: line and column say where
 };
 
 // Appends the text form of `msg` and all below it to `out`, ending with a
@@ -143,3 +147,37 @@ PRICEMSG_TEXT_EXPORT int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextErr
 // that cannot be opened or read, or is larger than kMsgFileMaxSize, is an
 // error at line 0 whose reason names the cause.
 PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err);
+
+// Appends a message text of the class numbered `classNumber` with every field
+// present, ready to be filled in by hand and loaded: one line for each single
+// field, one element for each value array, and for each sub-message and
+// repeated sub-message a nested block (one element) with every field of its
+// class, recursively. The values read back and load: 0, 0, N, the date
+// "20000101" and "". Each block opens with a comment line giving its class's
+// role and description, and each value line follows a comment line giving the
+// field's kind and, where it has one, its role. Without its comment lines the
+// text is what MA_WriteMsgText writes for the tree it reads back as.
+//
+// Gives MSGTEXT_OK, MSGTEXT_E_ARG for a null `out`, MSGTEXT_E_CLASS for a
+// number of no class, MSGTEXT_E_DEPTH for a class whose fields nest more than
+// kMsgTextMaxDepth levels deep (the text would not read back), or
+// MSGTEXT_E_NOMEM; on failure `out` is as it was and `err` (which may be
+// null) says why.
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgTemplate(int classNumber, std::string* out,
+                                             MsgTextError* err = nullptr);
+
+// Loads the message file at `path` into `obj`: reads it as MA_ReadMsgFile
+// does, checks that it holds a message of `obj`'s class, and calls
+// obj->Load() with the tree, which is freed after. Gives MSGTEXT_OK (with
+// `err` cleared) or, with `err` (which may be null) saying why:
+// - MSGTEXT_E_ARG for a null or empty `path` or a null `obj`;
+// - MSGTEXT_E_IO for a file that cannot be opened or read, or is larger than
+//   kMsgFileMaxSize (line 0);
+// - MSGTEXT_E_TEXT for a text that does not read, at its line and column;
+// - MSGTEXT_E_NOMEM when memory runs out while reading;
+// - MSGTEXT_E_CLASS for a message of another class than `obj`'s, naming both
+//   (`obj` is left as it was);
+// - MSGTEXT_E_LOAD when Load fails: the reason gives its code and `obj`'s
+//   errtext, and `obj` holds what Load left in it.
+PRICEMSG_TEXT_EXPORT int MA_LoadMsgFile(const char* path, CMsgBase* obj,
+                                        MsgTextError* err = nullptr);

@@ -332,6 +332,14 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
   };
   const std::string sys = "M10 {\n";
   const std::string sw = "M3685 {\n";
+  // A leap day of a common year, which CDate::Set may refuse itself.
+  CDate leapDay;
+  leapDay.Set("20230229");  // what its result says differs between runtimes
+  const bool setTakesAnyDate = leapDay.isSet;
+  if (!setTakesAnyDate) {
+    std::memcpy(leapDay.text, "20230229", sizeof leapDay.text);
+    leapDay.isSet = true;
+  }
   const Case cases[] = {
       // The layout.
       {"", 1, 1, "holds no message"},
@@ -382,7 +390,9 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {"M2143 {\n  T198 n 20240101\n}\n", 2, 10, "expected a quoted date or -"},
       {"M2143 {\n  T198 n \"\"\n}\n", 2, 10, "an empty date"},
       {"M2143 {\n  T198 n \"202401011\"\n}\n", 2, 10, "a date of 9 characters"},
-      {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10, "T198 nDate: the runtime refused the value"},
+      {"M2143 {\n  T198 n \"20230229\"\n}\n", 2, 10,
+       setTakesAnyDate ? "T198 nDate: the runtime refused the value"
+                       : "the runtime did not take the date '20230229'"},
       {sys + "  T7 s x\n}\n", 2, 8, "expected a quoted text"},
       {sys + "  T7 s \"ab", 2, 8, "not closed"},
       {sys + "  T7 s \"ab\\\n}\n", 2, 8, "not closed"},
@@ -394,8 +404,9 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
       {sys + "  T7 s \"a\\\x01\"\n}\n", 2, 10, "a backslash before '\\x01' is not an escape"},
   };
   // Which dates a runtime takes is its own affair: the calendar's refusal is
-  // tried only where the runtime refuses that date.
-  const bool takesAnyDate = NewMsg(2143)->SetValue(198, Date("20230229")) >= 0;
+  // tried only where the runtime refuses that date, in CDate::Set or in
+  // SetValue.
+  const bool takesAnyDate = setTakesAnyDate && NewMsg(2143)->SetValue(198, leapDay) >= 0;
   for (const Case& c : cases) {
     if (takesAnyDate && std::strstr(c.text.c_str(), "\"20230229\"")) continue;
     MsgTextError err{};

@@ -61,9 +61,15 @@ MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(n
 
 CMsg* NewSub(int num = 2143) { return new CMsg(num, 0, 0, MA_GetMsgDic()); }
 
+// A date with this text written straight into it, as a caller may write the
+// field: Set() refuses a text that is not a date, and these cases try what a
+// message does with one.
 CDate Date(const char* text) {
   CDate d;
-  d.Set(text);
+  const size_t size = strnlen(text, CDate::kMaxLen);
+  std::memcpy(d.text, text, size);
+  d.text[size] = '\0';
+  d.isSet = size > 0;
   return d;
 }
 
@@ -371,15 +377,16 @@ TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
 }
 #endif
 
-TEST(CDateTest, SetTakesUpToEightCharactersAndIsValidTextChecksTheCalendar) {
+TEST(CDateTest, SetTakesDatesOnlyAndIsValidTextChecksTheCalendar) {
   CDate d;
   EXPECT_TRUE(d.Set("20240229"));
   EXPECT_EQ(Show(d), "20240229");
   EXPECT_FALSE(d.Set("202403011"));  // refused: the date stays as it was
   EXPECT_FALSE(d.Set(nullptr));
   EXPECT_EQ(Show(d), "20240229");
-  EXPECT_TRUE(d.Set(d.text + 4));  // from its own text, and not a date
-  EXPECT_EQ(Show(d), "0229");
+  EXPECT_FALSE(d.Set(d.text + 4));  // from its own text, and not a date
+  EXPECT_TRUE(d.Set(d.text));       // from its own text, a date
+  EXPECT_EQ(Show(d), "20240229");
   EXPECT_TRUE(d.Set(""));
   EXPECT_FALSE(d.isSet);
   EXPECT_STREQ(d.text, "");

@@ -2,13 +2,18 @@
 
 #include "callkyt/CValue.h"
 
+// An empty text unsets the date; anything else must be a date of the
+// calendar. A refused text leaves the date as it was.
 bool CDate::Set(const char* date) {
   if (!date) return false;
-  size_t n = strnlen(date, kMaxLen + 1);
-  if (n > kMaxLen) return false;
-  std::memmove(text, date, n);
-  text[n] = '\0';
-  isSet = n > 0;
+  if (*date == '\0') {
+    text[0] = '\0';
+    isSet = false;
+    return true;
+  }
+  if (!IsValidText(date)) return false;
+  std::memmove(text, date, sizeof text);  // `date` may be this date's own text
+  isSet = true;
   return true;
 }
 

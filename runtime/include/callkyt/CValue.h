@@ -5,7 +5,29 @@
 // is part of the contract: the value first, then one byte of flag.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
+
+// CInt, CDbl and CBool take numbers only. A text given to one of them would
+// otherwise be taken as a number of some kind: a pointer turns into true for
+// a CBool, and a character such as 'N' into its code. These overloads catch
+// both at compile time; being templates, they are chosen only for an
+// argument of exactly that sort, so every numeric argument still reaches the
+// number's own overload. The constructors are explicit, as the one from a
+// number is: they add no implicit conversion that could make a call on
+// another overload ambiguous.
+#define CALLKYT_REFUSE_TEXT(Type)                                        \
+  template <class T>                                                     \
+  explicit Type(T*) = delete;                                            \
+  template <class T>                                                     \
+  Type& operator=(T*) = delete;                                          \
+  template <class C, std::enable_if_t<std::is_same_v<C, char>, int> = 0> \
+  explicit Type(C) = delete;                                             \
+  template <class C, std::enable_if_t<std::is_same_v<C, char>, int> = 0> \
+  Type& operator=(C) = delete;                                           \
+  explicit Type(std::nullptr_t) = delete;                                \
+  Type& operator=(std::nullptr_t) = delete
 
 struct CInt {
   int32_t value;
@@ -19,6 +41,8 @@ struct CInt {
     return *this;
   }
   void Clear() { *this = CInt(); }
+
+  CALLKYT_REFUSE_TEXT(CInt);
 };
 
 struct CDbl {
@@ -33,6 +57,8 @@ struct CDbl {
     return *this;
   }
   void Clear() { *this = CDbl(); }
+
+  CALLKYT_REFUSE_TEXT(CDbl);
 };
 
 struct CBool {
@@ -47,15 +73,16 @@ struct CBool {
     return *this;
   }
   void Clear() { *this = CBool(); }
+
+  CALLKYT_REFUSE_TEXT(CBool);
 };
 
 // A calendar date as the text "YYYYMMDD" (year, month and day in digits).
 //
 // `text` always holds a terminated text of at most 8 characters. Set() takes
-// any text of up to 8 characters and marks the date set (an empty text leaves
-// it unset); it refuses a null pointer or a longer text and then changes
-// nothing. Set() does not check the calendar: CMsg::SetValue() refuses a set
-// date that is not a valid "YYYYMMDD", so a bad date never reaches a message.
+// a date of the calendar and marks the date set (an empty text leaves it
+// unset); it refuses a null pointer and any text that is not a date as
+// "YYYYMMDD" (IsValidText), and then gives false and changes nothing.
 struct CDate {
   static constexpr int kMaxLen = 8;
 
@@ -73,3 +100,5 @@ struct CDate {
   // True if `date` is a valid calendar date written as "YYYYMMDD".
   static bool IsValidText(const char* date);
 };
+
+#undef CALLKYT_REFUSE_TEXT
