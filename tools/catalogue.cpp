@@ -35,6 +35,7 @@
 
 #include "Catalogue.h"
 #include "CatalogueFactory.h"
+#include "MsgJson.h"
 #include "MsgText.h"
 #include "RuntimeProbe.h"
 #include "SchemaTables.h"
@@ -802,6 +803,57 @@ int File(const Io& io, const Args& args) {
   return kFound;
 }
 
+// Writes a message file of the class with every field, each with a comment
+// line giving its kind and role, ready to fill in and load.
+int Template(const Io& io, const Args& args) {
+  const ClassInfo* cls = FindClass(args.operands[0]);
+  if (!cls) return NoClass(io, args.operands[0]);
+  std::string text;
+  MsgTextError err{};
+  if (MA_WriteMsgTemplate(cls->number, &text, &err) != MSGTEXT_OK) {
+    std::fprintf(io.err, "%s: no template of %s: %s\n", kTool, cls->name, err.reason);
+    return kNotFound;
+  }
+  std::fwrite(text.data(), 1, text.size(), io.out);
+  return kFound;
+}
+
+// A path names a JSON message file when it ends in ".json", in any case.
+bool IsJsonPath(const std::string& path) {
+  return path.size() >= 5 && Lower(path.substr(path.size() - 5)) == ".json";
+}
+
+// Reads a message file in one form and writes it in the other, or in the
+// form that the output's name says; "-" as output is the standard output.
+int Convert(const Io& io, const Args& args) {
+  const std::string& in = args.operands[0];
+  const std::string& out = args.operands[1];
+  const bool fromJson = IsJsonPath(in);
+  const bool toJson = out == "-" ? !fromJson : IsJsonPath(out);
+  MsgTextError err{};
+  const std::unique_ptr<CMsg> msg(fromJson ? MA_ReadMsgJsonFile(in.c_str(), &err)
+                                           : MA_ReadMsgFile(in.c_str(), &err));
+  if (!msg) {
+    std::fprintf(io.err, "%s: %s:%d:%d: %s\n", kTool, Shown(in, PATH_MAX).c_str(), err.line,
+                 err.column, err.reason);
+    return kNotFound;
+  }
+  int rc;
+  if (out == "-") {
+    std::string text;
+    rc = toJson ? MA_WriteMsgJson(msg.get(), &text, &err) : MA_WriteMsgText(msg.get(), &text, &err);
+    if (rc == MSGTEXT_OK) std::fwrite(text.data(), 1, text.size(), io.out);
+  } else {
+    rc = toJson ? MA_WriteMsgJsonFile(msg.get(), out.c_str(), &err)
+                : MA_WriteMsgFile(msg.get(), out.c_str(), &err);
+  }
+  if (rc != MSGTEXT_OK) {
+    std::fprintf(io.err, "%s: %s: %s\n", kTool, Shown(out, PATH_MAX).c_str(), err.reason);
+    return kOutputFailed;
+  }
+  return kFound;
+}
+
 // An option of a command, as CLI11 takes it.
 struct OptionRow {
   const char* names;  // "-d,--depth": a short name, then the long one
@@ -895,6 +947,29 @@ const std::vector<Command>& Commands() {
        "told with the line and column where it goes wrong.",
        {},
        File},
+      {"template",
+       "<class|number>",
+       1,
+       1,
+       "takes one class, by name or number",
+       "a message file of the class with every field, to fill in and load",
+       "Every field is there with a placeholder value (0, N, 20000101, \"\"),\n"
+       "nested blocks included and one element of each array, each under a\n"
+       "comment line with its kind and role. The file loads as it is, into an\n"
+       "object of the class (MA_LoadMsgFile).",
+       {},
+       Template},
+      {"convert",
+       "<in> <out>",
+       2,
+       2,
+       "takes a message file to read and one to write",
+       "a message file from text to JSON or from JSON to text",
+       "A name ending in .json is a JSON message file, any other a text one.\n"
+       "The output is written whole or not at all; as -, it is the standard\n"
+       "output, in the form that the input is not.",
+       {},
+       Convert},
   };
   return commands;
 }

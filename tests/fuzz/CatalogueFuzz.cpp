@@ -3,8 +3,10 @@
 // - odd: the rest is a message file, and the command line is
 //   "file <that file>";
 // - even: the rest is the arguments, separated by NUL bytes (at most 8).
-//   The tool reads no file but the fuzzer's own: the argument of "file" is
-//   written to a file, whose path takes its place.
+//   The tool reads and writes no file but the fuzzer's own: the argument of
+//   "file" is written to a file, whose path takes its place, and so is the
+//   input of "convert", whose output goes to the standard output in the
+//   form that its output argument names.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -76,6 +78,14 @@ void RunCatalogue(const uint8_t* data, size_t size) {
     args[2] = path;
   } else if (args.size() > 1 && args[1] == "file") {
     args.resize(2);  // a wrong count of arguments, without a path to read
+  } else if (args.size() == 4 && args[1] == "convert") {
+    const bool toJson = args[3].size() >= 5 && args[3].compare(args[3].size() - 5, 5, ".json") == 0;
+    const std::string in = std::string(ScratchDir()) + (toJson ? "/convert.msg" : "/convert.json");
+    Store(in, args[2]);
+    args[2] = in;
+    args[3] = "-";
+  } else if (args.size() > 1 && args[1] == "convert") {
+    args.resize(2);
   }
   std::vector<const char*> argv;
   for (const std::string& a : args) argv.push_back(a.c_str());

@@ -183,6 +183,48 @@ class Files(unittest.TestCase):
             self.assertIn("lost.msg:0:0: cannot open", err)
 
 
+    def test_template_converts_to_json_and_back_to_the_same_text(self):
+        import json
+        import tempfile
+        with tempfile.TemporaryDirectory() as tmp:
+            for name in ("M_Tiv", "M_HbNoteDualMultiRngAccr", "4379"):
+                with self.subTest(name=name):
+                    code, template, err = run("template", name)
+                    self.assertEqual((code, err), (0, ""))
+                    plain = "".join(l + "\n" for l in template.splitlines()
+                                    if not l.lstrip().startswith("#"))
+                    path = os.path.join(tmp, "t.msg")
+                    with open(path, "w") as fh:
+                        fh.write(template)
+                    # As the reader takes it: the template without its comments.
+                    self.assertEqual(run("file", path)[0], 0)
+                    code, out, err = run("convert", path, os.path.join(tmp, "t.json"))
+                    self.assertEqual((code, out, err), (0, "", ""))
+                    with open(os.path.join(tmp, "t.json")) as fh:
+                        doc = json.load(fh)
+                    cls = BY_NAME.get(name) or next(m for m in SCHEMA.messages
+                                                    if str(m.number) == name)
+                    self.assertEqual((doc["class"], doc["number"]), (cls.name, cls.number))
+                    self.assertEqual([k for k in doc if k not in ("class", "number")],
+                                     [f.name for f in cls.fields])
+                    code, back, err = run("convert", os.path.join(tmp, "t.json"), "-")
+                    self.assertEqual((code, err), (0, ""))
+                    self.assertEqual(back, plain)
+            # A damaged input is told where it goes wrong; an output that
+            # cannot be written is exit 3 and leaves nothing.
+            bad = os.path.join(tmp, "bad.json")
+            with open(bad, "w") as fh:
+                fh.write('{"class": "M_Tiv",\n "nDate": 7}\n')
+            code, out, err = run("convert", bad, os.path.join(tmp, "out.msg"))
+            self.assertEqual((code, out), (1, ""))
+            self.assertIn("bad.json:", err)
+            self.assertFalse(os.path.exists(os.path.join(tmp, "out.msg")))
+            code, _, err = run("convert", os.path.join(tmp, "t.json"),
+                               os.path.join(tmp, "no", "such", "dir.msg"))
+            self.assertEqual(code, 3, err)
+            self.assertEqual(run("template", "M_Nothing")[0], 1)
+
+
 class Errors(unittest.TestCase):
     def test_wrong_names_and_numbers(self):
         cases = [
