@@ -373,6 +373,11 @@ TEST_F(Explain, HostileTextsThatHoldAFailure) {
                                   "M_SysReject:GET_VAL_ONE(M0010.T7) fail\n")
                 .find("1 more failure text does not continue this path"),
             std::string::npos);
+  // The nearest index before the text counts.
+  EXPECT_EQ(FirstLine(MA_ExplainFailureText(
+                "M_EqCmb:SET_SUB_ARR(M4316.T4938) fail; maOptCmb[0] passed, maOptCmb[2]: "
+                "M_OptCmb:SET_VAL_ONE(M4314.T4866) fail")),
+            "M_EqCmb.maOptCmb[2].sOptPayoffType (T4866, CString): SetValue gave an unknown code");
   // An index too large for an int, or never closed, gives none.
   EXPECT_EQ(FirstLine(MA_ExplainFailureText(
                 "M_EqCmb:SET_SUB_ARR(M4316.T4938) fail maOptCmb[99999999999]: "
