@@ -328,10 +328,11 @@ struct Entry {
   }
 };
 
-// "<name>:<OP>(M<number>.T<tag>) fail" with the ':' at `colon`.
-bool ReadTagged(std::string_view text, size_t colon, Entry& e) {
+// "<name>:<OP>(M<number>.T<tag>) fail" with the ':' at `colon`, the name
+// starting at `floor` or after.
+bool ReadTagged(std::string_view text, size_t floor, size_t colon, Entry& e) {
   size_t start = colon;
-  while (start > 0 && IsNameChar(text[start - 1])) --start;
+  while (start > floor && IsNameChar(text[start - 1])) --start;
   if (start == colon) return false;
   size_t at = colon + 1;
   bool known = false;
@@ -401,7 +402,7 @@ bool FindEntries(std::string_view text, std::vector<Entry>& entries) {
     Entry e{};
     bool found = false;
     if (c == ':' && (text.substr(i + 1, 4) == "GET_" || text.substr(i + 1, 4) == "SET_")) {
-      found = ReadTagged(text, i, e);
+      found = ReadTagged(text, std::max(lineStart, lastEnd), i, e);
     } else if (c == 'i' && text.substr(i, kWrongNumberText.size()) == kWrongNumberText) {
       found = ReadWrongNumber(text, i, e);
     } else if (c == 'O' && text.substr(i, kNoMemoryText.size()) == kNoMemoryText) {
@@ -568,7 +569,7 @@ bool ReadOwnText(const CMsgBase& obj, const ps::ClassInfo& cls, Level& l, std::s
     read = ReadWrongNumber(text, 0, e) && e.end == text.size();
   } else {
     size_t colon = text.find(':');
-    read = colon != std::string_view::npos && ReadTagged(text, colon, e) && e.begin == 0 &&
+    read = colon != std::string_view::npos && ReadTagged(text, 0, colon, e) && e.begin == 0 &&
            e.end == text.size();
   }
   if (!read) {

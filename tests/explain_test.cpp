@@ -364,6 +364,10 @@ TEST_F(Explain, HostileTextsThatHoldAFailure) {
   text += "M_SysReject:GET_VAL_ONE(M0010.T7) fail)))]]\0\n";
   EXPECT_EQ(FirstLine(MA_ExplainFailureText(text)),
             "M_SysReject.sSysReasonText (T7, CString): GetValue gave an unknown code");
+  // Texts with nothing between them.
+  EXPECT_EQ(FirstLine(MA_ExplainFailureText("M_EqStd:SET_SUB_ONE(M3540.T4566) fail"
+                                            "M_OptSched:SET_VAL_ONE(M3434.T451) fail")),
+            "M_EqStd.mOptSched.nStartDate (T451, CDate): SetValue gave an unknown code");
   // A long text of the same failure over and over: one path.
   std::string repeated;
   for (int i = 0; i < 20000; ++i) repeated += "M_SysReject:GET_VAL_ONE(M0010.T7) fail\n";
