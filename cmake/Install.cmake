@@ -3,8 +3,9 @@
 #   include/pricemsg/callkyt/*.h           the stand-in runtime's headers
 #   include/pricemsg/MsgBase.h, Runtime.h  the frame headers the classes include
 #   include/pricemsg/<family>/M_*.h, all.h the message classes
-#   include/pricemsg/MsgText.h,            message files and the schema tables
-#                    SchemaTables.h
+#   include/pricemsg/MsgText.h,            message files, the schema tables and
+#                    SchemaTables.h,        failures explained by field names
+#                    MsgExplain.h
 #   include/pricemsg/version.h             the version
 #   bin/pricemsg-catalogue                 the guide to the classes
 #   share/doc/pricemsg/reference/*.html    the reference pages
@@ -40,6 +41,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h ${CMAKE_SOURCE_DIR}/frame/Runt
   ${CMAKE_SOURCE_DIR}/msgtext/MsgText.h ${CMAKE_SOURCE_DIR}/msgtext/SchemaTables.h
   ${PRICEMSG_BUILD_INCLUDE_DIR}/pricemsg/version.h
   ${CMAKE_SOURCE_DIR}/json/MsgJson.h
+  ${CMAKE_SOURCE_DIR}/msgtext/MsgExplain.h
   DESTINATION ${PRICEMSG_INSTALL_INCLUDEDIR})
 # The generator's list, not a glob of the build tree, so that a class taken
 # out of the schema is not installed from a stale header.

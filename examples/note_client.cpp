@@ -5,7 +5,7 @@
 // hands that to the service, and reads the service's M_IrNoteHwOut reply
 // with Load. The service here is a stand-in that answers with a plausible
 // price; a second call gets a damaged reply, to show how a client finds the
-// first cause of a failed Load.
+// first cause of a failed Load (MA_ExplainFailure of libpricemsg_text).
 //
 // It uses the runtime only through the calls that every runtime has, so it
 // builds and runs on whichever runtime the library is built on: values are
@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "MsgExplain.h"
 #include "RuntimeProbe.h"
 #include "rates/M_IrNoteFlterHwMc.h"
 #include "rates/M_IrNoteHwOut.h"
@@ -145,27 +146,16 @@ CMsg* StandInService(CMsg* request, bool damaged) {
 
 // ---- the client ----
 
-// Prints the failure texts of a reply level by level: each level names the
-// tag of the member that failed, and the innermost holds the first cause.
-void PrintFailure(const M_IrNoteHwOut& reply, int rc) {
-  std::printf("Load failed with %d:\n  %s\n", rc, reply.errtext.ToStr());
-  for (int i = 0; i < reply.maIrNotePrice.GetSize(); ++i) {
-    const M_IrNotePrice& price = reply.maIrNotePrice[i];
-    if (price.errtext.IsEmpty()) continue;
-    std::printf("  maIrNotePrice[%d]: %s\n", i, price.errtext.ToStr());
-    for (int k = 0; k < price.maIrNoteCF.GetSize(); ++k) {
-      const M_IrNoteCF& cf = price.maIrNoteCF[k];
-      if (!cf.errtext.IsEmpty()) {
-        std::printf("  maIrNotePrice[%d].maIrNoteCF[%d]: %s\n", i, k, cf.errtext.ToStr());
-      }
-    }
-  }
+// Prints a failure as the path of field names down to its first cause, with
+// the tag, class, kind and code of each level.
+void PrintFailure(const char* what, const CMsgBase& obj) {
+  std::printf("%s failed:\n%s\n", what, MA_ExplainFailure(obj).c_str());
 }
 
 bool Value(M_IrNoteFlterHwMc& req, bool damaged) {
   std::unique_ptr<CMsg> request(req.ToMsg());
   if (!request) {
-    std::printf("ToMsg failed: %s\n", req.errtext.ToStr());
+    PrintFailure("ToMsg", req);
     return false;
   }
   std::unique_ptr<CMsg> answer(StandInService(request.get(), damaged));
@@ -174,9 +164,8 @@ bool Value(M_IrNoteFlterHwMc& req, bool damaged) {
     return false;
   }
   M_IrNoteHwOut reply;
-  int rc = reply.Load(answer.get());
-  if (rc < 0) {
-    PrintFailure(reply, rc);
+  if (reply.Load(answer.get()) < 0) {
+    PrintFailure("Load", reply);
     return false;
   }
   Print("reply M_IrNoteHwOut", reply);

@@ -85,19 +85,21 @@ class FieldLine {
 namespace {
 
 int WrongNumber(CMsgBase& self, const CMsg& msg) {
+  self.errcode = MSG_E_MSGNUM;
   FailText(self.errtext, "invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
   return MSG_E_MSGNUM;
 }
 
 // An operation between an object and its message. A failure writes the
 // text of the pattern, with the class name, message number and tag, into the
-// object's errtext.
+// object's errtext, and its code into errcode.
 class MessageOp : public FieldOp {
  protected:
   MessageOp(CMsgBase& self, CMsg& msg) : self_(self), msg_(msg) {}
   ~MessageOp() = default;
 
-  bool Fail(const char* format, int tag) {
+  bool Fail(const char* format, int tag, int code) {
+    self_.errcode = code;
     FailText(self_.errtext, format, self_.msgname.ToStr(), msg_.msgnum, tag);
     return false;
   }
@@ -130,7 +132,7 @@ class Reader final : public MessageOp {
     if (msg_.GetValue(tag, &scratchMsg_) < 0 || !scratchMsg_) return true;
     rc_ = sub.Load(scratchMsg_);
     if (rc_ >= 0) return Ok();
-    return Fail("%s:GET_SUB_ONE(M%04d.T%d) fail", tag);
+    return Fail("%s:GET_SUB_ONE(M%04d.T%d) fail", tag, rc_);
   }
 
   bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
@@ -139,7 +141,7 @@ class Reader final : public MessageOp {
     if (msg_.GetValue(tag, &*scratchArr_) < 0) return true;
     rc_ = arr.Load(&*scratchArr_);
     if (rc_ >= 0) return Ok();
-    return Fail("%s:GET_SUB_ARR(M%04d.T%d) fail", tag);
+    return Fail("%s:GET_SUB_ARR(M%04d.T%d) fail", tag, rc_);
   }
 
  private:
@@ -148,7 +150,7 @@ class Reader final : public MessageOp {
     int rc = msg_.GetValue(tag, &v);
     if (rc >= kAbsent) return true;
     rc_ = rc;
-    return Fail("%s:GET_VAL_ONE(M%04d.T%d) fail", tag);
+    return Fail("%s:GET_VAL_ONE(M%04d.T%d) fail", tag, rc);
   }
   // Positive results of the runtime count as success.
   bool Ok() {
@@ -165,6 +167,7 @@ class Reader final : public MessageOp {
 
 int Load(CMsgBase& self, CMsg* msg, Fields fields) {
   if (!msg) return MSG_E_NULL;
+  self.errcode = 0;
   if (msg->msgnum != self.msgnum) return WrongNumber(self, *msg);
   Reader reader(self, *msg);
   fields(reader, self);
@@ -188,13 +191,23 @@ class Writer final : public MessageOp {
   bool operator()(int tag, const char*, CIntArray& v) override { return Elements(tag, v); }
   bool operator()(int tag, const char*, CDblArray& v) override { return Elements(tag, v); }
 
+  // A sub-message goes to its parent, which owns it from then on. When the
+  // member's ToMsg gives null, its errcode tells why.
   bool Message(int tag, const char*, CMsgBase& sub, CopyMsgFn) override {
-    return Attach(tag, sub.ToMsg(), "%s:SET_SUB_ONE(M%04d.T%d) fail");
+    CMsg* msg = sub.ToMsg();
+    if (!msg) return Fail("%s:SET_SUB_ONE(M%04d.T%d) fail", tag, sub.errcode);
+    return Write(tag, msg);
   }
 
   bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
     for (int i = 0; i < arr.GetSize(); ++i) {
-      if (!Attach(tag, arr.ToMsg(i), "%s:SET_SUB_ARR(M%04d.T%d) fail")) return false;
+      if (CMsg* msg = arr.ToMsg(i)) {
+        if (!Write(tag, msg)) return false;
+        continue;
+      }
+      // The element's own code, or none ever made after a failed SetSize.
+      const CMsgBase* element = arr.GetAt(i);
+      return Fail("%s:SET_SUB_ARR(M%04d.T%d) fail", tag, element ? element->errcode : MSG_E_NOMEM);
     }
     return true;
   }
@@ -203,7 +216,7 @@ class Writer final : public MessageOp {
   template <class V>
   bool Write(int tag, const V& v) {
     int rc = msg_.SetValue(tag, v);
-    return rc >= 0 || Fail("%s:SET_VAL_ONE(M%04d.T%d) fail", tag);
+    return rc >= 0 || Fail("%s:SET_VAL_ONE(M%04d.T%d) fail", tag, rc);
   }
 
   // Each element of an array is one value under the array's tag.
@@ -214,19 +227,12 @@ class Writer final : public MessageOp {
     }
     return true;
   }
-
-  // Hands a sub-message to its parent, which owns it from then on. A null
-  // sub-message is the failure of its own ToMsg, of a single field or of an
-  // element of an array.
-  bool Attach(int tag, CMsg* sub, const char* nullFormat) {
-    if (!sub) return Fail(nullFormat, tag);
-    return Write(tag, sub);
-  }
 };
 
 }  // namespace
 
 CMsg* ToMsg(CMsgBase& self, Fields fields) {
+  self.errcode = 0;
   CMsg* msg;
   try {
     CMsgDic* dic = MA_GetMsgDic();
@@ -235,6 +241,7 @@ CMsg* ToMsg(CMsgBase& self, Fields fields) {
     msg = nullptr;
   }
   if (!msg) {
+    self.errcode = MSG_E_NOMEM;
     self.errtext = "Out of memory";
     return nullptr;
   }

@@ -4,7 +4,8 @@
 // fields, in tag order; every M_<Name>_Array derives from CMsgBase_Array and
 // owns a growable sequence of M_<Name> on the heap. Failures are told by a
 // negative result or a null pointer, with the text in the `errtext` of the
-// failing object; `errtext` keeps the text of the last failure.
+// failing object; `errtext` keeps the text of the last failure, and
+// `errcode` says whether the last Load or ToMsg failed and with what code.
 #pragma once
 
 #include "Runtime.h"
@@ -17,8 +18,19 @@ class PRICEMSG_EXPORT CMsgBase {
   int msgnum;
   CString msgname;
   CString errtext;
+  // The code of the failure of the last Load or ToMsg, 0 if it succeeded (or
+  // none has run yet); a Load with a null message leaves it as it was. Where
+  // a call of the runtime failed at this level, its result: GetValue's
+  // (GET_VAL_ONE) or SetValue's (SET_VAL_ONE). Where a member failed, the
+  // member's code, so that each level holds the code of the first cause:
+  // the result of its Load (GET_SUB_ONE, GET_SUB_ARR), its errcode for a
+  // sub-message whose ToMsg gave null (SET_SUB_ONE, SET_SUB_ARR), or -11
+  // for an element that a failed SetSize never made. -28 for a message of
+  // another number, -11 when no message could be made ("Out of memory").
+  // errtext keeps its last text through later successes; errcode does not.
+  int errcode;
 
-  CMsgBase() : msgnum(0) {}
+  CMsgBase() : msgnum(0), errcode(0) {}
   virtual ~CMsgBase();
 
   // Fills the fields from a message of this class's number; what the message
