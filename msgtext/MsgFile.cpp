@@ -328,7 +328,7 @@ int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {
     std::unique_ptr<CMsg> tree;
     {
       std::string text;
-      if (!ReadWhole(path, &text, err)) return MSGTEXT_E_IO;
+      if (!pricemsg::text::ReadWholeFile(path, &text, err)) return MSGTEXT_E_IO;
       // The reader's own position goes to the caller, so the code is told
       // from a local copy of the error.
       MsgTextError read;

@@ -185,16 +185,33 @@ TEST(MsgTemplate, EveryClassReadsBackAndLoadsWithEveryFieldSet) {
 TEST(MsgTemplate, ASmallClassLineByLineAndWhatIsRefused) {
   std::string text;
   ASSERT_EQ(MA_WriteMsgTemplate(2143, &text), MSGTEXT_OK);
+  // The comments carry the role and description of the class and the role
+  // of each field, where the schema gives them.
+  namespace schema = pricemsg::schema;
+  const schema::ClassInfo& tiv = *schema::FindClass(2143);
+  auto with = [](std::string head, const char* more) { return *more ? head + ": " + more : head; };
+  auto field = [&](int tag, const char* kind) {
+    return with(kind, schema::FindMember(tiv, tag)->role);
+  };
   EXPECT_EQ(text,
             "M2143 M_Tiv {\n"
-            "  # M_Tiv (M2143)\n"
-            "  # date\n"
-            "  T198 nDate n \"20000101\"\n"
-            "  # string\n"
-            "  T775 sDateType s \"\"\n"
-            "  # string\n"
-            "  T800 sMatur s \"\"\n"
-            "}\n");
+            "  # " +
+                with(with("M_Tiv (M2143)", tiv.role), tiv.description) +
+                "\n"
+                "  # " +
+                field(198, "date") +
+                "\n"
+                "  T198 nDate n \"20000101\"\n"
+                "  # " +
+                field(775, "string") +
+                "\n"
+                "  T775 sDateType s \"\"\n"
+                "  # " +
+                field(800, "string") +
+                "\n"
+                "  T800 sMatur s \"\"\n"
+                "}\n");
+  EXPECT_NE(std::string(tiv.description), "");
 
   // A number of no class, and no output: nothing written, the reason said.
   for (int number : {0, -1, 9, 11, 1238, 4863, INT_MIN, INT_MAX}) {

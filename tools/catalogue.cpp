@@ -35,6 +35,7 @@
 
 #include "Catalogue.h"
 #include "CatalogueFactory.h"
+#include "MsgExplain.h"
 #include "MsgJson.h"
 #include "MsgText.h"
 #include "RuntimeProbe.h"
@@ -818,6 +819,19 @@ int Template(const Io& io, const Args& args) {
   return kFound;
 }
 
+// Explains failure texts of Load or ToMsg, as a log gives them, by the
+// fields they name, down to the first cause.
+int Explain(const Io& io, const Args& args) {
+  std::string text;
+  for (const std::string& operand : args.operands) text += operand + "\n";
+  const std::string explained = MA_ExplainFailureText(text);
+  const bool ok = explained.rfind("cannot explain:", 0) != 0;
+  if (!ok) std::fprintf(io.err, "%s: ", kTool);
+  std::fputs(explained.c_str(), ok ? io.out : io.err);
+  if (explained.empty() || explained.back() != '\n') std::fputc('\n', ok ? io.out : io.err);
+  return ok ? kFound : kNotFound;
+}
+
 // A path names a JSON message file when it ends in ".json", in any case.
 bool IsJsonPath(const std::string& path) {
   return path.size() >= 5 && Lower(path.substr(path.size() - 5)) == ".json";
@@ -970,6 +984,18 @@ const std::vector<Command>& Commands() {
        "output, in the form that the input is not.",
        {},
        Convert},
+      {"explain",
+       "<failure text...>",
+       1,
+       kAny,
+       "takes one or more failure texts",
+       "the fields that a failure of Load or ToMsg names, down to its first cause",
+       "Give the failure texts as a log shows them (M_EqStd:SET_SUB_ONE(M3540.T4566)\n"
+       "fail), one level or several, in any order, one an argument or several in\n"
+       "one. The first line is the path of field names with the tag, class, kind\n"
+       "and code of the cause; one line follows for each level.",
+       {},
+       Explain},
   };
   return commands;
 }

@@ -225,6 +225,20 @@ class Files(unittest.TestCase):
             self.assertEqual(run("template", "M_Nothing")[0], 1)
 
 
+    def test_explain_names_the_fields_down_to_the_cause(self):
+        outer = "M_EqStd:SET_SUB_ONE(M3540.T4566) fail"
+        inner = "M_OptSched:SET_VAL_ONE(M3434.T451) fail"
+        for args in ([outer, inner], [inner, outer], [outer + "\n" + inner]):
+            with self.subTest(args=args):
+                code, out, err = run("explain", *args)
+                self.assertEqual((code, err), (0, ""))
+                self.assertTrue(out.startswith("M_EqStd.mOptSched.nStartDate (T451, CDate)"), out)
+        code, out, err = run("explain", "M_Nowhere:SET_VAL_ONE(M1.T2) fail")
+        self.assertEqual((code, out), (1, ""))
+        self.assertTrue(err.startswith("pricemsg-catalogue: cannot explain:"), err)
+        self.assertEqual(run("explain")[0], 2)
+
+
 class Errors(unittest.TestCase):
     def test_wrong_names_and_numbers(self):
         cases = [
@@ -246,7 +260,8 @@ class Errors(unittest.TestCase):
         roles = ", ".join(ROLES)
         cases = [
             # (arguments, the command that tells it, what it says)
-            ([], None, "give a command (list, find, show, holders, dump, file)"),
+            ([], None, "give a command (list, find, show, holders, dump, file, template, convert, "
+             "explain)"),
             (["shwo", "M_InstInfo"], None, "no command 'shwo' (did you mean 'show'?)"),
             (["--depth=2"], None, "no option '--depth=2' before a command"),
             (["help", "nope"], None, "help takes one command, not 'nope'"),
