@@ -6,6 +6,13 @@
 // negative result or a null pointer, with the text in the `errtext` of the
 // failing object; `errtext` keeps the text of the last failure, and
 // `errcode` says whether the last Load or ToMsg failed and with what code.
+//
+// Threads: an object, with everything it holds, belongs to one thread at a
+// time; objects of any classes may be used in as many threads at once as
+// there are objects. No call changes anything shared between objects. Load
+// only reads the runtime message it is given, so several threads may load
+// from one message at once where the runtime makes reads of a message safe
+// (the stand-in does).
 #pragma once
 
 #include "Runtime.h"
