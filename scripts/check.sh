@@ -82,6 +82,13 @@ client_of_package() {
     return 1
   fi
   scripts/check_imports.sh "$libdir/libpricemsg.so"
+  echo "-- the installed tool and reference pages"
+  LD_LIBRARY_PATH='' "$prefix/bin/pricemsg-catalogue" --version
+  LD_LIBRARY_PATH='' "$prefix/bin/pricemsg-catalogue" find swaption >/dev/null
+  [[ -s $(find "$prefix/share/doc" -path '*/reference/index.html' | head -1) ]] || {
+    echo "the reference pages were not installed" >&2
+    return 1
+  }
 
   echo "-- find_package"
   cmake -S tests/package -B "$work/cmake-client" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" |
