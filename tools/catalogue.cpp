@@ -427,6 +427,7 @@ std::vector<std::string> TextWords(const char* text) {
 struct Term {
   std::vector<std::string> words;  // lower case: one word, or a phrase of the word list
   std::vector<std::string> parts;  // the name parts its phrase stands for, lower case
+  std::string glued;               // the words without spaces, as a name would hold them
 };
 
 std::string Joined(const std::vector<std::string>& words, const char* between) {
@@ -456,6 +457,7 @@ std::vector<Term> ReadQuery(const std::vector<std::string>& operands) {
       }
     }
     at += term.words.size();
+    term.glued = Joined(term.words, "");
     terms.push_back(std::move(term));
   }
   return terms;
@@ -476,9 +478,16 @@ int NameScore(const std::string& name, const std::string& needle) {
   return best;
 }
 
+// Whether `many` is `one` and an "s"; no copy, so that a query word of any
+// length costs no more than a comparison.
+bool PluralOf(const std::string& one, const std::string& many) {
+  return many.size() == one.size() + 1 && many.back() == 's' &&
+         many.compare(0, one.size(), one) == 0;
+}
+
 // Whether a query word is this word of a text, or its plural or singular.
 bool SameWord(const std::string& query, const std::string& word) {
-  return query == word || query + "s" == word || word + "s" == query;
+  return query == word || PluralOf(query, word) || PluralOf(word, query);
 }
 
 // 1 if the words follow one another among `text`, else 0.
@@ -492,7 +501,7 @@ int TextScore(const std::vector<std::string>& text, const std::vector<std::strin
 }
 
 int TermScore(const Term& term, const char* name, const std::vector<std::string>& text) {
-  int best = NameScore(name, Joined(term.words, ""));
+  int best = NameScore(name, term.glued);
   for (const std::string& part : term.parts) best = std::max(best, NameScore(name, part));
   return best > 0 ? best : TextScore(text, term.words);
 }
