@@ -109,7 +109,8 @@ client_of_package() {
   rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg |
     sed 's/-L/-Wl,-rpath,/g')
   # shellcheck disable=SC2086  # the flags are words
-  g++ -std=c++17 -Wall -Wextra -Werror -Itests/package/decoy tests/package/main.cpp $flags $rpaths \
+  g++ -std=c++17 -Wall -Wextra -Werror -I"$work/cmake-client/decoy" tests/package/main.cpp $flags \
+    $rpaths \
     -o "$work/pc-client"
   "$work/pc-client"
   rm -rf "$work"

@@ -2,7 +2,8 @@
 // documented calls alone so that it builds on whichever runtime the package
 // was built on: it fills a small request, turns it into a message, loads the
 // message into a second object, and checks the fields and the text form of
-// both messages. Exits with 1 on any difference. Its own headers (decoy/)
+// both messages. Exits with 1 on any difference. Its own headers (made by its
+// CMakeLists.txt)
 // come first on the include path and have the names of the library's: the
 // library's headers must reach each other all the same.
 #include <cstdio>

@@ -1,2 +1,0 @@
-// A header of the client that has the name of one of the library's.
-#error "the client's own rates/M_IrFloater.h was taken for the library's"
