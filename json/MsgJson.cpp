@@ -48,22 +48,15 @@ constexpr const char* kMinusNaN = "-NaN";
 constexpr const char* kInfinity = "Infinity";
 constexpr const char* kMinusInfinity = "-Infinity";
 
+using pricemsg::text::ClearError;
+
+// The reason at a place of the input; the code is the caller's to give.
 __attribute__((format(printf, 4, 5))) void SetError(MsgTextError* err, int line, int column,
                                                     const char* format, ...) {
-  if (!err) return;
-  err->line = line;
-  err->column = column;
   va_list args;
   va_start(args, format);
-  std::vsnprintf(err->reason, sizeof err->reason, format, args);
+  pricemsg::text::SetErrorV(err, line, column, format, args);
   va_end(args);
-}
-
-void ClearError(MsgTextError* err) {
-  if (!err) return;
-  err->line = 0;
-  err->column = 0;
-  err->reason[0] = '\0';
 }
 
 // Input shown in a reason: bytes outside printable ASCII as \xHH, and at
@@ -277,6 +270,23 @@ class Writer {
     return code;
   }
 
+  // A value array as a JSON array of its elements, each written by `put`;
+  // nothing for an absent or empty one.
+  template <class A, class Put>
+  int PutValues(CMsg* msg, const FieldInfo& f, Put put) {
+    A a;
+    const int got = Get(msg, f, &a);
+    if (got != 1 || a.size <= 0) return got < 0 ? got : MSGTEXT_OK;
+    Key(f.name);
+    OpenArray();
+    for (int i = 0; i < a.size; ++i) {
+      Next(i);
+      put(a.GetAt(i));
+    }
+    CloseArray();
+    return MSGTEXT_OK;
+  }
+
   // 1 when the message has the value, 0 when it lacks it, and a failure
   // code when the runtime fails.
   template <class V>
@@ -350,32 +360,10 @@ class Writer {
         PutText(out_, text, static_cast<size_t>(size), indent_);
         return MSGTEXT_OK;
       }
-      case Kind::kIntArray: {
-        CIntArray a;
-        const int got = Get(msg, f, &a);
-        if (got != 1 || a.size <= 0) return got < 0 ? got : MSGTEXT_OK;
-        Key(f.name);
-        OpenArray();
-        for (int i = 0; i < a.size; ++i) {
-          Next(i);
-          out_ += std::to_string(a.GetAt(i));
-        }
-        CloseArray();
-        return MSGTEXT_OK;
-      }
-      case Kind::kDblArray: {
-        CDblArray a;
-        const int got = Get(msg, f, &a);
-        if (got != 1 || a.size <= 0) return got < 0 ? got : MSGTEXT_OK;
-        Key(f.name);
-        OpenArray();
-        for (int i = 0; i < a.size; ++i) {
-          Next(i);
-          PutDouble(out_, a.GetAt(i));
-        }
-        CloseArray();
-        return MSGTEXT_OK;
-      }
+      case Kind::kIntArray:
+        return PutValues<CIntArray>(msg, f, [this](int v) { out_ += std::to_string(v); });
+      case Kind::kDblArray:
+        return PutValues<CDblArray>(msg, f, [this](double v) { PutDouble(out_, v); });
       case Kind::kMessage: {
         CMsg* sub = nullptr;
         const int got = Get(msg, f, &sub);
@@ -960,20 +948,14 @@ int MA_WriteMsgJson(CMsg* msg, std::string* out, MsgTextError* err) {
     SetError(err, 0, 0, "no %s", msg ? "output" : "message");
     return MSGTEXT_E_ARG;
   }
-  try {
-    std::string text;
-    const int rc = Writer(text, err).Write(msg);
-    if (rc != MSGTEXT_OK) return rc;
-    out->append(text);
-  } catch (const std::bad_alloc&) {
-    SetError(err, 0, 0, "out of memory");
-    return MSGTEXT_E_NOMEM;
-  } catch (const nlohmann::json::exception& e) {
-    SetError(err, 0, 0, "%s", e.what());
-    return MSGTEXT_E_VALUE;
-  }
-  ClearError(err);
-  return MSGTEXT_OK;
+  return pricemsg::text::AppendWhole(out, err, [&](std::string& to) -> int {
+    try {
+      return Writer(to, err).Write(msg);
+    } catch (const nlohmann::json::exception& e) {
+      SetError(err, 0, 0, "%s", e.what());
+      return MSGTEXT_E_VALUE;
+    }
+  });
 }
 
 CMsg* MA_ReadMsgJson(const char* text, size_t size, MsgTextError* err) {

@@ -178,14 +178,11 @@ class TemplateWriter {
 }  // namespace pricemsg::text
 
 int MA_WriteMsgTemplate(int classNumber, std::string* out, MsgTextError* err) {
-  using pricemsg::text::ClearError;
   using pricemsg::text::SetError;
   if (!out) return SetError(err, MSGTEXT_E_ARG, 0, 0, "no output");
   const pricemsg::schema::ClassInfo* cls = pricemsg::schema::FindClass(classNumber);
   if (!cls) return SetError(err, MSGTEXT_E_CLASS, 0, 0, "no class has the number M%d", classNumber);
-  const size_t size = out->size();
-  int rc;
-  try {
+  return pricemsg::text::AppendWhole(out, err, [&](std::string& to) {
     // A class too deep is refused before a line is written: a class that
     // holds itself would otherwise be unfolded down to the limit, along every
     // way at once.
@@ -194,14 +191,6 @@ int MA_WriteMsgTemplate(int classNumber, std::string* out, MsgTextError* err) {
                       "%s (M%d): its messages nest more than %d levels deep", cls->name,
                       cls->number, kMsgTextMaxDepth);
     }
-    rc = pricemsg::text::TemplateWriter(*out, err).Write(*cls);
-  } catch (const std::bad_alloc&) {
-    rc = SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
-  }
-  if (rc != MSGTEXT_OK) {
-    out->resize(size);
-  } else {
-    ClearError(err);
-  }
-  return rc;
+    return pricemsg::text::TemplateWriter(to, err).Write(*cls);
+  });
 }

@@ -259,17 +259,6 @@ int MA_WriteMsgText(CMsg* msg, std::string* out, MsgTextError* err) {
   if (!msg || !out) {
     return SetError(err, MSGTEXT_E_ARG, 0, 0, "no %s", msg ? "output" : "message");
   }
-  const size_t size = out->size();
-  int rc;
-  try {
-    rc = Writer(*out, err).Write(msg);
-  } catch (const std::bad_alloc&) {
-    rc = SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
-  }
-  if (rc != MSGTEXT_OK) {
-    out->resize(size);
-  } else {
-    ClearError(err);
-  }
-  return rc;
+  return pricemsg::text::AppendWhole(out, err,
+                                     [&](std::string& to) { return Writer(to, err).Write(msg); });
 }

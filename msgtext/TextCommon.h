@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <new>
 #include <string>
 
 #include "MsgText.h"
@@ -33,15 +34,36 @@ char* PutHex(char* out, unsigned char c);
 
 // Sets `err` (if not null) to the position and the formatted reason, cut to
 // fit. Gives `code`, so that a failing function can end with it.
-int SetError(MsgTextError* err, int code, int line, int column, const char* format, ...)
-    __attribute__((format(printf, 5, 6)));
-void SetErrorV(MsgTextError* err, int line, int column, const char* format, va_list args)
-    __attribute__((format(printf, 4, 0)));
+PRICEMSG_TEXT_EXPORT int SetError(MsgTextError* err, int code, int line, int column,
+                                  const char* format, ...) __attribute__((format(printf, 5, 6)));
+PRICEMSG_TEXT_EXPORT void SetErrorV(MsgTextError* err, int line, int column, const char* format,
+                                    va_list args) __attribute__((format(printf, 4, 0)));
 // Appends to the reason that `err` holds, cut to fit.
 void AppendReasonV(MsgTextError* err, const char* format, va_list args)
     __attribute__((format(printf, 2, 0)));
 // Line 0, column 0, an empty reason.
-void ClearError(MsgTextError* err);
+PRICEMSG_TEXT_EXPORT void ClearError(MsgTextError* err);
+
+// Runs `write(*out)`, which appends a text and gives MSGTEXT_OK or a failure
+// code with `err` set, as every writer of texts does: on failure, running
+// out of memory included, `out` is left as it was; on success `err` is
+// cleared.
+template <class Write>
+int AppendWhole(std::string* out, MsgTextError* err, Write write) {
+  const size_t size = out->size();
+  int rc;
+  try {
+    rc = write(*out);
+  } catch (const std::bad_alloc&) {
+    rc = SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
+  }
+  if (rc != MSGTEXT_OK) {
+    out->resize(size);
+  } else {
+    ClearError(err);
+  }
+  return rc;
+}
 
 // Replaces the file at `path` (neither null nor empty) with `text`, whole or
 // not at all, as MA_WriteMsgFile says. Gives MSGTEXT_OK, or MSGTEXT_E_IO

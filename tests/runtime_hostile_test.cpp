@@ -30,13 +30,6 @@ using testing_support::FailingAlloc;
 using testing_support::MsgPtr;
 using testing_support::Str;
 
-// The ThreadSanitizer build links no failing operator new (tests/CMakeLists.txt).
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define RUNTIME_TEST_WITHOUT_FAILING_ALLOC
-#endif
-#endif
-
 namespace {
 
 MsgPtr NewMsg(int num, CMsgDic* dic = MA_GetMsgDic()) { return MsgPtr(new CMsg(num, 0, 0, dic)); }
@@ -118,8 +111,6 @@ TEST(DeepTrees, AreFreedMeasuredAndCheckedForCyclesAtAnyDepth) {
   EXPECT_EQ(pair.GetAt(0)->SetValue(695, comb.get()), KYT_E_ARG);  // the last level
   EXPECT_EQ(comb->GetTreeSize(), 2 * kDeep + 1);
 }
-
-#ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
 
 TEST(DeepTrees, ACycleCheckThatRunsOutOfMemoryRefusesAndFreesNothing) {
   REQUIRE_FAILING_ALLOC();
@@ -608,7 +599,5 @@ TEST(BlockPools, AreOffWhenTheEnvironmentSaysSo) {
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
-
-#endif  // RUNTIME_TEST_WITHOUT_FAILING_ALLOC
 
 }  // namespace

@@ -33,13 +33,6 @@
 using testing_support::MsgPtr;
 using testing_support::Text;
 
-// The ThreadSanitizer build links no failing operator new (tests/CMakeLists.txt).
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define RUNTIME_TEST_WITHOUT_FAILING_ALLOC
-#endif
-#endif
-
 namespace {
 
 // Every record of a message, as the cursor gives them: for trees that no
@@ -346,7 +339,6 @@ TEST(CStringTest, FormatKeepsUpTo31BytesInTheObjectAndTakesAnyLength) {
   }
 }
 
-#ifndef RUNTIME_TEST_WITHOUT_FAILING_ALLOC
 TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
   REQUIRE_FAILING_ALLOC();
   using testing_support::FailingAlloc;
@@ -375,7 +367,6 @@ TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
     EXPECT_EQ(Str(t), "-" + std::string(29, '0') + "5");
   }
 }
-#endif
 
 TEST(CDateTest, SetTakesDatesOnlyAndIsValidTextChecksTheCalendar) {
   CDate d;
