@@ -20,6 +20,7 @@
 #include "RuntimeFaults.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
+#include "TextTesting.h"
 
 using namespace testing_support;
 namespace fs = std::filesystem;
@@ -99,23 +100,6 @@ MsgPtr Greeks() {
   Attach(*m, 2668, 1925);
   return m;
 }
-
-// Runs `f` on a thread of its own, which starts with no spare message
-// blocks, and tells whether every block it allocated is freed again.
-bool LeavesNothing(const std::function<void()>& f) {
-  MA_GetMsgDic();
-  const long live = FailingAlloc::Live();
-  std::thread(f).join();
-  return FailingAlloc::Live() == live;
-}
-
-struct TempDir {
-  fs::path path =
-      fs::path(::testing::TempDir()) /
-      ("json-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-  TempDir() { fs::create_directories(path); }
-  ~TempDir() { fs::remove_all(path); }
-};
 
 std::string Content(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -493,39 +477,8 @@ TEST(MsgJson, LeaksNothingWhenMemoryRunsOut) {
   REQUIRE_FAILING_ALLOC();
   MsgPtr tree = Greeks();
   const std::string json = Json(tree.get());
-  long points = ForEachAllocationFailure([&](long n) {
-    EXPECT_TRUE(LeavesNothing([&] {
-      MsgTextError err{};
-      FailingAlloc::FailAt(n);
-      MsgPtr msg = ReadJson(json, &err);
-      FailingAlloc::Off();
-      if (FailingAlloc::Fired()) {
-        EXPECT_FALSE(msg) << "allocation " << n;
-        EXPECT_TRUE(std::strcmp(err.reason, "out of memory") == 0 ||
-                    std::strstr(err.reason, "the runtime refused the"))
-            << "allocation " << n << ": " << err.reason;
-      } else {
-        ASSERT_TRUE(msg) << err.reason;
-        EXPECT_EQ(Json(msg.get()), json);
-      }
-    })) << "allocation "
-        << n;
-  });
+  long points = SweepReads([&](MsgTextError* err) { return ReadJson(json, err); }, Json, json);
   EXPECT_GT(points, 10);
-  points = ForEachAllocationFailure([&](long n) {
-    EXPECT_TRUE(LeavesNothing([&] {
-      std::string out = "kept";
-      FailingAlloc::FailAt(n);
-      const int rc = MA_WriteMsgJson(tree.get(), &out);
-      FailingAlloc::Off();
-      if (FailingAlloc::Fired()) {
-        EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc;
-        EXPECT_EQ(out, "kept") << "allocation " << n;
-      } else {
-        EXPECT_EQ(out, "kept" + json);
-      }
-    })) << "allocation "
-        << n;
-  });
+  points = SweepWrites([&](std::string* out) { return MA_WriteMsgJson(tree.get(), out); }, json);
   EXPECT_GT(points, 5);
 }

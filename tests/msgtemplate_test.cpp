@@ -16,6 +16,7 @@
 #include "RuntimeFaults.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
+#include "TextTesting.h"
 #include "shared/M_SysReject.h"
 #include "shared/M_Tiv.h"
 
@@ -227,26 +228,6 @@ TEST(MsgTemplate, ASmallClassLineByLineAndWhatIsRefused) {
   EXPECT_STREQ(err.reason, "no output");
   EXPECT_EQ(MA_WriteMsgTemplate(-5, &text), MSGTEXT_E_CLASS);  // no error to fill
 }
-
-// A temporary directory of the test, removed with it.
-class TempDir {
- public:
-  TempDir() {
-    path_ = fs::temp_directory_path() / ("msgtemplate_test-" + std::to_string(getpid()));
-    fs::remove_all(path_);
-    fs::create_directories(path_);
-  }
-  ~TempDir() { fs::remove_all(path_); }
-  std::string File(const std::string& name, const std::string& content) const {
-    const std::string p = (path_ / name).string();
-    std::ofstream(p, std::ios::binary) << content;
-    return p;
-  }
-  std::string Path(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  fs::path path_;
-};
 
 TEST(MsgFile, LoadsAFileIntoAnObjectOrSaysWhyNot) {
   TempDir dir;

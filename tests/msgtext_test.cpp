@@ -31,6 +31,7 @@
 #include "RuntimeFaults.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
+#include "TextTesting.h"
 #include "rates/M_IrTargetSwitching.h"
 
 using namespace testing_support;
@@ -141,30 +142,6 @@ bool SameBits(double a, double b) {
   if (std::isnan(a)) return std::isnan(b) && std::signbit(a) == std::signbit(b);
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
-
-// Runs `f` on a thread of its own, which starts with no spare message
-// blocks, and tells whether every block it allocated is freed again.
-bool LeavesNothing(const std::function<void()>& f) {
-  MA_GetMsgDic();  // built on the first call, and kept
-  const long live = FailingAlloc::Live();
-  std::thread(f).join();
-  return FailingAlloc::Live() == live;
-}
-
-// A directory of the running test's own under the temporary directory.
-struct TempDir {
-  fs::path path = fs::path(::testing::TempDir()) /
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  TempDir() { fs::create_directories(path); }
-  ~TempDir() { fs::remove_all(path); }
-
-  std::vector<std::string> Names() const {
-    std::vector<std::string> out;
-    for (const auto& e : fs::directory_iterator(path)) out.push_back(e.path().filename());
-    std::sort(out.begin(), out.end());
-    return out;
-  }
-};
 
 }  // namespace
 
@@ -546,42 +523,12 @@ TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
   const std::string path = (dir.path / "switching.msg").string();
   MsgPtr tree = Switching();
   ASSERT_EQ(MA_WriteMsgFile(tree.get(), path.c_str()), MSGTEXT_OK);
-  long points = ForEachAllocationFailure([&](long n) {
-    EXPECT_TRUE(LeavesNothing([&] {
-      MsgTextError err{};
-      FailingAlloc::FailAt(n);
-      MsgPtr msg(MA_ReadMsgFile(path.c_str(), &err));
-      FailingAlloc::Off();
-      if (FailingAlloc::Fired()) {
-        // The runtime may tell its own failure instead.
-        EXPECT_FALSE(msg) << "allocation " << n;
-        EXPECT_TRUE(std::strcmp(err.reason, "out of memory") == 0 ||
-                    std::strstr(err.reason, "the runtime refused the"))
-            << "allocation " << n << ": " << err.reason;
-      } else {
-        ASSERT_TRUE(msg) << err.reason;
-        EXPECT_EQ(Text(msg.get()), kSwitchingText);
-      }
-    })) << "allocation "
-        << n;
-  });
+  long points =
+      SweepReads([&](MsgTextError* err) { return MsgPtr(MA_ReadMsgFile(path.c_str(), err)); }, Text,
+                 kSwitchingText);
   EXPECT_GT(points, 5);
-
-  points = ForEachAllocationFailure([&](long n) {
-    EXPECT_TRUE(LeavesNothing([&] {
-      std::string out = "kept";
-      FailingAlloc::FailAt(n);
-      const int rc = MA_WriteMsgText(tree.get(), &out);
-      FailingAlloc::Off();
-      if (FailingAlloc::Fired()) {
-        EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc;
-        EXPECT_EQ(out, "kept") << "allocation " << n;
-      } else {
-        EXPECT_EQ(out, "kept" + kSwitchingText);
-      }
-    })) << "allocation "
-        << n;
-  });
+  points = SweepWrites([&](std::string* out) { return MA_WriteMsgText(tree.get(), out); },
+                       kSwitchingText);
   EXPECT_GT(points, 3);
 
   // A file write that runs out of memory has changed nothing: the old file
