@@ -185,8 +185,8 @@ MsgPtr SwitchingWith(int extra, bool unknownTags) {
   namespace schema = pricemsg::schema;
   const schema::ClassInfo& cls = *schema::FindClass(3685);
   std::vector<int> foreign;  // int fields of the dictionary that the class lacks
-  for (int i = 0; i < schema::kFieldCount && foreign.size() < 64; ++i) {
-    const schema::FieldInfo& f = schema::kFields[i];
+  for (const schema::FieldInfo& f : schema::Fields()) {
+    if (foreign.size() == 64) break;
     if (f.kind == schema::Kind::kInt && !schema::FindMember(cls, f.tag)) foreign.push_back(f.tag);
   }
   MsgPtr tree = testing_support::BuildSample(3685, true);

@@ -2,16 +2,18 @@
 #
 #   include/pricemsg/callkyt/*.h           the stand-in runtime's headers
 #   include/pricemsg/MsgBase.h, Runtime.h  the frame headers the classes include
+#   include/pricemsg/SchemaTables.h,       the schema tables, the reflection and
+#                    Reflect.h, Search.h    the search of the catalogue
 #   include/pricemsg/<family>/M_*.h, all.h the message classes
-#   include/pricemsg/MsgText.h,            message files, the schema tables and
-#                    SchemaTables.h,        failures explained by field names
-#                    MsgExplain.h
+#   include/pricemsg/MsgText.h,            message files and failures explained
+#                    MsgExplain.h           by field names
 #   include/pricemsg/version.h             the version
 #   bin/pricemsg-catalogue                 the guide to the classes
 #   share/doc/pricemsg/reference/*.html    the reference pages
 #   include/pricemsg/MsgJson.h             message files as JSON
-#   lib/libpricemsg.so                     the message classes
-#   lib/libpricemsg_text.so                message files and the schema tables
+#   lib/libpricemsg.so                     the message classes, the schema tables
+#                                          and the reflection
+#   lib/libpricemsg_text.so                message files, failures explained
 #   lib/libpricemsg_json.so                message files as JSON
 #   lib/libcallkyt.so, libcallkyt_dat.so   the stand-in runtime
 #   lib/cmake/pricemsg/                    find_package(pricemsg)
@@ -38,7 +40,9 @@ if(PRICEMSG_STANDIN)
     FILES_MATCHING PATTERN "*.h")
 endif()
 install(FILES ${CMAKE_SOURCE_DIR}/frame/MsgBase.h ${CMAKE_SOURCE_DIR}/frame/Runtime.h
-  ${CMAKE_SOURCE_DIR}/msgtext/MsgText.h ${CMAKE_SOURCE_DIR}/msgtext/SchemaTables.h
+  ${CMAKE_SOURCE_DIR}/frame/SchemaTables.h ${CMAKE_SOURCE_DIR}/frame/Reflect.h
+  ${CMAKE_SOURCE_DIR}/frame/Search.h
+  ${CMAKE_SOURCE_DIR}/msgtext/MsgText.h
   ${PRICEMSG_BUILD_INCLUDE_DIR}/pricemsg/version.h
   ${CMAKE_SOURCE_DIR}/json/MsgJson.h
   ${CMAKE_SOURCE_DIR}/msgtext/MsgExplain.h

@@ -1,84 +1,17 @@
+// The message pattern: Load, ToMsg, Dump and Copy of every message class,
+// each an operation over the class's walk.
 #include "MsgBase.h"
 
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <optional>
 
+#include "FrameText.h"
 #include "MsgPattern.h"
 
 CMsgBase::~CMsgBase() = default;
 
-CMsgBase_Array::~CMsgBase_Array() = default;
-
 namespace pricemsg::detail {
-
-namespace {
-
-// Writes a failure text. It must not fail itself: when memory is short and
-// the text cannot be formatted, it is cut to what a small buffer holds, and
-// if even that cannot be stored the old text stays.
-template <class... Args>
-void FailText(CString& errtext, const char* format, Args... args) noexcept {
-  try {
-    errtext.Format(format, args...);
-  } catch (...) {
-    char cut[64];
-    if (std::snprintf(cut, sizeof cut, format, args...) < 0) return;  // cut is meant
-    try {
-      errtext = cut;
-    } catch (...) {
-    }
-  }
-}
-
-// One dump line, "\n" + name right-aligned in 20 columns + " : [" + value +
-// "]", built on the stack and handed to the stream in one piece; a value too
-// long for the buffer goes to the stream as it is. Every line goes out with
-// its newline in front of it, so a dump starts with a newline and ends
-// without one.
-class FieldLine {
- public:
-  explicit FieldLine(CStream* out) : out_(out), size_(1) { buf_[0] = '\n'; }
-  FieldLine(CStream* out, const char* name) : FieldLine(out) {
-    size_t len = std::strlen(name);
-    if (len < kWidth) {
-      std::memset(buf_ + size_, ' ', kWidth - len);
-      size_ += kWidth - len;
-    }
-    Put(name, len);
-  }
-  ~FieldLine() { Flush(); }
-  FieldLine(const FieldLine&) = delete;
-  FieldLine& operator=(const FieldLine&) = delete;
-
-  void Put(const char* text, size_t len) {
-    if (len > sizeof buf_ - size_) {
-      Flush();
-      out_->AppendData(text, static_cast<int>(len));
-      return;
-    }
-    std::memcpy(buf_ + size_, text, len);
-    size_ += len;
-  }
-  void PutInt(int v) {
-    char digits[16];
-    Put(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, v).ptr - digits));
-  }
-
- private:
-  static constexpr size_t kWidth = 20;
-  void Flush() {
-    if (size_) out_->AppendData(buf_, static_cast<int>(size_));
-    size_ = 0;
-  }
-
-  CStream* out_;
-  size_t size_;
-  char buf_[192];
-};
-
-}  // namespace
 
 // ---- Load ----
 
@@ -86,7 +19,7 @@ namespace {
 
 int WrongNumber(CMsgBase& self, const CMsg& msg) {
   self.errcode = MSG_E_MSGNUM;
-  FailText(self.errtext, "invalid input message of service(%d,%d)", msg.msgnum, self.msgnum);
+  FailText(self.errtext, kWrongNumberText, msg.msgnum, self.msgnum);
   return MSG_E_MSGNUM;
 }
 
@@ -120,28 +53,34 @@ class Reader final : public MessageOp {
   Reader(CMsgBase& self, CMsg& msg) : MessageOp(self, msg) {}
   int result() const { return rc_; }
 
-  bool operator()(int tag, const char*, CInt& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CDbl& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CBool& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CDate& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CString& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CIntArray& v) override { return Read(tag, v); }
-  bool operator()(int tag, const char*, CDblArray& v) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CInt& v, const CInt&) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CDbl& v, const CDbl&) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CBool& v, const CBool&) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CDate& v, const CDate&) override { return Read(tag, v); }
+  bool operator()(int tag, const char*, CString& v, const CString&) override {
+    return Read(tag, v);
+  }
+  bool operator()(int tag, const char*, CIntArray& v, const CIntArray&) override {
+    return Read(tag, v);
+  }
+  bool operator()(int tag, const char*, CDblArray& v, const CDblArray&) override {
+    return Read(tag, v);
+  }
 
-  bool Message(int tag, const char*, CMsgBase& sub, CopyMsgFn) override {
+  bool operator()(int tag, const char*, CMsgBase& sub, const CMsgBase&, Walk) override {
     if (msg_.GetValue(tag, &scratchMsg_) < 0 || !scratchMsg_) return true;
     rc_ = sub.Load(scratchMsg_);
     if (rc_ >= 0) return Ok();
-    return Fail("%s:GET_SUB_ONE(M%04d.T%d) fail", tag, rc_);
+    return Fail(kGetSubText, tag, rc_);
   }
 
-  bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
+  bool operator()(int tag, const char*, CMsgBase_Array& arr, const CMsgBase_Array&, Walk) override {
     // One scratch array serves all the array fields of the class in turn.
     if (!scratchArr_) scratchArr_.emplace(true);
     if (msg_.GetValue(tag, &*scratchArr_) < 0) return true;
     rc_ = arr.Load(&*scratchArr_);
     if (rc_ >= 0) return Ok();
-    return Fail("%s:GET_SUB_ARR(M%04d.T%d) fail", tag, rc_);
+    return Fail(kGetArrText, tag, rc_);
   }
 
  private:
@@ -150,7 +89,7 @@ class Reader final : public MessageOp {
     int rc = msg_.GetValue(tag, &v);
     if (rc >= kAbsent) return true;
     rc_ = rc;
-    return Fail("%s:GET_VAL_ONE(M%04d.T%d) fail", tag, rc);
+    return Fail(kGetValText, tag, rc);
   }
   // Positive results of the runtime count as success.
   bool Ok() {
@@ -165,12 +104,12 @@ class Reader final : public MessageOp {
 
 }  // namespace
 
-int Load(CMsgBase& self, CMsg* msg, Fields fields) {
+int Load(CMsgBase& self, CMsg* msg, Walk walk) {
   if (!msg) return MSG_E_NULL;
   self.errcode = 0;
   if (msg->msgnum != self.msgnum) return WrongNumber(self, *msg);
   Reader reader(self, *msg);
-  fields(reader, self);
+  walk(reader, self, self);
   return reader.result();
 }
 
@@ -183,23 +122,29 @@ class Writer final : public MessageOp {
  public:
   Writer(CMsgBase& self, CMsg& msg) : MessageOp(self, msg) {}
 
-  bool operator()(int tag, const char*, CInt& v) override { return Write(tag, v); }
-  bool operator()(int tag, const char*, CDbl& v) override { return Write(tag, v); }
-  bool operator()(int tag, const char*, CBool& v) override { return Write(tag, v); }
-  bool operator()(int tag, const char*, CDate& v) override { return Write(tag, v); }
-  bool operator()(int tag, const char*, CString& v) override { return Write(tag, v.ToStr()); }
-  bool operator()(int tag, const char*, CIntArray& v) override { return Elements(tag, v); }
-  bool operator()(int tag, const char*, CDblArray& v) override { return Elements(tag, v); }
+  bool operator()(int tag, const char*, CInt& v, const CInt&) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CDbl& v, const CDbl&) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CBool& v, const CBool&) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CDate& v, const CDate&) override { return Write(tag, v); }
+  bool operator()(int tag, const char*, CString& v, const CString&) override {
+    return Write(tag, v.ToStr());
+  }
+  bool operator()(int tag, const char*, CIntArray& v, const CIntArray&) override {
+    return Elements(tag, v);
+  }
+  bool operator()(int tag, const char*, CDblArray& v, const CDblArray&) override {
+    return Elements(tag, v);
+  }
 
   // A sub-message goes to its parent, which owns it from then on. When the
   // member's ToMsg gives null, its errcode tells why.
-  bool Message(int tag, const char*, CMsgBase& sub, CopyMsgFn) override {
+  bool operator()(int tag, const char*, CMsgBase& sub, const CMsgBase&, Walk) override {
     CMsg* msg = sub.ToMsg();
-    if (!msg) return Fail("%s:SET_SUB_ONE(M%04d.T%d) fail", tag, sub.errcode);
+    if (!msg) return Fail(kSetSubText, tag, sub.errcode);
     return Write(tag, msg);
   }
 
-  bool Array(int tag, const char*, CMsgBase_Array& arr, CopyArrayFn) override {
+  bool operator()(int tag, const char*, CMsgBase_Array& arr, const CMsgBase_Array&, Walk) override {
     for (int i = 0; i < arr.GetSize(); ++i) {
       if (CMsg* msg = arr.ToMsg(i)) {
         if (!Write(tag, msg)) return false;
@@ -207,7 +152,7 @@ class Writer final : public MessageOp {
       }
       // The element's own code, or none ever made after a failed SetSize.
       const CMsgBase* element = arr.GetAt(i);
-      return Fail("%s:SET_SUB_ARR(M%04d.T%d) fail", tag, element ? element->errcode : MSG_E_NOMEM);
+      return Fail(kSetArrText, tag, element ? element->errcode : MSG_E_NOMEM);
     }
     return true;
   }
@@ -216,7 +161,7 @@ class Writer final : public MessageOp {
   template <class V>
   bool Write(int tag, const V& v) {
     int rc = msg_.SetValue(tag, v);
-    return rc >= 0 || Fail("%s:SET_VAL_ONE(M%04d.T%d) fail", tag, rc);
+    return rc >= 0 || Fail(kSetValText, tag, rc);
   }
 
   // Each element of an array is one value under the array's tag.
@@ -231,7 +176,7 @@ class Writer final : public MessageOp {
 
 }  // namespace
 
-CMsg* ToMsg(CMsgBase& self, Fields fields) {
+CMsg* ToMsg(CMsgBase& self, Walk walk) {
   self.errcode = 0;
   CMsg* msg;
   try {
@@ -242,11 +187,11 @@ CMsg* ToMsg(CMsgBase& self, Fields fields) {
   }
   if (!msg) {
     self.errcode = MSG_E_NOMEM;
-    self.errtext = "Out of memory";
+    self.errtext = kNoMessageText;
     return nullptr;
   }
   Writer writer(self, *msg);
-  if (!fields(writer, self)) {
+  if (!walk(writer, self, self)) {
     // Nobody will ever see the half-built message: free it here.
     delete msg;
     return nullptr;
@@ -262,14 +207,14 @@ class Dumper final : public FieldOp {
  public:
   explicit Dumper(CStream* out) : out_(out) {}
 
-  bool operator()(int, const char* name, CInt& v) override {
+  bool operator()(int, const char* name, CInt& v, const CInt&) override {
     if (!v.isSet) return Text(name, "<CInt: unset>");
     char digits[16];
     char* end = std::to_chars(digits, digits + sizeof digits, v.value).ptr;
     return Text(name, digits, static_cast<size_t>(end - digits));
   }
 
-  bool operator()(int, const char* name, CDbl& v) override {
+  bool operator()(int, const char* name, CDbl& v, const CDbl&) override {
     if (!v.isSet) return Text(name, "<CDbl: unset>");
     // The same text as printf's %.15e, infinities and NaNs included.
     char digits[64];
@@ -279,30 +224,35 @@ class Dumper final : public FieldOp {
     return Text(name, digits, static_cast<size_t>(end - digits));
   }
 
-  bool operator()(int, const char* name, CBool& v) override {
+  bool operator()(int, const char* name, CBool& v, const CBool&) override {
     return Text(name, !v.isSet ? "<CBool: unset>" : v.value ? "Y" : "N");
   }
 
-  bool operator()(int, const char* name, CDate& v) override {
+  bool operator()(int, const char* name, CDate& v, const CDate&) override {
     return Text(name, v.isSet ? v.text : "<CDate: unset>");
   }
 
-  bool operator()(int, const char* name, CString& v) override {
+  bool operator()(int, const char* name, CString& v, const CString&) override {
     // The runtime decides how an empty text shows.
     if (v.IsEmpty()) return Text(name, v.Repr());
     return Text(name, v.ToStr(), static_cast<size_t>(v.GetSize()));
   }
 
-  bool operator()(int, const char* name, CIntArray& v) override { return List(name, v); }
-  bool operator()(int, const char* name, CDblArray& v) override { return List(name, v); }
+  bool operator()(int, const char* name, CIntArray& v, const CIntArray&) override {
+    return List(name, v);
+  }
+  bool operator()(int, const char* name, CDblArray& v, const CDblArray&) override {
+    return List(name, v);
+  }
 
-  bool Message(int, const char* name, CMsgBase& sub, CopyMsgFn) override {
+  bool operator()(int, const char* name, CMsgBase& sub, const CMsgBase&, Walk) override {
     FieldLine(out_, name).Put(" :", 2);
     sub.Dump(out_);
     return true;
   }
 
-  bool Array(int, const char* name, CMsgBase_Array& arr, CopyArrayFn) override {
+  bool operator()(int, const char* name, CMsgBase_Array& arr, const CMsgBase_Array&,
+                  Walk) override {
     FieldLine(out_, name).Put(" :", 2);
     arr.Dump(out_);
     return true;
@@ -332,7 +282,7 @@ class Dumper final : public FieldOp {
 
 }  // namespace
 
-void Dump(const CMsgBase& self, CStream* out, Fields fields) {
+void Dump(const CMsgBase& self, CStream* out, Walk walk) {
   {
     FieldLine num(out, "<msgnum>");
     num.Put(" : ", 3);
@@ -345,7 +295,7 @@ void Dump(const CMsgBase& self, CStream* out, Fields fields) {
   }
   // The walk hands out members for writing; the dumper only reads them.
   Dumper dumper(out);
-  fields(dumper, const_cast<CMsgBase&>(self));
+  walk(dumper, const_cast<CMsgBase&>(self), self);
   static const char kTail[] = "\n--------------------------------------";
   out->AppendData(kTail, sizeof kTail - 1);
 }
@@ -354,180 +304,53 @@ void Dump(const CMsgBase& self, CStream* out, Fields fields) {
 
 namespace {
 
-// Walks the destination and takes each member from the same place in the
-// source, which is an object of the same class.
+// Takes each member of the destination from the same member of the source,
+// which the walk hands over beside it.
 class Copier final : public FieldOp {
  public:
-  Copier(CMsgBase& dst, const CMsgBase& src)
-      : dst_(reinterpret_cast<const char*>(&dst)), src_(reinterpret_cast<const char*>(&src)) {}
-
-  bool operator()(int, const char*, CInt& v) override { return Take(v); }
-  bool operator()(int, const char*, CDbl& v) override { return Take(v); }
-  bool operator()(int, const char*, CBool& v) override { return Take(v); }
-  bool operator()(int, const char*, CString& v) override { return Take(v); }
-  bool operator()(int, const char*, CIntArray& v) override { return Take(v); }
-  bool operator()(int, const char*, CDblArray& v) override { return Take(v); }
-  bool operator()(int, const char*, CDate& v) override {
-    const CDate& from = Source(v);
-    v.Set(from.text);
-    v.isSet = from.isSet;
+  bool operator()(int, const char*, CInt& v, const CInt& src) override { return Take(v, src); }
+  bool operator()(int, const char*, CDbl& v, const CDbl& src) override { return Take(v, src); }
+  bool operator()(int, const char*, CBool& v, const CBool& src) override { return Take(v, src); }
+  bool operator()(int, const char*, CString& v, const CString& src) override {
+    return Take(v, src);
+  }
+  bool operator()(int, const char*, CIntArray& v, const CIntArray& src) override {
+    return Take(v, src);
+  }
+  bool operator()(int, const char*, CDblArray& v, const CDblArray& src) override {
+    return Take(v, src);
+  }
+  bool operator()(int, const char*, CDate& v, const CDate& src) override {
+    v.Set(src.text);
+    v.isSet = src.isSet;
     return true;
   }
 
-  bool Message(int, const char*, CMsgBase& sub, CopyMsgFn copy) override {
-    copy(sub, Source(sub));
+  bool operator()(int, const char*, CMsgBase& sub, const CMsgBase& src, Walk walk) override {
+    Copy(sub, src, walk);
     return true;
   }
 
-  bool Array(int, const char*, CMsgBase_Array& arr, CopyArrayFn copy) override {
-    copy(arr, Source(arr));
+  bool operator()(int, const char*, CMsgBase_Array& arr, const CMsgBase_Array& src,
+                  Walk walk) override {
+    CopyArray(arr, src, walk);
     return true;
   }
 
  private:
   template <class V>
-  const V& Source(const V& member) const {
-    return *reinterpret_cast<const V*>(src_ + (reinterpret_cast<const char*>(&member) - dst_));
-  }
-  template <class V>
-  bool Take(V& member) {
-    member = Source(member);
+  bool Take(V& member, const V& src) {
+    member = src;
     return true;
   }
-
-  const char* dst_;
-  const char* src_;
 };
 
 }  // namespace
 
-void Copy(CMsgBase& self, const CMsgBase& src, Fields fields) {
+void Copy(CMsgBase& self, const CMsgBase& src, Walk walk) {
   if (&self == &src) return;
-  Copier copier(self, src);
-  fields(copier, self);
-}
-
-// ---- arrays ----
-
-int OutOfMemory(CMsgBase_Array& self) {
-  FailText(self.errtext, "%s : Out of memory", self.msgname.ToStr());
-  return MSG_E_NOMEM;
-}
-
-int LoadArray(CMsgBase_Array& self, CMsgArray* arr) {
-  if (!arr) return MSG_E_NULL;
-  // A count below zero from the runtime is no count of messages: none.
-  int count = arr->GetSize();
-  int rc = self.SetSize(count < 0 ? 0 : count);
-  if (rc < 0) return rc;
-  for (int i = 0; i < self.GetSize(); ++i) {
-    rc = self.GetAt(i)->Load(arr->GetAt(i));
-    if (rc < 0) return rc;
-  }
-  return 0;
-}
-
-CMsg* ElementToMsg(CMsgBase_Array& self, int index) {
-  CMsgBase* element = self.GetAt(index);
-  return element ? element->ToMsg() : nullptr;
-}
-
-// The loops below stop at the first index without an element: past it, a
-// failed SetSize made none, and its size may be far above what exists.
-
-void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) {
-  const size_t nameLen = std::strlen(className);
-  for (int i = 0; const CMsgBase* element = self.GetAt(i); ++i) {
-    {
-      // "\n<className> [i]"
-      FieldLine head(out);
-      head.Put(className, nameLen);
-      head.Put(" [", 2);
-      head.PutInt(i);
-      head.Put("]", 1);
-    }
-    element->Dump(out);
-  }
-}
-
-void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, CopyMsgFn copy) {
-  if (&self == &src) return;
-  int n = 0;
-  while (src.GetAt(n)) ++n;
-  if (self.SetSize(n) < 0) return;
-  for (int i = 0; i < n; ++i) copy(*self.GetAt(i), *src.GetAt(i));
-}
-
-void DeleteElements(CMsgBase_Array& self) {
-  for (int i = 0; CMsgBase* element = self.GetAt(i); ++i) delete element;
-}
-
-namespace {
-
-// What stands in front of slot 0 in a slot array's block.
-struct alignas(void*) SlotHeader {
-  size_t room;  // slots in the block
-};
-static_assert(sizeof(SlotHeader) == sizeof(size_t) && sizeof(SlotHeader) % sizeof(void*) == 0,
-              "slot 0 follows the header directly and is aligned for a pointer");
-
-SlotHeader* HeaderOf(void* slots) { return static_cast<SlotHeader*>(slots) - 1; }
-
-// A block with room for `room` null slots; `room` is at most kMaxSlots.
-void* Allocate(size_t room) noexcept {
-  const size_t bytes = room * sizeof(void*);
-  void* block;
-  try {
-    block = ::operator new(sizeof(SlotHeader) + bytes);
-  } catch (...) {
-    return nullptr;
-  }
-  SlotHeader* header = static_cast<SlotHeader*>(block);
-  header->room = room;
-  std::memset(header + 1, 0, bytes);
-  return header + 1;
-}
-
-}  // namespace
-
-void* NewSlots(int n) noexcept {
-  if (n <= 0 || n > kMaxSlots) return nullptr;
-  return Allocate(static_cast<size_t>(n));
-}
-
-void* Enlarge(void* slots, int size, int& capacity) noexcept {
-  const int next = NextCapacity(size);
-  if (next == 0 || size < 0) return nullptr;  // Grow never asks with a negative size
-  if (slots && HeaderOf(slots)->room >= static_cast<size_t>(next)) {
-    capacity = next;
-    return slots;
-  }
-  // An eighth more than the size, as the capacity would grow without its
-  // cap of 1,024: fewer and fewer moves of the slots as the array grows.
-  size_t room = static_cast<size_t>(size) + static_cast<size_t>(size) / 8;
-  if (room < static_cast<size_t>(next)) room = static_cast<size_t>(next);
-  if (room > static_cast<size_t>(kMaxSlots)) room = static_cast<size_t>(kMaxSlots);
-  void* fresh = Allocate(room);
-  if (!fresh) return nullptr;
-  if (slots && size > 0) std::memcpy(fresh, slots, static_cast<size_t>(size) * sizeof(void*));
-  DeleteSlots(slots);
-  capacity = next;
-  return fresh;
-}
-
-void DeleteSlots(void* slots) noexcept {
-  if (slots) ::operator delete(HeaderOf(slots));
-}
-
-void ThrowNoElement(const char* className, int index, int size) {
-  if (index >= 0 && index < size) {
-    throw CException(
-        CFormat("%s::[] element %d of %d was never made (out of memory)", className, index, size)
-            .ToStr(),
-        MSG_E_NOMEM);
-  }
-  throw CException(CFormat("%s::[] out of index (0 <= %d < %d)", className, index, size).ToStr(),
-                   MSG_E_INDEX);
+  Copier copier;
+  walk(copier, self, src);
 }
 
 }  // namespace pricemsg::detail

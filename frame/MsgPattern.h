@@ -1,91 +1,102 @@
 // The two patterns that every message class and every array class follows,
 // written once. Generated units include this header and nothing else of the
-// frame. A class lists its fields once, in one function that hands each
-// member to an operation:
+// frame. A class lists its fields once, in one function, its walk, that
+// hands each member, with the same member of a second object of the class,
+// to an operation:
 //
-//   bool Fields(pd::FieldOp& op, CMsgBase& self) {
-//     auto& m = static_cast<M_SysReject&>(self);
-//     return op(6, "iSysCode", m.iSysCode) &&
-//            op(7, "sSysReasonText", m.sSysReasonText) && ...;
+//   bool Walk_M_EqStd(FieldOp& op, CMsgBase& self, const CMsgBase& other) {
+//     auto& m = static_cast<M_EqStd&>(self);
+//     auto& o = static_cast<const M_EqStd&>(other);
+//     return op(4479, "mOptStd", m.mOptStd, o.mOptStd, Walk_M_OptStd) && ...;
 //   }
 //
-// and Load, ToMsg, Dump and Copy each run that one function with an operation
+// Load, ToMsg, Dump and Copy each run that one function with an operation
 // of their own (MsgBase.cpp), which turns every field into one call of a
-// helper for the field's kind. The first field that fails ends the walk.
+// helper for the field's kind; so do the reflection's visits, lookups and
+// comparisons (Reflect.cpp). The first field that fails ends the walk. An
+// operation on one object is given it twice; Copy, Equal and Diff give the
+// walk two objects, and nothing computes where a member lies.
 #pragma once
 
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <typeinfo>
 
 #include "MsgBase.h"
 
 namespace pricemsg::detail {
 
-// Copies a sub-message or an array member with the Copy of its own class.
-using CopyMsgFn = void (*)(CMsgBase& dst, const CMsgBase& src);
-using CopyArrayFn = void (*)(CMsgBase_Array& dst, const CMsgBase_Array& src);
+class FieldOp;
 
-template <class M>
-void CopyMsgAs(CMsgBase& dst, const CMsgBase& src) {
-  static_cast<M&>(dst).Copy(static_cast<const M&>(src));
-}
-template <class A>
-void CopyArrayAs(CMsgBase_Array& dst, const CMsgBase_Array& src) {
-  static_cast<A&>(dst).Copy(static_cast<const A&>(src));
-}
+// The walk of a class: `self` and `other` are objects of that class.
+using Walk = bool (*)(FieldOp& op, CMsgBase& self, const CMsgBase& other);
 
 // One operation over the fields of an object, called for each field in tag
-// order with the field's tag, name and member. A false result ends the walk.
+// order with the field's tag, name and member, and the same member of the
+// other object; a held message or array comes with the walk of its class. A
+// false result ends the walk.
 class FieldOp {
  public:
-  virtual bool operator()(int tag, const char* name, CInt& v) = 0;
-  virtual bool operator()(int tag, const char* name, CDbl& v) = 0;
-  virtual bool operator()(int tag, const char* name, CBool& v) = 0;
-  virtual bool operator()(int tag, const char* name, CDate& v) = 0;
-  virtual bool operator()(int tag, const char* name, CString& v) = 0;
-  virtual bool operator()(int tag, const char* name, CIntArray& v) = 0;
-  virtual bool operator()(int tag, const char* name, CDblArray& v) = 0;
-  virtual bool Message(int tag, const char* name, CMsgBase& v, CopyMsgFn copy) = 0;
-  virtual bool Array(int tag, const char* name, CMsgBase_Array& v, CopyArrayFn copy) = 0;
-
-  // Sub-messages and arrays come with the Copy of their class; the overload
-  // that takes the member's base picks the kind.
-  template <class M>
-  bool operator()(int tag, const char* name, M& v) {
-    return Held(tag, name, v, v);
-  }
+  virtual bool operator()(int tag, const char* name, CInt& v, const CInt& other) = 0;
+  virtual bool operator()(int tag, const char* name, CDbl& v, const CDbl& other) = 0;
+  virtual bool operator()(int tag, const char* name, CBool& v, const CBool& other) = 0;
+  virtual bool operator()(int tag, const char* name, CDate& v, const CDate& other) = 0;
+  virtual bool operator()(int tag, const char* name, CString& v, const CString& other) = 0;
+  virtual bool operator()(int tag, const char* name, CIntArray& v, const CIntArray& other) = 0;
+  virtual bool operator()(int tag, const char* name, CDblArray& v, const CDblArray& other) = 0;
+  virtual bool operator()(int tag, const char* name, CMsgBase& v, const CMsgBase& other,
+                          Walk walk) = 0;
+  virtual bool operator()(int tag, const char* name, CMsgBase_Array& v, const CMsgBase_Array& other,
+                          Walk walk) = 0;
 
  protected:
   ~FieldOp() = default;
-
- private:
-  template <class M>
-  bool Held(int tag, const char* name, CMsgBase& v, M&) {
-    return Message(tag, name, v, &CopyMsgAs<M>);
-  }
-  template <class A>
-  bool Held(int tag, const char* name, CMsgBase_Array& v, A&) {
-    return Array(tag, name, v, &CopyArrayAs<A>);
-  }
 };
 
-// The field list of a class.
-using Fields = bool (*)(FieldOp& op, CMsgBase& self);
+// What the schema tables hold of each class beyond its description: its
+// walk, how to make an object of it (null when memory runs out) and an
+// array of it (which may throw), and its type, against which an object's
+// msgnum is checked.
+struct ClassOps {
+  Walk walk;
+  CMsgBase* (*make)() noexcept;
+  CMsgBase_Array* (*makeArray)();
+  const std::type_info* type;
+};
+
+template <class M>
+CMsgBase* MakeMessage() noexcept {
+  try {
+    return new M;
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+template <class A>
+CMsgBase_Array* MakeArray() {
+  return new A;
+}
+
+template <class M, class A>
+constexpr ClassOps OpsOf(Walk walk) {
+  return {walk, &MakeMessage<M>, &MakeArray<A>, &typeid(M)};
+}
 
 // ---- the message pattern (MsgBase.cpp) ----
 
-int Load(CMsgBase& self, CMsg* msg, Fields fields);
-CMsg* ToMsg(CMsgBase& self, Fields fields);
-void Dump(const CMsgBase& self, CStream* out, Fields fields);
+int Load(CMsgBase& self, CMsg* msg, Walk walk);
+CMsg* ToMsg(CMsgBase& self, Walk walk);
+void Dump(const CMsgBase& self, CStream* out, Walk walk);
 // `src` is an object of the class of `self`.
-void Copy(CMsgBase& self, const CMsgBase& src, Fields fields);
+void Copy(CMsgBase& self, const CMsgBase& src, Walk walk);
 
-// ---- the array pattern ----
+// ---- the array pattern (MsgArray.cpp) ----
 //
 // What needs the element class (making an element, the typed slots) stays in
 // the small templates below; the rest goes through the virtual interface of
-// CMsgBase_Array in MsgBase.cpp.
+// CMsgBase_Array in MsgArray.cpp.
 //
 // The slot array. `items` points at slot 0 of a block from operator new that
 // has a small header in front of the slots: the number of slots the block has
@@ -132,7 +143,8 @@ constexpr int NextCapacity(int size) {
 int LoadArray(CMsgBase_Array& self, CMsgArray* arr);
 CMsg* ElementToMsg(CMsgBase_Array& self, int index);
 void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className);
-void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, CopyMsgFn copy);
+// `walk` is the walk of the element class.
+void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, Walk walk);
 // For `operator[]` with an index whose slot holds no element: out of range
 // (code -27), or in range after a failed SetSize (code -11).
 [[noreturn]] void ThrowNoElement(const char* className, int index, int size);
@@ -149,13 +161,11 @@ void* NewSlots(int n) noexcept;
 void* Enlarge(void* slots, int size, int& capacity) noexcept;
 void DeleteSlots(void* slots) noexcept;
 
+// A new element, or null when memory runs out: the same function as the
+// class's entry in the tables makes it.
 template <class E>
 E* NewElement() noexcept {
-  try {
-    return new E;
-  } catch (...) {
-    return nullptr;
-  }
+  return static_cast<E*>(MakeMessage<E>());
 }
 
 // The element class of an array class: what its slots point to.

@@ -1,10 +1,13 @@
 """C++ of the message classes: one unit M_<Name> (.h and .cpp) per message.
 
 A class gets its number, name and members, and its four operations as one
-call each into the frame (frame/MsgPattern.h) with the class's field list;
-its array class gets one call per operation likewise. The field list is the
-only per-class logic: one function that hands each member to an operation,
-`op(tag, "name", m.member)`, in tag order.
+call each into the frame (frame/MsgPattern.h) with the class's walk; its
+array class gets one call per operation likewise. The walk is the only
+per-class logic: one function that hands each member, and the same member
+of a second object of the class, to an operation, in tag order:
+`op(tag, "name", m.member, o.member)`, with the walk of the held class for a
+sub-message or an array. Beside it stands the class's entry for the schema
+tables (ClassOps): the walk, and how to make an object and an array.
 """
 
 from __future__ import annotations
@@ -59,13 +62,15 @@ SOURCE = Template(BANNER + """\
 
 #include "MsgPattern.h"
 
-namespace pd = pricemsg::detail;
-
-namespace {
-
-// The fields of $name in tag order.
+namespace pricemsg::detail {
+$walks
+// The fields of $name in tag order, each with the same member of `other`.
 $fields
-}  // namespace
+extern constexpr ClassOps kOps_$name = OpsOf<$name, $array>(Walk_$name);
+
+}  // namespace pricemsg::detail
+
+namespace pd = pricemsg::detail;
 
 $name::$name() {
   msgnum = $number;
@@ -77,10 +82,10 @@ $definitions""")
 # each. $name and $array are filled in before use.
 OPERATIONS = [
     ("$name::~$name()", "= default;"),
-    ("int $name::Load(CMsg* msg)", "return pd::Load(*this, msg, Fields);"),
-    ("CMsg* $name::ToMsg()", "return pd::ToMsg(*this, Fields);"),
-    ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, Fields);"),
-    ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, Fields);"),
+    ("int $name::Load(CMsg* msg)", "return pd::Load(*this, msg, pd::Walk_$name);"),
+    ("CMsg* $name::ToMsg()", "return pd::ToMsg(*this, pd::Walk_$name);"),
+    ("void $name::Dump(CStream* out) const", "pd::Dump(*this, out, pd::Walk_$name);"),
+    ("void $name::Copy(const $name& src)", "pd::Copy(*this, src, pd::Walk_$name);"),
     None,
     ("void $array::RemoveAll()", "pd::RemoveAll(*this);"),
     ("int $array::Load(CMsgArray* arr)", "return pd::LoadArray(*this, arr);"),
@@ -91,7 +96,7 @@ OPERATIONS = [
     ("$name* $array::GetAt(int index) const", "return pd::GetAt(*this, index);"),
     ("$name& $array::operator[](int index) const", 'return pd::At(*this, index, "$array");'),
     ("void $array::Dump(CStream* out) const", 'pd::DumpArray(*this, out, "$array");'),
-    ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src, pd::CopyMsgAs<$name>);"),
+    ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src, pd::Walk_$name);"),
 ]
 
 COLUMNS = 100
@@ -142,13 +147,36 @@ def _members(schema: Schema, msg: Message) -> str:
     return "".join(line + "\n" for line in lines)
 
 
+def walk_name(name: str) -> str:
+    """The walk of a class, in pricemsg::detail."""
+    return f"Walk_{name}"
+
+
+WALK_PARAMS = "FieldOp& op, CMsgBase& self, const CMsgBase& other"
+
+
+def _walks(msg: Message) -> str:
+    """Declarations of the walks of the classes that `msg` holds."""
+    held = sorted(set(msg.sub_classes()) - {msg.name})
+    if not held:
+        return ""
+    return ("\n// The walks of the classes it holds.\n"
+            + "".join(f"bool {walk_name(h)}({WALK_PARAMS});\n" for h in held))
+
+
 def _fields(msg: Message) -> str:
+    name = walk_name(msg.name)
     if not msg.fields:
-        return "bool Fields(pd::FieldOp&, CMsgBase&) { return true; }\n"
-    calls = [f'op({f.tag}, "{f.name}", m.{f.name})' for f in msg.fields]
-    return ("bool Fields(pd::FieldOp& op, CMsgBase& self) {\n"
+        return f"bool {name}(FieldOp&, CMsgBase&, const CMsgBase&) {{ return true; }}\n"
+
+    def call(f: Field) -> str:
+        walk = f", {walk_name(f.sub)}" if f.sub else ""
+        return f'op({f.tag}, "{f.name}", m.{f.name}, o.{f.name}{walk})'
+
+    return (f"bool {name}({WALK_PARAMS}) {{\n"
             f"  auto& m = static_cast<{msg.name}&>(self);\n"
-            "  return " + " &&\n         ".join(calls) + ";\n}\n")
+            f"  auto& o = static_cast<const {msg.name}&>(other);\n"
+            "  return " + " &&\n         ".join(call(f) for f in msg.fields) + ";\n}\n")
 
 
 def _definition(signature: str, body: str) -> str:
@@ -186,5 +214,5 @@ def header(schema: Schema, msg: Message) -> str:
 
 def source(msg: Message) -> str:
     return SOURCE.substitute(
-        family=msg.family, number=msg.number, name=msg.name,
-        fields=_fields(msg), definitions=_definitions(msg))
+        family=msg.family, number=msg.number, name=msg.name, array=msg.array_name,
+        walks=_walks(msg), fields=_fields(msg), definitions=_definitions(msg))

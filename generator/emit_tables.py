@@ -1,6 +1,8 @@
-"""The schema tables of libpricemsg_text (msgtext/SchemaTables.h): the field
-kinds, every field of the dictionary, every class with its fields, the words
-that people use for products, and the sorted indexes that the lookups search.
+"""The schema tables of libpricemsg (frame/SchemaTables.h, SchemaData.h): the
+field kinds, every field of the dictionary, every class with its fields and
+its entry of walk and makers (ClassOps, defined in the class's own unit), the
+words that people use for products, and the sorted indexes that the lookups
+search.
 
     tables/SchemaTables.cpp
 
@@ -84,8 +86,12 @@ def source(schema: Schema) -> str:
     fields = sorted_fields(schema)
     field_index = {f.name: i for i, f in enumerate(fields)}
 
-    out = [BANNER, '#include "SchemaIndex.h"\n', '#include "SchemaTables.h"\n',
-           "\nnamespace pricemsg::schema {\n",
+    out = [BANNER, '#include "SchemaData.h"\n',
+           "\nnamespace pricemsg::detail {\n\n",
+           "// The entries of the classes, each in the unit of its class.\n"]
+    out.extend(f"extern const ClassOps kOps_{m.name};\n" for m in classes)
+    out += ["\n}  // namespace pricemsg::detail\n",
+           "\nnamespace pricemsg::schema::detail {\n",
            "\n// The tables keep one entry a line, as written here.\n",
            "// clang-format off\n", _kinds(),
            f"\n// The {len(fields)} fields of the dictionary by tag, twins by name: tag, name, "
@@ -124,14 +130,19 @@ def source(schema: Schema) -> str:
     out.append(f"const int kClassCount = {len(classes)};\n")
     out.append(_words(schema))
 
+    out.append("\n// The walk and makers of each class, in the order of kClasses.\n")
+    out.append("const pricemsg::detail::ClassOps* const kClassOps[] = {\n")
+    out.extend(f"    &pricemsg::detail::kOps_{m.name},\n" for m in classes)
+    if not classes:
+        out.append("    nullptr,  // empty\n")
+    out.append("};\n")
+
     by_number = sorted(range(len(classes)), key=lambda i: classes[i].number)
     by_name = sorted(range(len(classes)), key=lambda i: classes[i].name)
     fields_by_name = sorted(range(len(fields)), key=lambda i: fields[i].name)
-    out.append("\nnamespace detail {\n\n"
-               "// Indexes in kClasses and kFields, sorted for binary search.\n")
+    out.append("\n// Indexes in kClasses and kFields, sorted for binary search.\n")
     out.append(_int_array("kClassesByNumber", by_number))
     out.append(_int_array("kClassesByName", by_name))
     out.append(_int_array("kFieldsByName", fields_by_name))
-    out.append("\n}  // namespace detail\n")
-    out.append("\n// clang-format on\n\n}  // namespace pricemsg::schema\n")
+    out.append("\n// clang-format on\n\n}  // namespace pricemsg::schema::detail\n")
     return "".join(out)

@@ -10,8 +10,7 @@ writes into --out:
     messages/<family>/M_<Name>.h, .cpp   one unit per message
     messages/<family>/all.h              every class of a family (tests, tools)
     callkyt_dat/KytDicData.cpp           the runtime's dictionary data
-    tables/SchemaTables.cpp              the schema tables of libpricemsg_text (msgtext/)
-    catalogue/CatalogueFactory.cpp       the catalogue tool's factory of objects (tools/)
+    tables/SchemaTables.cpp              the schema tables of libpricemsg (frame/)
     reference/index.html, <family>.html  the reference pages of the classes
 
 A file whose content is unchanged is not touched, so a build system rebuilds
@@ -28,7 +27,6 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-import emit_catalogue  # noqa: E402
 import emit_cpp  # noqa: E402
 import emit_dic  # noqa: E402
 import emit_lists  # noqa: E402
@@ -47,7 +45,6 @@ def outputs(schema) -> dict[str, str]:
         files[emit_lists.path(family)] = emit_lists.source(schema, family)
     files[emit_dic.PATH] = emit_dic.source(schema)
     files[emit_tables.PATH] = emit_tables.source(schema)
-    files[emit_catalogue.PATH] = emit_catalogue.source(schema)
     held = emit_reference.holders(schema)
     files[emit_reference.INDEX_PATH] = emit_reference.index_source(schema, held)
     for family in schema.families:
@@ -102,7 +99,6 @@ def cmake_list(out_dir: str, files: dict[str, str]) -> str:
                       [p for p in files if p.startswith(emit_cpp.MESSAGES_DIR + "/") and p.endswith(".h")])
             + listing("PRICEMSG_GEN_DIC_SOURCES", [emit_dic.PATH])
             + listing("PRICEMSG_GEN_TABLE_SOURCES", [emit_tables.PATH])
-            + listing("PRICEMSG_GEN_CATALOGUE_SOURCES", [emit_catalogue.PATH])
             + listing("PRICEMSG_GEN_REFERENCE_PAGES",
                       [p for p in files if p.startswith(emit_reference.DIR + "/")])
             + listing("PRICEMSG_GEN_OUTPUTS", list(files)))

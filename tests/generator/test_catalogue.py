@@ -105,7 +105,7 @@ class SchemaTables(unittest.TestCase):
     SOURCE = emit_tables.source(SCHEMA)
 
     def test_kinds_follow_the_table_of_kinds_in_the_order_of_the_enum(self):
-        with open(os.path.join(ROOT, "msgtext", "SchemaTables.h"), encoding="utf-8") as fh:
+        with open(os.path.join(ROOT, "frame", "SchemaTables.h"), encoding="utf-8") as fh:
             header = fh.read()
         enum = re.search(r"enum class Kind : uint8_t \{(.*?)\};", header, re.S).group(1)
         self.assertEqual(re.findall(r"^\s*(k\w+),", enum, re.M), [k.enum for k in KINDS.values()])

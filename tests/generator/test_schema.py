@@ -276,7 +276,7 @@ class SchemaTest(unittest.TestCase):
         self.assertEqual(r.returncode, 0, r.stderr)
         classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve"]}
         expected = {"callkyt_dat/KytDicData.cpp", "tables/SchemaTables.cpp",
-                    "catalogue/CatalogueFactory.cpp", "reference/index.html"}
+                    "reference/index.html"}
         for family, names in classes.items():
             expected.add(f"messages/{family}/all.h")
             expected.add(f"reference/{family}.html")

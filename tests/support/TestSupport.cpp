@@ -29,8 +29,7 @@ V SetTo(T v) {
 // The first field of a kind, and a class that holds it: a message of that
 // class takes values under its tag on any runtime.
 const schema::FieldInfo& FirstOfKind(schema::Kind kind, int* msgnum) {
-  for (int c = 0; c < schema::kClassCount; ++c) {
-    const schema::ClassInfo& info = schema::kClasses[c];
+  for (const schema::ClassInfo& info : schema::Classes()) {
     for (int i = 0; i < info.memberCount; ++i) {
       const schema::FieldInfo& f = schema::MemberOf(info, i);
       if (f.kind == kind) {
