@@ -8,149 +8,34 @@
 #include <string_view>
 #include <vector>
 
+#include "Reflect.h"
+
 namespace {
 
 namespace ps = pricemsg::schema;
-
-// ---- where the members of an object lie ----
-//
-// A generated class derives from CMsgBase alone and declares one member for
-// each field, in tag order, of the type of the field's kind; an array class
-// derives from CMsgBase_Array alone and adds `capacity`, `size` and
-// `items`. The platform's C++ ABI places a class's first member right
-// behind the data of its base (in the base's tail padding, where it has
-// any), each further member at the next offset aligned for its type, and
-// rounds the size of a class up to its alignment. The offsets follow from
-// the tables and the sizes of the value types.
-
-// The data of CMsgBase ends where a member of one byte behind it goes.
-struct BaseTail : CMsgBase {
-  char first;
-};
-// What every array class adds to its base.
-struct ArrayShape : CMsgBase_Array {
-  int capacity;
-  int size;
-  void** items;
-};
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winvalid-offsetof"
-constexpr size_t kBaseData = offsetof(BaseTail, first);
-#pragma GCC diagnostic pop
-
-struct Shape {
-  size_t size;
-  size_t align;
-};
-
-template <class T>
-constexpr Shape ShapeOf() {
-  return {sizeof(T), alignof(T)};
-}
-
-constexpr size_t AlignUp(size_t at, size_t align) { return (at + align - 1) / align * align; }
-
-// The shape of a member of any kind but kMessage.
-Shape ValueShape(ps::Kind kind) {
-  switch (kind) {
-    case ps::Kind::kInt:
-      return ShapeOf<CInt>();
-    case ps::Kind::kDbl:
-      return ShapeOf<CDbl>();
-    case ps::Kind::kBool:
-      return ShapeOf<CBool>();
-    case ps::Kind::kDate:
-      return ShapeOf<CDate>();
-    case ps::Kind::kString:
-      return ShapeOf<CString>();
-    case ps::Kind::kIntArray:
-      return ShapeOf<CIntArray>();
-    case ps::Kind::kDblArray:
-      return ShapeOf<CDblArray>();
-    case ps::Kind::kMessageArray:
-    case ps::Kind::kMessage:
-      break;
-  }
-  return ShapeOf<ArrayShape>();
-}
-
-// The offset of every member of every class, worked out once.
-class Layouts {
- public:
-  Layouts() : classes_(static_cast<size_t>(ps::kClassCount)) {
-    size_t members = 0;
-    for (int c = 0; c < ps::kClassCount; ++c) {
-      const ps::ClassInfo& info = ps::kClasses[c];
-      members = std::max(members, static_cast<size_t>(info.firstMember + info.memberCount));
-    }
-    offsets_.assign(members, 0);
-    for (int c = 0; c < ps::kClassCount; ++c) Compute(c);
-  }
-
-  // The offset of member `i` of class `c` in an object of that class.
-  size_t Offset(const ps::ClassInfo& c, int i) const {
-    return offsets_[static_cast<size_t>(c.firstMember + i)];
-  }
-
- private:
-  enum class State { kNew, kBusy, kDone };
-  struct Entry {
-    State state = State::kNew;
-    Shape shape{0, 1};
-  };
-
-  Shape Compute(int c) {
-    Entry& entry = classes_[static_cast<size_t>(c)];
-    // A class never holds itself: the schema composes by value, upward.
-    if (entry.state != State::kNew) return entry.shape;
-    entry.state = State::kBusy;
-    const ps::ClassInfo& info = ps::kClasses[c];
-    size_t at = kBaseData;
-    size_t align = alignof(CMsgBase);
-    for (int i = 0; i < info.memberCount; ++i) {
-      const ps::FieldInfo& f = ps::MemberOf(info, i);
-      Shape s = f.kind == ps::Kind::kMessage && f.held >= 0 && f.held < ps::kClassCount
-                    ? Compute(f.held)
-                    : ValueShape(f.kind);
-      at = AlignUp(at, s.align);
-      offsets_[static_cast<size_t>(info.firstMember + i)] = at;
-      at += s.size;
-      align = std::max(align, s.align);
-    }
-    Entry& done = classes_[static_cast<size_t>(c)];
-    done.shape = {AlignUp(at, align), align};
-    done.state = State::kDone;
-    return done.shape;
-  }
-
-  std::vector<Entry> classes_;
-  std::vector<size_t> offsets_;
-};
-
-const Layouts& TheLayouts() {
-  static const Layouts layouts;
-  return layouts;
-}
+using pricemsg::FailureOp;
+using pricemsg::FailureText;
 
 // ---- the levels of a failure ----
 
-enum class Op { kGetVal, kGetSub, kGetArr, kSetVal, kSetSub, kSetArr };
-
-struct OpName {
-  std::string_view text;
-  Op op;
-};
-constexpr OpName kOps[] = {
-    {"GET_VAL_ONE", Op::kGetVal}, {"GET_SUB_ONE", Op::kGetSub}, {"GET_SUB_ARR", Op::kGetArr},
-    {"SET_VAL_ONE", Op::kSetVal}, {"SET_SUB_ONE", Op::kSetSub}, {"SET_SUB_ARR", Op::kSetArr},
-};
-
-std::string_view NameOf(Op op) {
-  for (const OpName& o : kOps) {
-    if (o.op == op) return o.text;
+// The name of a tagged operation, as its failure text writes it.
+std::string_view NameOf(FailureOp op) {
+  switch (op) {
+    case FailureOp::kGetValue:
+      return "GET_VAL_ONE";
+    case FailureOp::kGetSub:
+      return "GET_SUB_ONE";
+    case FailureOp::kGetArray:
+      return "GET_SUB_ARR";
+    case FailureOp::kSetValue:
+      return "SET_VAL_ONE";
+    case FailureOp::kSetSub:
+      return "SET_SUB_ONE";
+    case FailureOp::kSetArray:
+      return "SET_SUB_ARR";
+    default:
+      return "?";
   }
-  return "?";
 }
 
 // What a level tells.
@@ -171,7 +56,7 @@ enum class ArrayEnd {
 struct Level {
   What what = What::kField;
   const ps::ClassInfo* cls = nullptr;  // null only for a bare "Out of memory" of a text
-  Op op = Op::kGetVal;
+  FailureOp op = FailureOp::kGetValue;
   const ps::FieldInfo* field = nullptr;
   int index = -1;  // the element of an array field, where known
   ArrayEnd arrayEnd = ArrayEnd::kNone;
@@ -216,21 +101,21 @@ std::string Cause(const Level& l) {
       break;
   }
   switch (l.op) {
-    case Op::kGetVal:
+    case FailureOp::kGetValue:
       return "GetValue " + Gave(l);
-    case Op::kSetVal:
+    case FailureOp::kSetValue:
       return "SetValue " + Gave(l);
-    case Op::kGetSub:
+    case FailureOp::kGetSub:
       return "Load " + Gave(l);
-    case Op::kSetSub:
+    case FailureOp::kSetSub:
       return "ToMsg gave null, code " + Code(l);
-    case Op::kGetArr:
+    case FailureOp::kGetArray:
       if (l.arrayEnd == ArrayEnd::kNoMemory) {
         return "the array could not make its elements: out of memory, -11";
       }
       if (l.index >= 0) return "Load of element " + std::to_string(l.index) + " " + Gave(l);
       return "Load of an element " + Gave(l);
-    case Op::kSetArr:
+    case FailureOp::kSetArray:
       if (l.arrayEnd == ArrayEnd::kNeverMade) {
         return "element " + std::to_string(l.index) +
                " was never made: a SetSize ran out of memory, -11";
@@ -239,6 +124,10 @@ std::string Cause(const Level& l) {
         return "ToMsg of element " + std::to_string(l.index) + " gave null, code " + Code(l);
       }
       return "ToMsg of an element gave null, code " + Code(l);
+    case FailureOp::kWrongNumber:
+    case FailureOp::kNoMessage:
+    case FailureOp::kArrayNoMemory:
+      break;  // told by `what` above
   }
   return "";
 }
@@ -288,7 +177,7 @@ std::string Render(const Explanation& e) {
   return out;
 }
 
-// ---- reading one failure text ----
+// ---- finding failure texts in a text ----
 
 bool IsNameChar(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
@@ -311,76 +200,55 @@ bool Expect(std::string_view text, size_t& at, std::string_view word) {
   return true;
 }
 
-// A failure text as the library writes it.
+// A failure text found in a text, as the library reads it.
 struct Entry {
-  enum Form { kTagged, kWrongNumber, kNoMessage, kArrayNoMemory } form;
-  std::string_view name;  // kTagged: the class name
-  Op op = Op::kGetVal;
-  int number = 0;  // kTagged: the message number; kWrongNumber: the own number
-  int tag = 0;
-  int given = 0;  // kWrongNumber
+  FailureText read;
   size_t begin = 0, end = 0;
   std::string_view before;  // the line before it, back to the previous text on the line
 
   bool SameAs(const Entry& o) const {
-    return form == o.form && name == o.name && op == o.op && number == o.number && tag == o.tag &&
-           given == o.given;
+    return read.op == o.read.op && read.name == o.read.name && read.number == o.read.number &&
+           read.tag == o.read.tag && read.given == o.read.given;
   }
 };
 
-// "<name>:<OP>(M<number>.T<tag>) fail" with the ':' at `colon`, the name
-// starting at `floor` or after.
-bool ReadTagged(std::string_view text, size_t floor, size_t colon, Entry& e) {
-  size_t start = colon;
-  while (start > floor && IsNameChar(text[start - 1])) --start;
-  if (start == colon) return false;
-  size_t at = colon + 1;
-  bool known = false;
-  for (const OpName& o : kOps) {
-    if (text.substr(at, o.text.size()) == o.text) {
-      e.op = o.op;
-      at += o.text.size();
-      known = true;
-      break;
-    }
-  }
-  if (!known || !Expect(text, at, "(M") || !ReadNumber(text, at, e.number) ||
-      !Expect(text, at, ".T") || !ReadNumber(text, at, e.tag) || !Expect(text, at, ") fail")) {
-    return false;
-  }
-  e.form = Entry::kTagged;
-  e.name = text.substr(start, colon - start);
-  e.begin = start;
-  e.end = at;
-  return true;
+bool Tagged(FailureOp op) {
+  return op != FailureOp::kWrongNumber && op != FailureOp::kNoMessage &&
+         op != FailureOp::kArrayNoMemory;
 }
 
-constexpr std::string_view kWrongNumberText = "invalid input message of service(";
-constexpr std::string_view kNoMemoryText = "Out of memory";
-
-bool ReadWrongNumber(std::string_view text, size_t start, Entry& e) {
-  size_t at = start + kWrongNumberText.size();
-  if (!ReadNumber(text, at, e.given) || !Expect(text, at, ",") || !ReadNumber(text, at, e.number) ||
-      !Expect(text, at, ")")) {
-    return false;
-  }
-  e.form = Entry::kWrongNumber;
-  e.begin = start;
-  e.end = at;
-  return true;
+// Where a name that ends at `end` starts, not before `floor`.
+size_t NameStart(std::string_view text, size_t floor, size_t end) {
+  while (end > floor && IsNameChar(text[end - 1])) --end;
+  return end;
 }
 
-// "Out of memory" of ToMsg, or "<name> : Out of memory" of an array.
-void ReadNoMemory(std::string_view text, size_t start, Entry& e) {
-  e.begin = start;
-  e.end = start + kNoMemoryText.size();
-  e.form = Entry::kNoMessage;
-  if (start >= 3 && text.substr(start - 3, 3) == " : ") {
-    e.form = Entry::kArrayNoMemory;
-    size_t name = start - 3;
-    while (name > 0 && IsNameChar(text[name - 1])) --name;
-    e.begin = name;
+constexpr std::string_view kWrongNumberStart = "invalid input message of service(";
+constexpr std::string_view kNoMemory = "Out of memory";
+
+// The failure text found at `i`, whose name (if it has one) starts at
+// `floor` or after: a tagged text at its ':', the others at their first
+// word. Gives its length, 0 if there is none.
+size_t ReadAt(std::string_view text, size_t floor, size_t i, Entry& e) {
+  const char c = text[i];
+  size_t start = std::string_view::npos;
+  if (c == ':' && (text.substr(i + 1, 4) == "GET_" || text.substr(i + 1, 4) == "SET_")) {
+    start = NameStart(text, floor, i);
+    if (start == i) return 0;
+  } else if (c == 'i' && text.substr(i, kWrongNumberStart.size()) == kWrongNumberStart) {
+    start = i;
+  } else if (c == 'O' && text.substr(i, kNoMemory.size()) == kNoMemory) {
+    // "<name> : Out of memory" of an array, or "Out of memory" of ToMsg.
+    start = i >= floor + 3 && text.substr(i - 3, 3) == " : " ? NameStart(text, floor, i - 3) : i;
+  } else {
+    return 0;
   }
+  size_t n = pricemsg::ReadFailureText(text, start, &e.read);
+  if (n == 0 && start != i) n = pricemsg::ReadFailureText(text, start = i, &e.read);
+  if (n == 0 || (Tagged(e.read.op) && c != ':')) return 0;
+  e.begin = start;
+  e.end = start + n;
+  return n;
 }
 
 // The most failure texts that one text may hold: far more than the deepest
@@ -394,28 +262,17 @@ bool FindEntries(std::string_view text, std::vector<Entry>& entries) {
   size_t lastEnd = 0;
   size_t i = 0;
   while (i < text.size()) {
-    char c = text[i];
-    if (c == '\n' || c == '\r') {
+    if (text[i] == '\n' || text[i] == '\r') {
       lineStart = ++i;
       continue;
     }
-    Entry e{};
-    bool found = false;
-    if (c == ':' && (text.substr(i + 1, 4) == "GET_" || text.substr(i + 1, 4) == "SET_")) {
-      found = ReadTagged(text, std::max(lineStart, lastEnd), i, e);
-    } else if (c == 'i' && text.substr(i, kWrongNumberText.size()) == kWrongNumberText) {
-      found = ReadWrongNumber(text, i, e);
-    } else if (c == 'O' && text.substr(i, kNoMemoryText.size()) == kNoMemoryText) {
-      ReadNoMemory(text, i, e);
-      e.begin = std::max(e.begin, lineStart);
-      found = true;
-    }
-    if (!found) {
+    const size_t floor = std::max(lineStart, lastEnd);
+    Entry e;
+    if (ReadAt(text, floor, i, e) == 0) {
       ++i;
       continue;
     }
-    size_t from = std::max(lineStart, lastEnd);
-    e.before = text.substr(from, e.begin > from ? e.begin - from : 0);
+    e.before = text.substr(floor, e.begin > floor ? e.begin - floor : 0);
     lastEnd = e.end;
     if (std::none_of(entries.begin(), entries.end(), [&](const Entry& o) { return o.SameAs(e); })) {
       if (entries.size() == kMaxEntries) return false;
@@ -487,9 +344,9 @@ std::string CannotExplain(const std::string& why) { return "cannot explain: " + 
 
 // A level from a failure text, checked against the tables. Empty on
 // success, else why not.
-std::string LevelOf(const Entry& e, Level& l) {
-  switch (e.form) {
-    case Entry::kWrongNumber:
+std::string LevelOf(const FailureText& e, Level& l) {
+  switch (e.op) {
+    case FailureOp::kWrongNumber:
       l.what = What::kWrongNumber;
       l.given = e.given;
       l.codeKnown = true;
@@ -497,13 +354,13 @@ std::string LevelOf(const Entry& e, Level& l) {
       l.cls = ps::FindClass(e.number);
       if (!l.cls) return "no class has the number " + std::to_string(e.number);
       return "";
-    case Entry::kNoMessage:
-    case Entry::kArrayNoMemory:
-      l.what = e.form == Entry::kNoMessage ? What::kNoMessage : What::kArrayMemory;
+    case FailureOp::kNoMessage:
+    case FailureOp::kArrayNoMemory:
+      l.what = e.op == FailureOp::kNoMessage ? What::kNoMessage : What::kArrayMemory;
       l.codeKnown = true;
       l.code = MSG_E_NOMEM;
       return "";
-    case Entry::kTagged:
+    default:
       break;
   }
   std::string name(e.name);
@@ -516,8 +373,8 @@ std::string LevelOf(const Entry& e, Level& l) {
   l.op = e.op;
   l.field = ps::FindMember(*l.cls, e.tag);
   if (!l.field) return name + " has no field under the tag T" + std::to_string(e.tag);
-  bool sub = e.op == Op::kGetSub || e.op == Op::kSetSub;
-  bool arr = e.op == Op::kGetArr || e.op == Op::kSetArr;
+  bool sub = e.op == FailureOp::kGetSub || e.op == FailureOp::kSetSub;
+  bool arr = e.op == FailureOp::kGetArray || e.op == FailureOp::kSetArray;
   if ((sub && l.field->kind != ps::Kind::kMessage) ||
       (arr && l.field->kind != ps::Kind::kMessageArray)) {
     return std::string(NameOf(e.op)) + " does not go with " + l.field->name + " of " + name +
@@ -527,29 +384,31 @@ std::string LevelOf(const Entry& e, Level& l) {
 }
 
 bool GoesDown(const Level& l) {
-  return l.what == What::kField && l.op != Op::kGetVal && l.op != Op::kSetVal;
+  return l.what == What::kField && l.op != FailureOp::kGetValue && l.op != FailureOp::kSetValue;
 }
 
+bool OfArray(FailureOp op) { return op == FailureOp::kGetArray || op == FailureOp::kSetArray; }
+
 // Whether the failure text `e` can be the level below `holder`.
-bool Continues(const Level& holder, const Entry& e) {
+bool Continues(const Level& holder, const FailureText& e) {
   const ps::ClassInfo& held = ps::HeldClass(*holder.field);
-  switch (e.form) {
-    case Entry::kTagged:
+  const bool load = holder.op == FailureOp::kGetSub || holder.op == FailureOp::kGetArray;
+  switch (e.op) {
+    case FailureOp::kWrongNumber:
+      return e.number == held.number && load;
+    case FailureOp::kNoMessage:
+      return !load;
+    case FailureOp::kArrayNoMemory:
+      return holder.op == FailureOp::kGetArray;
+    default:
       return e.name == held.name;
-    case Entry::kWrongNumber:
-      return e.number == held.number && (holder.op == Op::kGetSub || holder.op == Op::kGetArr);
-    case Entry::kNoMessage:
-      return holder.op == Op::kSetSub || holder.op == Op::kSetArr;
-    case Entry::kArrayNoMemory:
-      return holder.op == Op::kGetArr;
   }
-  return false;
 }
 
 // The class that a failure text is of, for finding the outermost level.
-const ps::ClassInfo* ClassOf(const Entry& e) {
-  if (e.form == Entry::kTagged) return ps::FindClass(e.name);
-  if (e.form == Entry::kWrongNumber) return ps::FindClass(e.number);
+const ps::ClassInfo* ClassOf(const FailureText& e) {
+  if (Tagged(e.op)) return ps::FindClass(e.name);
+  if (e.op == FailureOp::kWrongNumber) return ps::FindClass(e.number);
   return nullptr;
 }
 
@@ -560,26 +419,15 @@ const ps::ClassInfo* ClassOf(const Entry& e) {
 bool ReadOwnText(const CMsgBase& obj, const ps::ClassInfo& cls, Level& l, std::string& why) {
   const char* raw = obj.errtext.ToStr();
   std::string_view text(raw ? raw : "", raw ? static_cast<size_t>(obj.errtext.GetSize()) : 0);
-  Entry e{};
-  bool read = false;
-  if (text == kNoMemoryText) {
-    e.form = Entry::kNoMessage;
-    read = true;
-  } else if (text.substr(0, kWrongNumberText.size()) == kWrongNumberText) {
-    read = ReadWrongNumber(text, 0, e) && e.end == text.size();
-  } else {
-    size_t colon = text.find(':');
-    read = colon != std::string_view::npos && ReadTagged(text, 0, colon, e) && e.begin == 0 &&
-           e.end == text.size();
-  }
-  if (!read) {
+  FailureText e;
+  if (!pricemsg::ReadFailureText(text, &e) || e.op == FailureOp::kArrayNoMemory) {
     why = "the errtext of " + std::string(cls.name) + " is " + Quote(text) +
           ", no failure text of the library";
     return false;
   }
   why = LevelOf(e, l);
   if (!why.empty()) return false;
-  if (l.cls != &cls && e.form != Entry::kNoMessage) {
+  if (l.cls != &cls && e.op != FailureOp::kNoMessage) {
     why = "the errtext of " + std::string(cls.name) + " is " + Quote(text) + ", of another class";
     return false;
   }
@@ -594,10 +442,9 @@ constexpr int kMaxLevels = 64;
 
 Explanation FromObject(const CMsgBase& obj) {
   Explanation e;
-  const Layouts& layouts = TheLayouts();
   const CMsgBase* cur = &obj;
   for (int depth = 0; depth < kMaxLevels; ++depth) {
-    const ps::ClassInfo* cls = ps::FindClass(cur->msgnum);
+    const ps::ClassInfo* cls = pricemsg::ClassOf(*cur);
     if (!cls) {
       e.stop = "an object of number " + std::to_string(cur->msgnum) + ", which no class has";
       return e;
@@ -616,21 +463,25 @@ Explanation FromObject(const CMsgBase& obj) {
     Level& level = e.levels.back();
     if (!GoesDown(level)) return e;
 
-    const char* base = reinterpret_cast<const char*>(cur);
-    size_t offset = layouts.Offset(*cls, ps::MemberIndex(*cls, level.field->tag));
+    // The member that failed, reached through the reflection.
+    pricemsg::ConstFieldRef ref;
+    if (pricemsg::Find(*cur, "T" + std::to_string(level.field->tag), &ref, &why) != 0) {
+      e.stop = why;
+      return e;
+    }
     const ps::ClassInfo& held = ps::HeldClass(*level.field);
     const CMsgBase* next = nullptr;
-    if (level.op == Op::kGetSub || level.op == Op::kSetSub) {
-      next = reinterpret_cast<const CMsgBase*>(base + offset);
+    if (!OfArray(level.op)) {
+      next = std::get<const CMsgBase*>(ref.member);
     } else {
       // The element that failed is the first one with a code: a Load makes
       // all elements anew, and a ToMsg stops at the first that fails.
-      const auto* arr = reinterpret_cast<const CMsgBase_Array*>(base + offset);
+      const CMsgBase_Array* arr = std::get<const CMsgBase_Array*>(ref.member);
       int size = arr->GetSize();
       for (int i = 0; i < size; ++i) {
         const CMsgBase* element = arr->GetAt(i);
         if (!element) {
-          if (level.op == Op::kSetArr) {
+          if (level.op == FailureOp::kSetArray) {
             level.index = i;
             level.arrayEnd = ArrayEnd::kNeverMade;
           } else {
@@ -645,7 +496,7 @@ Explanation FromObject(const CMsgBase& obj) {
         }
       }
       if (!next) {
-        if (level.op == Op::kGetArr && level.code == MSG_E_NOMEM) {
+        if (level.op == FailureOp::kGetArray && level.code == MSG_E_NOMEM) {
           level.arrayEnd = ArrayEnd::kNoMemory;
         } else {
           e.stop = "no element of " + std::string(level.field->name) + " holds a failure";
@@ -703,12 +554,12 @@ std::string MA_ExplainFailureText(const std::string& failureText) {
     // below a field.
     std::vector<Level> levels(entries.size());
     for (size_t i = 0; i < entries.size(); ++i) {
-      std::string why = LevelOf(entries[i], levels[i]);
+      std::string why = LevelOf(entries[i].read, levels[i]);
       if (!why.empty()) return CannotExplain(why);
     }
     size_t root = 0;
     for (size_t i = 0; i < entries.size(); ++i) {
-      const ps::ClassInfo* cls = ClassOf(entries[i]);
+      const ps::ClassInfo* cls = ClassOf(entries[i].read);
       if (!cls) continue;
       bool held = false;
       for (size_t j = 0; j < entries.size() && !held; ++j) {
@@ -728,7 +579,7 @@ std::string MA_ExplainFailureText(const std::string& failureText) {
     while (GoesDown(e.levels.back())) {
       size_t next = entries.size();
       for (size_t j = 0; j < entries.size(); ++j) {
-        if (!used[j] && Continues(e.levels.back(), entries[j])) {
+        if (!used[j] && Continues(e.levels.back(), entries[j].read)) {
           next = j;
           break;
         }
@@ -739,9 +590,9 @@ std::string MA_ExplainFailureText(const std::string& failureText) {
         break;
       }
       Level& holder = e.levels.back();
-      if (holder.op == Op::kGetArr || holder.op == Op::kSetArr) {
+      if (OfArray(holder.op)) {
         holder.index = IndexBefore(entries[next].before, holder.field->name);
-        if (entries[next].form == Entry::kArrayNoMemory) {
+        if (entries[next].read.op == FailureOp::kArrayNoMemory) {
           holder.arrayEnd = ArrayEnd::kNoMemory;
           used[next] = true;
           break;

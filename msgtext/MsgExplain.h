@@ -22,12 +22,12 @@
 #include <string>
 
 #include "MsgBase.h"
-#include "SchemaTables.h"
+#include "MsgText.h"
 
 // The failure of the last Load or ToMsg of `obj`, read from its errcode and
-// errtext and those of the members that failed below it; the empty string
-// if that Load or ToMsg succeeded or none has run (errcode 0). `obj` is an
-// object of a generated class, whose members the schema tables place.
+// errtext and those of the members that failed below it, which the
+// reflection reaches (Reflect.h); the empty string if that Load or ToMsg
+// succeeded or none has run (errcode 0).
 PRICEMSG_TEXT_EXPORT std::string MA_ExplainFailure(const CMsgBase& obj);
 
 // The same from failure texts as the library writes them, as a log holds

@@ -254,8 +254,8 @@ int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
 namespace {
 
 bool TooLarge(MsgTextError* err, const char* path) {
-  SetError(err, 0, 0, 0, "cannot read %s: it is larger than %zu bytes", Shorter(path).text,
-           kMsgFileMaxSize);
+  SetError(err, MSGTEXT_E_IO, 0, 0, "cannot read %s: it is larger than %zu bytes",
+           Shorter(path).text, kMsgFileMaxSize);
   return false;
 }
 
@@ -305,7 +305,7 @@ int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
 
 CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
   if (!path || !*path) {
-    SetError(err, 0, 0, 0, "no file name");
+    SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
     return nullptr;
   }
   try {
@@ -313,7 +313,7 @@ CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
     if (!pricemsg::text::ReadWholeFile(path, &text, err)) return nullptr;
     return MA_ReadMsgText(text.data(), text.size(), err);
   } catch (const std::bad_alloc&) {
-    SetError(err, 0, 0, 0, "out of memory");
+    SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
     return nullptr;
   }
 }
@@ -335,7 +335,7 @@ int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {
       tree.reset(MA_ReadMsgText(text.data(), text.size(), &read));
       if (!tree) {
         if (err) *err = read;
-        return std::strcmp(read.reason, "out of memory") == 0 ? MSGTEXT_E_NOMEM : MSGTEXT_E_TEXT;
+        return read.code;
       }
     }
     if (tree->msgnum != obj->msgnum) {

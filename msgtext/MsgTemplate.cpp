@@ -15,26 +15,16 @@ namespace pricemsg::text {
 namespace {
 
 // The placeholder of each value kind: what the writer writes for the value
-// that the reader makes of it.
-const char* Placeholder(Kind kind) {
-  switch (kind) {
-    case Kind::kInt:
-    case Kind::kIntArray:
-    case Kind::kDbl:
-    case Kind::kDblArray:
-      return "0";
-    case Kind::kBool:
-      return "N";
-    case Kind::kDate:
-      return "\"20000101\"";
-    case Kind::kString:
-      return "\"\"";
-    case Kind::kMessage:
-    case Kind::kMessageArray:
-      break;
-  }
-  return nullptr;
+// that the reader makes of it; null for the kinds that hold a message.
+template <class T>
+const char* Placeholder(TypeTag<T>) {
+  return "0";  // int, double and their arrays
 }
+const char* Placeholder(TypeTag<CBool>) { return "N"; }
+const char* Placeholder(TypeTag<CDate>) { return "\"20000101\""; }
+const char* Placeholder(TypeTag<CString>) { return "\"\""; }
+const char* Placeholder(TypeTag<CMsgBase>) { return nullptr; }
+const char* Placeholder(TypeTag<CMsgBase_Array>) { return nullptr; }
 
 // How many levels deep the blocks of a class nest, the class's own included,
 // up to kMsgTextMaxDepth + 1: a class that holds itself, through repeated
@@ -42,18 +32,18 @@ const char* Placeholder(Kind kind) {
 // class whose fields hold the same class many times over costs no more.
 class Nesting {
  public:
-  Nesting() : depth_(static_cast<size_t>(schema::kClassCount), 0) {}
+  Nesting() : depth_(static_cast<size_t>(schema::Classes().size()), 0) {}
 
   int Of(const ClassInfo& cls) {
     constexpr int kEndless = kMsgTextMaxDepth + 1;
-    int& depth = depth_[static_cast<size_t>(&cls - schema::kClasses)];
+    int& depth = depth_[static_cast<size_t>(schema::IndexOf(cls))];
     if (depth == kOnTheWay) return kEndless;
     if (depth > 0) return depth;
     depth = kOnTheWay;
     int deepest = 1;
     for (int i = 0; i < cls.memberCount && deepest < kEndless; ++i) {
       const FieldInfo& f = schema::MemberOf(cls, i);
-      if (f.kind == Kind::kMessage || f.kind == Kind::kMessageArray) {
+      if (schema::HoldsMessage(f.kind)) {
         const int below = Of(schema::HeldClass(f));
         if (below + 1 > deepest) deepest = below + 1 < kEndless ? below + 1 : kEndless;
       }
@@ -64,7 +54,7 @@ class Nesting {
 
  private:
   static constexpr int kOnTheWay = -1;
-  std::vector<int> depth_;  // by index in kClasses; 0 until weighed
+  std::vector<int> depth_;  // by index in Classes(); 0 until weighed
 };
 
 class TemplateWriter {
@@ -116,7 +106,7 @@ class TemplateWriter {
     Indent(level);
     out_ += "# ";
     out_ += schema::InfoOf(f.kind).words;
-    if (f.kind == Kind::kMessage || f.kind == Kind::kMessageArray) {
+    if (schema::HoldsMessage(f.kind)) {
       out_ += " of ";
       out_ += schema::HeldClass(f).name;
     }
@@ -152,7 +142,8 @@ class TemplateWriter {
       out_ += ' ';
       out_ += schema::InfoOf(f.kind).letter;
       out_ += ' ';
-      if (const char* value = Placeholder(f.kind)) {
+      if (const char* value =
+              pricemsg::WithKind(f.kind, [](auto type) { return Placeholder(type); })) {
         out_ += value;
       } else {
         const ClassInfo& held = schema::HeldClass(f);

@@ -67,6 +67,9 @@
 #include "Runtime.h"
 #include "SchemaTables.h"
 
+// Marks what libpricemsg_text exports; all else in it stays internal.
+#define PRICEMSG_TEXT_EXPORT __attribute__((visibility("default")))
+
 class CMsgBase;  // MsgBase.h: the base of the message classes
 
 // Where and why a text could not be read, or a tree or file not written.
@@ -78,6 +81,10 @@ struct MsgTextError {
   int line;
   int column;
   char reason[160];  // terminated; says what was expected or refused
+  // The MSGTEXT_E_* code of the failure (0 when cleared): a reader that
+  // gives null tells here whether the text was wrong (MSGTEXT_E_TEXT), memory
+  // ran out (MSGTEXT_E_NOMEM), and so on.
+  int code = 0;
 };
 
 constexpr int kMsgTextMaxDepth = 64;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "MsgText.h"
+#include "Reflect.h"
 #include "TextCommon.h"
 
 namespace pricemsg::text {
@@ -43,7 +44,8 @@ bool IsName(Span s) {
 
 // True if `s` is the type letter of some kind.
 bool IsLetter(Span s) {
-  return s.size() == 1 && std::any_of(schema::kKinds, schema::kKinds + schema::kKindCount,
+  const auto kinds = schema::Kinds();
+  return s.size() == 1 && std::any_of(kinds.begin(), kinds.end(),
                                       [&](const KindInfo& k) { return k.letter == *s.begin; });
 }
 
@@ -55,8 +57,8 @@ struct Letters {
 Letters LetterList() {
   char letters[16];
   size_t n = 0;
-  for (int i = 0; i < schema::kKindCount && n < sizeof letters; ++i) {
-    if (!std::memchr(letters, schema::kKinds[i].letter, n)) letters[n++] = schema::kKinds[i].letter;
+  for (const KindInfo& k : schema::Kinds()) {
+    if (n < sizeof letters && !std::memchr(letters, k.letter, n)) letters[n++] = k.letter;
   }
   Letters out;
   char* w = out.text;
@@ -128,6 +130,7 @@ class Reader {
       ok = Run();
     } catch (const std::bad_alloc&) {
       ok = Fail(lineItem_, "out of memory");
+      if (err_) err_->code = MSGTEXT_E_NOMEM;
     }
     if (!ok) return nullptr;
     ClearError(err_);
@@ -224,7 +227,7 @@ class Reader {
   __attribute__((format(printf, 4, 5))) bool FailAt(int line, int column, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    SetErrorV(err_, line, column, format, args);
+    SetErrorV(err_, MSGTEXT_E_TEXT, line, column, format, args);
     va_end(args);
     return false;
   }
@@ -232,7 +235,7 @@ class Reader {
   __attribute__((format(printf, 3, 4))) bool Fail(const char* at, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    SetErrorV(err_, line_, Column(at), format, args);
+    SetErrorV(err_, MSGTEXT_E_TEXT, line_, Column(at), format, args);
     va_end(args);
     return false;
   }
@@ -241,7 +244,8 @@ class Reader {
     const bool below = line_ == 0 || endedInNewline_;
     va_list args;
     va_start(args, format);
-    SetErrorV(err_, below ? line_ + 1 : line_, below ? 1 : Column(lineEnd_), format, args);
+    SetErrorV(err_, MSGTEXT_E_TEXT, below ? line_ + 1 : line_, below ? 1 : Column(lineEnd_), format,
+              args);
     va_end(args);
     return false;
   }
@@ -392,7 +396,7 @@ class Reader {
     }
     item.value = Token(SkipBlanks(item.letter.end));
     if (!Value(item)) return false;
-    if (f.kind == Kind::kMessage || f.kind == Kind::kMessageArray) return true;  // a block opened
+    if (schema::HoldsMessage(f.kind)) return true;  // a block opened
     const char* rest = SkipBlanks(item.value.end);
     if (rest != lineEnd_) {
       return Fail(rest, "unexpected text after the value: %s", Found(Token(rest)).text);
@@ -403,15 +407,7 @@ class Reader {
   // The value of `item`, by the reader of its field's kind, which leaves
   // item.value.end after what it read.
   bool Value(Item& item) {
-    using ReadFn = bool (Reader::*)(Item & item);
-    static constexpr ReadFn kRead[] = {
-        &Reader::ReadInt,      &Reader::ReadDbl,     &Reader::ReadBool,
-        &Reader::ReadDate,     &Reader::ReadString,  &Reader::ReadIntArray,
-        &Reader::ReadDblArray, &Reader::ReadMessage, &Reader::ReadMessage,
-    };
-    static_assert(std::size(kRead) == static_cast<size_t>(Kind::kMessageArray) + 1,
-                  "a reader for each kind, in the order of Kind");
-    return (this->*kRead[static_cast<int>(item.field->kind)])(item);
+    return pricemsg::WithKind(item.field->kind, [&](auto type) { return Read(item, type); });
   }
 
   CMsg& Parent() const { return *open_[depth_ - 1].msg; }
@@ -466,27 +462,27 @@ class Reader {
     return Parse(item.value, n);
   }
 
-  bool ReadInt(Item& item) {
+  bool Read(Item& item, TypeTag<CInt>) {
     CInt v;
     return Optional(item, &v) && Stored(item, Parent().SetValue(item.field->tag, v));
   }
 
-  bool ReadDbl(Item& item) {
+  bool Read(Item& item, TypeTag<CDbl>) {
     CDbl v;
     return Optional(item, &v) && Stored(item, Parent().SetValue(item.field->tag, v));
   }
 
-  bool ReadIntArray(Item& item) {
+  bool Read(Item& item, TypeTag<CIntArray>) {
     int n = 0;
     return Element(item, &n) && Stored(item, Parent().SetValue(item.field->tag, n));
   }
 
-  bool ReadDblArray(Item& item) {
+  bool Read(Item& item, TypeTag<CDblArray>) {
     double n = 0;
     return Element(item, &n) && Stored(item, Parent().SetValue(item.field->tag, n));
   }
 
-  bool ReadBool(Item& item) {
+  bool Read(Item& item, TypeTag<CBool>) {
     CBool v;
     if (item.value.Is("Y") || item.value.Is("N")) {
       v.value = *item.value.begin == 'Y';
@@ -498,7 +494,7 @@ class Reader {
     return Stored(item, Parent().SetValue(item.field->tag, v));
   }
 
-  bool ReadDate(Item& item) {
+  bool Read(Item& item, TypeTag<CDate>) {
     CDate v;
     if (!item.value.Is("-")) {
       if (!Quoted(item, "a quoted date or -")) return false;
@@ -516,13 +512,14 @@ class Reader {
     return Stored(item, Parent().SetValue(item.field->tag, v));
   }
 
-  bool ReadString(Item& item) {
+  bool Read(Item& item, TypeTag<CString>) {
     return Quoted(item, "a quoted text") &&
            Stored(item, Parent().SetValue(item.field->tag, text_.c_str()));
   }
 
-  // A nested block of the class that the field holds.
-  bool ReadMessage(Item& item) {
+  // A nested block of the class that the field holds, single or repeated.
+  template <class M>
+  bool Read(Item& item, TypeTag<M>) {
     const char* at = item.value.begin;
     if (at == lineEnd_ || *at != 'M') {
       return Fail(at, "expected a message 'M<number> {', found %s", Found(item.value).text);
@@ -571,9 +568,10 @@ class Reader {
   // The byte of the escape at `p` (a backslash before the end of the line).
   bool Unescape(const char* p, char* out) {
     const char letter = p[1];
-    const auto* escape = std::find_if(std::begin(kEscapes), std::end(kEscapes),
-                                      [letter](const Escape& e) { return e.letter == letter; });
-    if (escape != std::end(kEscapes)) {
+    const auto* escape =
+        std::find_if(std::begin(kTextEscapes), std::end(kTextEscapes),
+                     [letter](const pricemsg::TextEscape& e) { return e.letter == letter; });
+    if (escape != std::end(kTextEscapes)) {
       *out = escape->byte;
       return true;
     }
@@ -613,7 +611,7 @@ class Reader {
 
 CMsg* MA_ReadMsgText(const char* text, size_t size, MsgTextError* err) {
   if (!text) {
-    pricemsg::text::SetError(err, 0, 0, 0, "no text: a null pointer");
+    pricemsg::text::SetError(err, MSGTEXT_E_ARG, 0, 0, "no text: a null pointer");
     return nullptr;
   }
   return pricemsg::text::Reader(text, size, err).Read();

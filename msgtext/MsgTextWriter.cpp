@@ -8,6 +8,7 @@
 #include <new>
 
 #include "MsgText.h"
+#include "Reflect.h"
 #include "TextCommon.h"
 
 namespace pricemsg::text {
@@ -33,15 +34,7 @@ class Writer {
  private:
   // The lines of field `f`, by the writer of its kind.
   int Field(CMsg* msg, const FieldInfo& f) {
-    using WriteFn = int (Writer::*)(CMsg * msg, const FieldInfo& f);
-    static constexpr WriteFn kWrite[] = {
-        &Writer::WriteInt,      &Writer::WriteDbl,     &Writer::WriteBool,
-        &Writer::WriteDate,     &Writer::WriteString,  &Writer::WriteIntArray,
-        &Writer::WriteDblArray, &Writer::WriteMessage, &Writer::WriteMessageArray,
-    };
-    static_assert(std::size(kWrite) == static_cast<size_t>(Kind::kMessageArray) + 1,
-                  "a writer for each kind, in the order of Kind");
-    return (this->*kWrite[static_cast<int>(f.kind)])(msg, f);
+    return pricemsg::WithKind(f.kind, [&](auto type) { return Write(msg, f, type); });
   }
 
   // "M<number> <name> {", a line for each value, and "}" at the indent of
@@ -85,23 +78,7 @@ class Writer {
   }
 
   void Quoted(const char* text, size_t size) {
-    out_ += '"';
-    for (size_t i = 0; i < size; ++i) {
-      const unsigned char c = static_cast<unsigned char>(text[i]);
-      const auto* escape =
-          std::find_if(std::begin(kEscapes), std::end(kEscapes),
-                       [c](const auto& e) { return e.byte == static_cast<char>(c); });
-      if (escape != std::end(kEscapes)) {
-        out_ += '\\';
-        out_ += escape->letter;
-      } else if (NeedsHex(c)) {
-        char hex[4];
-        out_.append(hex, PutHex(hex, c));
-      } else {
-        out_ += static_cast<char>(c);
-      }
-    }
-    out_ += '"';
+    pricemsg::AppendQuoted(&out_, std::string_view(text, size));
   }
 
   // The failure of field `f` of the class being written; gives `code`.
@@ -142,21 +119,21 @@ class Writer {
     return rc;
   }
 
-  int WriteInt(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CInt>) {
     return Optional<CInt>(msg, f, [this](const CInt& v) -> int {
       Number(v.value);
       return MSGTEXT_OK;
     });
   }
 
-  int WriteDbl(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CDbl>) {
     return Optional<CDbl>(msg, f, [this](const CDbl& v) -> int {
       Number(v.value);
       return MSGTEXT_OK;
     });
   }
 
-  int WriteBool(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CBool>) {
     return Optional<CBool>(msg, f, [this](const CBool& v) -> int {
       out_ += v.value ? 'Y' : 'N';
       return MSGTEXT_OK;
@@ -164,7 +141,7 @@ class Writer {
   }
 
   // The reader takes a set date as a text of 1 to 8 characters.
-  int WriteDate(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CDate>) {
     return Optional<CDate>(msg, f, [this, &f](const CDate& v) -> int {
       const size_t size = strnlen(v.text, sizeof v.text);
       if (size == 0 || size == sizeof v.text) {
@@ -178,7 +155,7 @@ class Writer {
 
   // The reader takes terminated texts: one with a NUL byte would not read
   // back.
-  int WriteString(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CString>) {
     CString v;
     const int got = Get(msg, f, &v);
     if (got <= 0) return got;
@@ -207,16 +184,20 @@ class Writer {
     return MSGTEXT_OK;
   }
 
-  int WriteIntArray(CMsg* msg, const FieldInfo& f) { return Elements<CIntArray>(msg, f); }
-  int WriteDblArray(CMsg* msg, const FieldInfo& f) { return Elements<CDblArray>(msg, f); }
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CIntArray>) {
+    return Elements<CIntArray>(msg, f);
+  }
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CDblArray>) {
+    return Elements<CDblArray>(msg, f);
+  }
 
-  int WriteMessage(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CMsgBase>) {
     CMsg* sub = nullptr;
     const int got = Get(msg, f, &sub);
     return got <= 0 ? got : Sub(sub, f);
   }
 
-  int WriteMessageArray(CMsg* msg, const FieldInfo& f) {
+  int Write(CMsg* msg, const FieldInfo& f, TypeTag<CMsgBase_Array>) {
     CMsgArray subs(true);
     const int got = Get(msg, f, &subs);
     if (got <= 0) return got;

@@ -17,13 +17,15 @@ char* PutHex(char* out, unsigned char c) {
 int SetError(MsgTextError* err, int code, int line, int column, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  SetErrorV(err, line, column, format, args);
+  SetErrorV(err, code, line, column, format, args);
   va_end(args);
   return code;
 }
 
-void SetErrorV(MsgTextError* err, int line, int column, const char* format, va_list args) {
+void SetErrorV(MsgTextError* err, int code, int line, int column, const char* format,
+               va_list args) {
   if (!err) return;
+  err->code = code;
   err->line = line;
   err->column = column;
   err->reason[0] = '\0';
@@ -41,6 +43,7 @@ void ClearError(MsgTextError* err) {
   err->line = 0;
   err->column = 0;
   err->reason[0] = '\0';
+  err->code = 0;
 }
 
 }  // namespace pricemsg::text

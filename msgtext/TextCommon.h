@@ -9,39 +9,37 @@
 #include <string>
 
 #include "MsgText.h"
+#include "Reflect.h"
 
 namespace pricemsg::text {
 
 // The schema's words, which both directions use throughout.
+using pricemsg::TypeTag;
 using schema::ClassInfo;
 using schema::FieldInfo;
 using schema::Kind;
 using schema::KindInfo;
 
-// A byte that a quoted text writes as a backslash and a letter.
-struct Escape {
-  char byte;
-  char letter;
-};
-inline constexpr Escape kEscapes[] = {
-    {'"', '"'}, {'\\', '\\'}, {'\n', 'n'}, {'\t', 't'}, {'\r', 'r'},
-};
-// Any other byte below 0x20, and 0x7f, is written \xHH.
+// The bytes that a quoted text writes as a backslash and a letter; any
+// other byte below 0x20, and 0x7f, is written \xHH.
+using pricemsg::kTextEscapes;
 inline bool NeedsHex(unsigned char c) { return c < 0x20 || c == 0x7f; }
 // Writes the four bytes \xHH of `c` (lower-case digits) at `out`; gives the
 // end.
 char* PutHex(char* out, unsigned char c);
 
-// Sets `err` (if not null) to the position and the formatted reason, cut to
-// fit. Gives `code`, so that a failing function can end with it.
+// Sets `err` (if not null) to the code, the position and the formatted
+// reason, cut to fit. Gives `code`, so that a failing function can end with
+// it.
 PRICEMSG_TEXT_EXPORT int SetError(MsgTextError* err, int code, int line, int column,
                                   const char* format, ...) __attribute__((format(printf, 5, 6)));
-PRICEMSG_TEXT_EXPORT void SetErrorV(MsgTextError* err, int line, int column, const char* format,
-                                    va_list args) __attribute__((format(printf, 4, 0)));
+PRICEMSG_TEXT_EXPORT void SetErrorV(MsgTextError* err, int code, int line, int column,
+                                    const char* format, va_list args)
+    __attribute__((format(printf, 5, 0)));
 // Appends to the reason that `err` holds, cut to fit.
 void AppendReasonV(MsgTextError* err, const char* format, va_list args)
     __attribute__((format(printf, 2, 0)));
-// Line 0, column 0, an empty reason.
+// Line 0, column 0, an empty reason, code 0.
 PRICEMSG_TEXT_EXPORT void ClearError(MsgTextError* err);
 
 // Runs `write(*out)`, which appends a text and gives MSGTEXT_OK or a failure

@@ -146,8 +146,7 @@ bool SameBits(double a, double b) {
 }  // namespace
 
 TEST(SchemaTables, FindEveryClassFieldAndMemberAndNothingElse) {
-  for (int i = 0; i < schema::kClassCount; ++i) {
-    const schema::ClassInfo& c = schema::kClasses[i];
+  for (const schema::ClassInfo& c : schema::Classes()) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(schema::FindClass(c.number), &c);
     EXPECT_EQ(schema::FindClass(c.name), &c);
@@ -162,8 +161,7 @@ TEST(SchemaTables, FindEveryClassFieldAndMemberAndNothingElse) {
                 k + 1 == c.memberCount || schema::MemberOf(c, k + 1).tag != f.tag + 1);
     }
   }
-  for (int i = 0; i < schema::kFieldCount; ++i) {
-    const schema::FieldInfo& f = schema::kFields[i];
+  for (const schema::FieldInfo& f : schema::Fields()) {
     EXPECT_EQ(schema::FindField(f.name), &f);
     const bool holds = f.kind == schema::Kind::kMessage || f.kind == schema::Kind::kMessageArray;
     ASSERT_EQ(f.held >= 0, holds) << f.name;
@@ -195,12 +193,13 @@ TEST(SchemaTables, FindEveryClassFieldAndMemberAndNothingElse) {
   }
   // Every phrase of the word list is found, sorted as the lookup needs;
   // near misses are not.
-  for (int i = 0; i < schema::kWordCount; ++i) {
-    EXPECT_EQ(schema::FindWord(schema::kWords[i].phrase), &schema::kWords[i]);
+  const auto words = schema::Words();
+  for (int i = 0; i < words.size(); ++i) {
+    EXPECT_EQ(schema::FindWord(words[i].phrase), &words[i]);
     if (i > 0) {
-      EXPECT_LT(std::string_view(schema::kWords[i - 1].phrase), schema::kWords[i].phrase);
+      EXPECT_LT(std::string_view(words[i - 1].phrase), words[i].phrase);
     }
-    const std::string phrase = schema::kWords[i].phrase;
+    const std::string phrase = words[i].phrase;
     for (const std::string& miss : {phrase + "x", phrase + " ", phrase.substr(1)}) {
       EXPECT_FALSE(schema::FindWord(miss)) << miss;
     }
