@@ -261,7 +261,9 @@ class Errors(unittest.TestCase):
         cases = [
             # (arguments, the command that tells it, what it says)
             ([], None, "give a command (list, find, show, holders, dump, file, template, convert, "
-             "explain)"),
+             "diff, explain)"),
+            (["search", "cds"], None, "no command 'search' (did you mean 'find'?)"),
+            (["-v"], None, "no option '-v' before a command (the version is -V or --version)"),
             (["shwo", "M_InstInfo"], None, "no command 'shwo' (did you mean 'show'?)"),
             (["--depth=2"], None, "no option '--depth=2' before a command"),
             (["help", "nope"], None, "help takes one command, not 'nope'"),
