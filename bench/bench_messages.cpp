@@ -14,9 +14,11 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "MsgText.h"
+#include "Reflect.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
 #include "callkyt/CStream.h"
@@ -106,6 +108,76 @@ void PerMessage(benchmark::State& state, int messages) {
   state.counters["ns/msg"] =
       benchmark::Counter(static_cast<double>(messages) * static_cast<double>(state.iterations()),
                          benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+// Visits every field of an object and of everything it holds, counting the
+// values; `last` gets the path of the last value field.
+int VisitAll(const CMsgBase& obj, const std::string& prefix, std::string* last) {
+  int values = 0;
+  pricemsg::ForEachField(obj, [&](const pricemsg::schema::FieldInfo& f, const auto& member) {
+    using M = std::decay_t<decltype(member)>;
+    if constexpr (std::is_same_v<M, CMsgBase>) {
+      values += VisitAll(member, last ? prefix + f.name + "." : prefix, last);
+    } else if constexpr (std::is_same_v<M, CMsgBase_Array>) {
+      for (int i = 0; i < member.GetSize(); ++i) {
+        values += VisitAll(member[i],
+                           last ? prefix + f.name + "[" + std::to_string(i) + "]." : prefix, last);
+      }
+    } else {
+      ++values;
+      if (last) *last = prefix + f.name;
+    }
+  });
+  return values;
+}
+
+// The reflection on the workload: a visit of every field (against Dump,
+// which walks the same fields and writes them), the deepest value read and
+// set by its path, and equality and differences of two copies.
+template <class W>
+void RegisterReflection(W& w) {
+  std::string n = w.name;
+  std::string* path = new std::string;  // lives as long as the benchmarks
+  VisitAll(w.obj, "", path);
+  benchmark::RegisterBenchmark((n + "/ours/Visit").c_str(), [&w](benchmark::State& st) {
+    for (auto _ : st) benchmark::DoNotOptimize(VisitAll(w.obj, "", nullptr));
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/GetByPath").c_str(), [&w, path](benchmark::State& st) {
+    pricemsg::Value v;
+    for (auto _ : st) {
+      if (pricemsg::Get(w.obj, *path, &v) != 0) std::abort();
+    }
+    st.SetLabel(*path);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/SetByPath").c_str(), [&w, path](benchmark::State& st) {
+    decltype(w.obj) target;
+    target.Copy(w.obj);
+    pricemsg::Value v;
+    if (pricemsg::Get(w.obj, *path, &v) != 0) std::abort();
+    for (auto _ : st) {
+      if (pricemsg::Set(target, *path, v) != 0) std::abort();
+    }
+  });
+  benchmark::RegisterBenchmark((n + "/ours/Equal").c_str(), [&w](benchmark::State& st) {
+    decltype(w.obj) other;
+    other.Copy(w.obj);
+    for (auto _ : st) {
+      if (!pricemsg::Equal(w.obj, other)) std::abort();
+    }
+    PerMessage(st, w.messages);
+  });
+  benchmark::RegisterBenchmark((n + "/ours/Diff").c_str(), [&w, path](benchmark::State& st) {
+    decltype(w.obj) other;
+    other.Copy(w.obj);
+    if (pricemsg::Set(other, *path, pricemsg::Value()) != 0) std::abort();
+    std::vector<pricemsg::Difference> d;
+    for (auto _ : st) {
+      d.clear();
+      if (pricemsg::Diff(w.obj, other, &d) != 0 || d.size() != 1) std::abort();
+    }
+    PerMessage(st, w.messages);
+  });
 }
 
 template <class W>
@@ -314,6 +386,9 @@ int main(int argc, char** argv) {
   Register(cmb);
   Register(note);
   Register(reject);
+  RegisterReflection(curve);
+  RegisterReflection(cmb);
+  RegisterReflection(note);
   RegisterMsgText();
   RegisterArrays();
 
@@ -327,6 +402,17 @@ int main(int argc, char** argv) {
     Ratio(collector, w, "roundtrip", "RoundTrip", "RoundTrip", true, "ours/theirs <= 0.8");
     Ratio(collector, w, "dump", "Dump", "DebugString", false, "theirs/ours >= 5");
     Ratio(collector, w, "copy", "Copy", "CopyFrom", true, "ours/theirs <= 1");
+  }
+  std::printf("\nReflection (real time per operation, one run, ns):\n");
+  std::printf("%-22s %10s %10s %8s %10s %10s %10s %10s\n", "workload", "Visit", "Dump", "ratio",
+              "GetByPath", "SetByPath", "Equal", "Diff");
+  for (const char* w : {"W1_KytRateCurveB", "W2_EqCmb", "W3_IrNoteFlterHwMc"}) {
+    const std::string b = std::string(w) + "/ours/";
+    const double visit = collector.Ns(b + "Visit"), dump = collector.Ns(b + "Dump");
+    if (visit <= 0 || dump <= 0) continue;
+    std::printf("%-22s %10.0f %10.0f %8.2f %10.0f %10.0f %10.0f %10.0f\n", w, visit, dump,
+                visit / dump, collector.Ns(b + "GetByPath"), collector.Ns(b + "SetByPath"),
+                collector.Ns(b + "Equal"), collector.Ns(b + "Diff"));
   }
   bool arrays = false;
   for (int n : kArraySizes) {

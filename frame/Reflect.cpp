@@ -411,9 +411,11 @@ class Setter {
  private:
   bool Unset() const { return std::holds_alternative<std::monostate>(v_); }
 
+  // The state of a new value: 0 with the flag clear.
   template <class V>
   int Clear(V& m) const {
-    m = V();
+    m.value = 0;
+    m.isSet = false;
     return REFLECT_OK;
   }
 
@@ -442,7 +444,8 @@ class Setter {
     }
     if (!elements && !Unset()) return WrongKind(f_, v_, why_);
     if (Unset() || elements->empty()) {
-      m = A();
+      const A none;
+      m = none;
       return REFLECT_OK;
     }
     CMsg* msg = nullptr;

@@ -425,32 +425,26 @@ class Reader {
     if (top.key == Key::kClass) return FailAt(at, "expected a class name, found %s", found);
     if (top.key == Key::kNumber) return FailAt(at, "expected a message number, found %s", found);
     const FieldInfo& f = *top.field;
-    switch (f.kind) {
-      case Kind::kIntArray:
-      case Kind::kDblArray:
-      case Kind::kMessageArray:
-        return FailAt(at, "expected an array (%s), found %s", schema::InfoOf(f.kind).words, found);
-      case Kind::kMessage:
-        return FailAt(at, "expected an object for a message of %s, found %s",
-                      schema::HeldClass(f).name, found);
-      default:
-        return FailAt(at, "expected %s, found %s", Wanted(f.kind), found);
+    if (schema::InfoOf(f.kind).repeats) {
+      return FailAt(at, "expected an array (%s), found %s", schema::InfoOf(f.kind).words, found);
     }
+    if (f.kind == Kind::kMessage) {
+      return FailAt(at, "expected an object for a message of %s, found %s",
+                    schema::HeldClass(f).name, found);
+    }
+    return FailAt(at, "expected %s, found %s",
+                  WithKind(f.kind, [](auto type) { return Wanted(type); }), found);
   }
 
-  static const char* Wanted(Kind kind) {
-    switch (kind) {
-      case Kind::kInt:
-        return "an integer or null";
-      case Kind::kDbl:
-        return "a number, \"NaN\", \"Infinity\" or null";
-      case Kind::kBool:
-        return "true, false or null";
-      case Kind::kDate:
-        return "a date or null";
-      default:
-        return "a text";
-    }
+  // What a value of each kind is in JSON, for reasons.
+  static const char* Wanted(TypeTag<CInt>) { return "an integer or null"; }
+  static const char* Wanted(TypeTag<CDbl>) { return "a number, \"NaN\", \"Infinity\" or null"; }
+  static const char* Wanted(TypeTag<CBool>) { return "true, false or null"; }
+  static const char* Wanted(TypeTag<CDate>) { return "a date or null"; }
+  static const char* Wanted(TypeTag<CString>) { return "a text"; }
+  template <class T>
+  static const char* Wanted(TypeTag<T>) {
+    return "an array or an object";  // the kinds above say what they hold
   }
 
   // Marks key `index` of the message on top as given; a second time fails.
@@ -627,7 +621,7 @@ class Reader {
   bool Put(size_t at, Frame& top, const Scalar& v, TypeTag<CDbl>) {
     CDbl d;
     if (v.type != Scalar::kNull) {
-      if (!Double(at, v, &d.value, Wanted(Kind::kDbl))) return false;
+      if (!Double(at, v, &d.value, Wanted(TypeTag<CDbl>()))) return false;
       d.isSet = true;
     }
     return Stored(at, *top.field, top.msg->SetValue(top.field->tag, d));

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "MsgText.h"
+#include "Reflect.h"
 #include "RuntimeProbe.h"
 #include "SchemaTables.h"
 
@@ -160,47 +161,51 @@ struct Sampler {
 
   // One value of a field, or each element of a value array.
   int Value(CMsg& msg, const schema::FieldInfo& f) {
-    unsigned r = Next();
-    switch (f.kind) {
-      case schema::Kind::kInt:
-        return msg.SetValue(f.tag, filled ? Int(static_cast<int>(r)) : CInt());
-      case schema::Kind::kDbl:
-        return msg.SetValue(f.tag, filled ? Dbl(r * 0.001 - 7.5) : CDbl());
-      case schema::Kind::kBool:
-        return msg.SetValue(f.tag, filled ? Bool(r & 1) : CBool());
-      case schema::Kind::kDate: {
-        CDate d;
-        if (filled) {
-          char text[16];
-          std::snprintf(text, sizeof text, "20%02u%02u%02u", r % 60, 1 + r % 12, 1 + r % 28);
-          d.Set(text);
-        }
-        return msg.SetValue(f.tag, d);
-      }
-      case schema::Kind::kString: {
-        // Some texts are long enough to leave a short string's own buffer.
-        std::string text;
-        if (filled) {
-          text = std::string(f.name) + "#" + std::to_string(r);
-          if (r % 3 == 0) text += " and a tail that makes it longer than thirty-one bytes";
-        }
-        return msg.SetValue(f.tag, text.c_str());
-      }
-      case schema::Kind::kIntArray:
-        for (int i = 0; filled && i < 3; ++i) {
-          if (int rc = msg.SetValue(f.tag, static_cast<int>(Next()) - 30000); rc < 0) return rc;
-        }
-        return 0;
-      case schema::Kind::kDblArray:
-        for (int i = 0; filled && i < 3; ++i) {
-          if (int rc = msg.SetValue(f.tag, Next() / 64.0 - 100.0); rc < 0) return rc;
-        }
-        return 0;
-      case schema::Kind::kMessage:
-      case schema::Kind::kMessageArray:
-        break;
+    return pricemsg::WithKind(f.kind, [&](auto type) { return Put(msg, f, Next(), type); });
+  }
+
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned r, pricemsg::TypeTag<CInt>) {
+    return msg.SetValue(f.tag, filled ? Int(static_cast<int>(r)) : CInt());
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned r, pricemsg::TypeTag<CDbl>) {
+    return msg.SetValue(f.tag, filled ? Dbl(r * 0.001 - 7.5) : CDbl());
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned r, pricemsg::TypeTag<CBool>) {
+    return msg.SetValue(f.tag, filled ? Bool(r & 1) : CBool());
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned r, pricemsg::TypeTag<CDate>) {
+    CDate d;
+    if (filled) {
+      char text[16];
+      std::snprintf(text, sizeof text, "20%02u%02u%02u", r % 60, 1 + r % 12, 1 + r % 28);
+      d.Set(text);
     }
-    std::abort();
+    return msg.SetValue(f.tag, d);
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned r, pricemsg::TypeTag<CString>) {
+    // Some texts are long enough to leave a short string's own buffer.
+    std::string text;
+    if (filled) {
+      text = std::string(f.name) + "#" + std::to_string(r);
+      if (r % 3 == 0) text += " and a tail that makes it longer than thirty-one bytes";
+    }
+    return msg.SetValue(f.tag, text.c_str());
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned, pricemsg::TypeTag<CIntArray>) {
+    for (int i = 0; filled && i < 3; ++i) {
+      if (int rc = msg.SetValue(f.tag, static_cast<int>(Next()) - 30000); rc < 0) return rc;
+    }
+    return 0;
+  }
+  int Put(CMsg& msg, const schema::FieldInfo& f, unsigned, pricemsg::TypeTag<CDblArray>) {
+    for (int i = 0; filled && i < 3; ++i) {
+      if (int rc = msg.SetValue(f.tag, Next() / 64.0 - 100.0); rc < 0) return rc;
+    }
+    return 0;
+  }
+  template <class T>
+  int Put(CMsg&, const schema::FieldInfo&, unsigned, pricemsg::TypeTag<T>) {
+    std::abort();  // messages are built by Build
   }
 
   MsgPtr Build(int msgnum, int depth) {
@@ -210,7 +215,7 @@ struct Sampler {
     for (int i = 0; i < info->memberCount; ++i) {
       const schema::FieldInfo& f = schema::MemberOf(*info, i);
       bool single = f.kind == schema::Kind::kMessage;
-      if (!single && f.kind != schema::Kind::kMessageArray) {
+      if (!schema::HoldsMessage(f.kind)) {
         if (Value(*msg, f) < 0) std::abort();
         continue;
       }

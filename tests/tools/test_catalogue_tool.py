@@ -225,6 +225,40 @@ class Files(unittest.TestCase):
             self.assertEqual(run("template", "M_Nothing")[0], 1)
 
 
+    def test_diff_answers_as_diff_does(self):
+        import tempfile
+        with tempfile.TemporaryDirectory() as tmp:
+            def write(name, text):
+                path = os.path.join(tmp, name)
+                with open(path, "w") as fh:
+                    fh.write(text)
+                return path
+            note = "M1264 M_KytVolSurface {\n  T598 iVolCrvId i 7\n%s}\n"
+            element = ("  T1456 maKytVolSfcElmt m M1265 {\n    T636 dVol d %s\n"
+                       "    T695 mTivMatur m M2143 {\n      T198 nDate n \"20261123\"\n    }\n  }\n")
+            a = write("a.msg", note % (element % "0.25"))
+            same = write("same.json", '{"number": 1264, "iVolCrvId": 7, "maKytVolSfcElmt": '
+                                      '[{"dVol": 0.25, "mTivMatur": {"nDate": "20261123"}}]}')
+            b = write("b.msg", note % (element % "0.5" + element % "1"))
+            self.assertEqual(run("diff", a, same), (0, "", ""))
+            code, out, err = run("diff", a, b)
+            self.assertEqual((code, err), (1, ""))
+            self.assertEqual(out, "maKytVolSfcElmt[0].dVol: 0.25 | 0.5\n"
+                                  "maKytVolSfcElmt[1]: (none) | (element)\n")
+            # Trouble: a file that does not read, one that does not load,
+            # files of two classes, a wrong command line.
+            bad = write("bad.msg", "M1264 {\n  T598 iVolCrvId i x\n}\n")
+            code, out, err = run("diff", a, bad)
+            self.assertEqual((code, out), (2, ""))
+            self.assertIn("bad.msg:2:", err)
+            tiv = write("tiv.msg", "M2143 M_Tiv {\n}\n")
+            code, out, err = run("diff", tiv, a)
+            self.assertEqual((code, out), (2, ""))
+            self.assertIn("two classes", err)
+            self.assertIn("M_Tiv (2143)", err)
+            self.assertEqual(run("diff", a, os.path.join(tmp, "none.msg"))[0], 2)
+            self.assertEqual(run("diff", a)[0], 2)
+
     def test_explain_names_the_fields_down_to_the_cause(self):
         outer = "M_EqStd:SET_SUB_ONE(M3540.T4566) fail"
         inner = "M_OptSched:SET_VAL_ONE(M3434.T451) fail"
