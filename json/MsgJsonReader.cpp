@@ -746,17 +746,5 @@ CMsg* MA_ReadMsgJson(const char* text, size_t size, MsgTextError* err) {
 }
 
 CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err) {
-  using pricemsg::text::SetError;
-  if (!path || !*path) {
-    SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
-    return nullptr;
-  }
-  try {
-    std::string text;
-    if (!pricemsg::text::ReadWholeFile(path, &text, err)) return nullptr;
-    return MA_ReadMsgJson(text.data(), text.size(), err);
-  } catch (const std::bad_alloc&) {
-    SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
-    return nullptr;
-  }
+  return pricemsg::text::ReadFileWith(MA_ReadMsgJson, path, err);
 }

@@ -349,13 +349,5 @@ int MA_WriteMsgJson(CMsg* msg, std::string* out, MsgTextError* err) {
 }
 
 int MA_WriteMsgJsonFile(CMsg* msg, const char* path, MsgTextError* err) {
-  using pricemsg::text::SetError;
-  if (!path || !*path) return SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
-  try {
-    std::string text;
-    const int rc = MA_WriteMsgJson(msg, &text, err);
-    return rc != MSGTEXT_OK ? rc : pricemsg::text::ReplaceFile(path, text, err);
-  } catch (const std::bad_alloc&) {
-    return SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
-  }
+  return pricemsg::text::WriteFileWith(MA_WriteMsgJson, msg, path, err);
 }

@@ -290,32 +290,40 @@ bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err) {
   return size <= kMsgFileMaxSize || TooLarge(err, path);
 }
 
-}  // namespace pricemsg::text
-
-int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
+int WriteFileWith(TextWriter write, CMsg* msg, const char* path, MsgTextError* err) {
   if (!path || !*path) return SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
   try {
     std::string text;
-    const int rc = MA_WriteMsgText(msg, &text, err);
-    return rc != MSGTEXT_OK ? rc : pricemsg::text::ReplaceFile(path, text, err);
+    const int rc = write(msg, &text, err);
+    return rc != MSGTEXT_OK ? rc : ReplaceFile(path, text, err);
   } catch (const std::bad_alloc&) {
     return SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
   }
 }
 
-CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
+CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err) {
   if (!path || !*path) {
     SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
     return nullptr;
   }
   try {
     std::string text;
-    if (!pricemsg::text::ReadWholeFile(path, &text, err)) return nullptr;
-    return MA_ReadMsgText(text.data(), text.size(), err);
+    if (!ReadWholeFile(path, &text, err)) return nullptr;
+    return read(text.data(), text.size(), err);
   } catch (const std::bad_alloc&) {
     SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
     return nullptr;
   }
+}
+
+}  // namespace pricemsg::text
+
+int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
+  return pricemsg::text::WriteFileWith(MA_WriteMsgText, msg, path, err);
+}
+
+CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
+  return pricemsg::text::ReadFileWith(MA_ReadMsgText, path, err);
 }
 
 int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {

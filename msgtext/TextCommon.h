@@ -63,13 +63,23 @@ int AppendWhole(std::string* out, MsgTextError* err, Write write) {
   return rc;
 }
 
+// A writer and a reader of one form of message files, as MA_WriteMsgText
+// and MA_ReadMsgText.
+using TextWriter = int (*)(CMsg* msg, std::string* out, MsgTextError* err);
+using TextReader = CMsg* (*)(const char* text, size_t size, MsgTextError* err);
+// MA_WriteMsgFile and MA_ReadMsgFile of a form: the text that `write`
+// writes replaces the file at `path`, and `read` reads the whole file.
+PRICEMSG_TEXT_EXPORT int WriteFileWith(TextWriter write, CMsg* msg, const char* path,
+                                       MsgTextError* err);
+PRICEMSG_TEXT_EXPORT CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err);
+
 // Replaces the file at `path` (neither null nor empty) with `text`, whole or
 // not at all, as MA_WriteMsgFile says. Gives MSGTEXT_OK, or MSGTEXT_E_IO
 // with errno and `err` saying why.
-PRICEMSG_TEXT_EXPORT int ReplaceFile(const char* path, const std::string& text, MsgTextError* err);
+int ReplaceFile(const char* path, const std::string& text, MsgTextError* err);
 // Reads the whole file at `path` (neither null nor empty) into `text`, as
 // MA_ReadMsgFile says: false, with the cause in `err` at line 0, for a file
 // that cannot be opened or read or is larger than kMsgFileMaxSize.
-PRICEMSG_TEXT_EXPORT bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err);
+bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err);
 
 }  // namespace pricemsg::text
