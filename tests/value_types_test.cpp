@@ -1,5 +1,5 @@
 // The stand-in's value types: what they refuse to take, at compile time, and
-// the dates that CDate::Set refuses.
+// the texts that CDate::Set takes.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -94,39 +94,24 @@ TEST(ValueTypes, NumbersOfEverySortSetTheValue) {
 
 std::string Show(const CDate& d) { return d.isSet ? std::string(d.text) : "-"; }
 
-// Set takes the dates of the calendar and nothing else; a refusal leaves
-// the date as it was, set or not.
-TEST(ValueTypes, CDateSetTakesCalendarDatesOnly) {
-  // The leap rules: every fourth year, but not every hundredth, but every
-  // four hundredth.
-  for (const char* ok :
-       {"20000229", "20240229", "16000229", "19960229", "00040229", "20230228", "19000228",
-        "20240131", "20240331", "20240430", "20240531", "20240630", "20240731", "20240831",
-        "20240930", "20241031", "20241130", "20241231", "00010101", "99991231"}) {
+// Set takes any text that a date can hold, so that a date set from
+// another's text is that date; a refusal leaves the date as it was.
+TEST(ValueTypes, CDateSetTakesWhatItCanHold) {
+  for (const char* text : {"20240229", "20230229", "20261399", "2024-1-1", "0229", "x"}) {
     CDate d;
-    EXPECT_TRUE(d.Set(ok)) << ok;
-    EXPECT_EQ(Show(d), ok);
-  }
-  for (const char* bad : {"20261399", "20230229", "19000229", "21000229", "20240230",  "20240000",
-                          "20240001", "20240100", "20240132", "20240431", "20240631",  "20240931",
-                          "20241131", "20241301", "00000101", "2024013",  "202401011", "2024-1-1",
-                          "2024013a", " 2024013", "ABCDEFGH", "0229"}) {
-    CDate unset;
-    EXPECT_FALSE(unset.Set(bad)) << bad;
-    EXPECT_FALSE(unset.isSet) << bad;
-    EXPECT_STREQ(unset.text, "") << bad;
-
-    CDate set;
-    ASSERT_TRUE(set.Set("20261123"));
-    EXPECT_FALSE(set.Set(bad)) << bad;
-    EXPECT_EQ(Show(set), "20261123") << bad;
+    EXPECT_TRUE(d.Set(text)) << text;
+    EXPECT_EQ(Show(d), text);
+    CDate copy;
+    ASSERT_TRUE(copy.Set(d.text));
+    EXPECT_EQ(Show(copy), text);
   }
   CDate d;
-  ASSERT_TRUE(d.Set("20240229"));
+  ASSERT_TRUE(d.Set("20261123"));
   EXPECT_FALSE(d.Set(nullptr));
-  EXPECT_EQ(Show(d), "20240229");
+  EXPECT_FALSE(d.Set("202611231"));  // longer than a date holds
+  EXPECT_EQ(Show(d), "20261123");
   EXPECT_TRUE(d.Set(d.text));  // its own text
-  EXPECT_EQ(Show(d), "20240229");
+  EXPECT_EQ(Show(d), "20261123");
   EXPECT_TRUE(d.Set(""));  // an empty text unsets it
   EXPECT_FALSE(d.isSet);
   EXPECT_STREQ(d.text, "");

@@ -112,23 +112,42 @@ bool ValueArray<T>::operator==(const ValueArray& other) const {
   return true;
 }
 
+// The text grows as the elements are written, by half again each time it
+// runs out of room, so that it takes room for what it holds and not for
+// every element at its widest: an array whose text would not fit a CString
+// throws std::bad_alloc only when the text really passes that size.
 template <class T>
 CString ValueArray<T>::Join(const char* sep, bool braced) const {
   const size_t seplen = sep ? std::strlen(sep) : 0;
   if (seplen > INT_MAX) throw std::bad_array_new_length();
-  // Room for every element at its widest: one block, written in place.
+  // The most that one step writes: a separator and an element, or a brace.
+  const int64_t step = static_cast<int64_t>(seplen) + kMaxElementChars<T> + 1;
+  // At least a character an element, the separators and the braces: a text
+  // that cannot fit whatever its elements is refused before asking.
   const int64_t n = size > 0 ? size : 0;
-  const int64_t most =
-      n * kMaxElementChars<T> + (n > 0 ? n - 1 : 0) * static_cast<int64_t>(seplen) + 2;
-  CString out;
-  char* const start = out.Reserve(most, 0);
-  char* const end = start + most;
-  char* w = start;
-  if (braced) *w++ = '{';
-  for (int i = 0; i < n; ++i) {
-    if (i > 0) w = std::copy_n(sep, seplen, w);
-    w = PutElement(w, end, data_[i]);
+  if ((n > 0 ? n - 1 : 0) * static_cast<int64_t>(seplen) + n + 2 > CString::kMaxSize) {
+    throw std::bad_array_new_length();
   }
+  CString out;
+  int64_t room = 64;
+  char* start = out.Reserve(room, 0);
+  char* w = start;
+  auto ensure = [&] {
+    const int64_t used = w - start;
+    if (room - used >= step) return;
+    room = std::max(room + room / 2, used + step);
+    if (room > CString::kMaxSize) room = CString::kMaxSize;
+    if (room - used < step) throw std::bad_array_new_length();  // past a CString's size
+    start = out.Reserve(room, static_cast<int>(used));
+    w = start + used;
+  };
+  if (braced) *w++ = '{';
+  for (int i = 0; i < size; ++i) {
+    ensure();
+    if (i > 0) w = std::copy_n(sep, seplen, w);
+    w = PutElement(w, start + room, data_[i]);
+  }
+  ensure();
   if (braced) *w++ = '}';
   out.SetSize(static_cast<int>(w - start));
   return out;

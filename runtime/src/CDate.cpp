@@ -2,18 +2,14 @@
 
 #include "callkyt/CValue.h"
 
-// An empty text unsets the date; anything else must be a date of the
-// calendar. A refused text leaves the date as it was.
+// An empty text unsets the date; any other that fits is taken as it is. A
+// refused text leaves the date as it was.
 bool CDate::Set(const char* date) {
   if (!date) return false;
-  if (*date == '\0') {
-    text[0] = '\0';
-    isSet = false;
-    return true;
-  }
-  if (!IsValidText(date)) return false;
-  std::memmove(text, date, sizeof text);  // `date` may be this date's own text
-  isSet = true;
+  const size_t len = strnlen(date, sizeof text);
+  if (len == sizeof text) return false;
+  std::memmove(text, date, len + 1);  // `date` may be this date's own text
+  isSet = len > 0;
   return true;
 }
 

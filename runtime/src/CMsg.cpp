@@ -4,6 +4,7 @@
 // added in ascending order (the usual case) a miss is found without a scan.
 #include "callkyt/CMsg.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -21,6 +22,14 @@ using kyt_detail::Rec;
 using kyt_detail::SubOf;
 
 namespace {
+
+// Running out of memory is told by the code and, as the C library tells it,
+// by errno, so that a caller that knows no code of this runtime can tell it
+// from a refusal.
+int NoMemory() {
+  errno = ENOMEM;
+  return KYT_E_NOMEM;
+}
 
 constexpr uint32_t kNone = 0xffffffffu;
 
@@ -71,7 +80,7 @@ struct TakeAll {
     try {
       out.SetSize(n);
     } catch (const std::bad_alloc&) {
-      return KYT_E_NOMEM;
+      return NoMemory();
     }
     int i = 0;
     EachOfTag(buf, size, sorted, first, [&](const Rec& r) {
@@ -116,7 +125,7 @@ int TakeText(const Rec& r, CString& out) {
   try {
     out.Assign(reinterpret_cast<const char*>(r.data), static_cast<int>(r.len));
   } catch (const std::bad_alloc&) {
-    return KYT_E_NOMEM;
+    return NoMemory();
   }
   return KYT_OK;
 }
@@ -294,7 +303,7 @@ template <class Write>
 int CMsg::Put(int tag, KytKind kind, bool set, uint32_t payload, Write write) {
   if (int rc = Check(tag, kind)) return rc;
   uint8_t* p = Append(tag, kind, set, payload);
-  if (!p) return KYT_E_NOMEM;
+  if (!p) return NoMemory();
   write(p);
   return KYT_OK;
 }
@@ -338,7 +347,7 @@ int CMsg::SetValue(int tag, CDate v) {
 int CMsg::SetValue(int tag, const char* text) {
   if (!text) return KYT_E_ARG;
   size_t n = std::strlen(text);
-  if (n > 0x7ffffff0u) return KYT_E_NOMEM;
+  if (n > 0x7ffffff0u) return NoMemory();
   uint32_t len = static_cast<uint32_t>(n);
   uint32_t payload = static_cast<uint32_t>(kyt_detail::VarintLen(len)) + len;
   return Put(tag, KytKind::kStr, true, payload,
@@ -353,7 +362,7 @@ int CMsg::SetValue(int tag, CMsg* sub) {
     try {
       if (sub->AnyBelow([this](const CMsg& m) { return &m == this; })) return KYT_E_ARG;
     } catch (const std::bad_alloc&) {
-      return KYT_E_NOMEM;
+      return NoMemory();
     }
   }
   int rc = Put(tag, KytKind::kMsg, true, sizeof sub, [&](uint8_t* p) {

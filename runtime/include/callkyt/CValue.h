@@ -79,10 +79,13 @@ struct CBool {
 
 // A calendar date as the text "YYYYMMDD" (year, month and day in digits).
 //
-// `text` always holds a terminated text of at most 8 characters. Set() takes
-// a date of the calendar and marks the date set (an empty text leaves it
-// unset); it refuses a null pointer and any text that is not a date as
-// "YYYYMMDD" (IsValidText), and then gives false and changes nothing.
+// `text` always holds a terminated text of at most 8 characters. Set() fills
+// it with any text that it can hold and marks the date set (an empty text
+// leaves it unset), so that a date copied with Set is the date it was copied
+// from, whatever it holds; it refuses only a null pointer and a text of more
+// than 8 characters, and then gives false and changes nothing. Whether the
+// text is a day of the calendar is for IsValidText to say; a message refuses
+// a set date that is not (CMsg::SetValue, with a dictionary).
 struct CDate {
   static constexpr int kMaxLen = 8;
 

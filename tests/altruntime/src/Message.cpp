@@ -43,7 +43,7 @@ int CMsg::Add(int tag, Value&& v) {
   try {
     values_.emplace(tag, std::move(v));
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
   return static_cast<int>(values_.count(tag));
 }
@@ -77,7 +77,7 @@ int CMsg::Collect(int tag, Kind kind, std::vector<T>* out) const {
       if constexpr (std::is_same_v<T, CMsg*>) out->push_back(v.sub);
     }
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
   return count;
 }
@@ -115,7 +115,7 @@ int CMsg::SetValue(int tag, CDate v) {
     value.text.assign(v.text, len);
     return Add(tag, std::move(value));
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
 }
 
@@ -126,7 +126,7 @@ int CMsg::SetValue(int tag, const char* text) {
     value.text = text;
     return Add(tag, std::move(value));
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
 }
 
@@ -176,7 +176,7 @@ int CMsg::ReadFirst(int tag, Kind kind, T* out, Fill fill) {
   try {
     fill(v, out);
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
   return rc;
 }

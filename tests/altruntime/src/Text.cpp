@@ -31,7 +31,7 @@ int CString::FormatList(const char* fmt, va_list args) {
     text.pop_back();
     text_.swap(text);
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
   return len;
 }
@@ -83,7 +83,7 @@ int CStream::AppendData(const char* data, int len) {
   try {
     bytes_.append(data ? data : "", static_cast<size_t>(len));
   } catch (const std::exception&) {
-    return altkyt::kNoMemory;
+    return altkyt::NoMemory();
   }
   return len;
 }

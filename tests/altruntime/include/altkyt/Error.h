@@ -6,6 +6,8 @@
 // defines; it carries a text and one of these codes or a caller's own.
 #pragma once
 
+#include <cerrno>
+
 namespace altkyt {
 
 enum Result : int {
@@ -20,6 +22,12 @@ enum Result : int {
                         // the message it is added to
   kOutOfRange = -47,    // an index outside an array (the code of a CException)
 };
+
+// kNoMemory, told by errno too, as the C library tells it.
+inline int NoMemory() {
+  errno = ENOMEM;
+  return kNoMemory;
+}
 
 }  // namespace altkyt
 
