@@ -41,10 +41,12 @@ void FailText(CString& errtext, const char* format, Args... args) noexcept {
 }
 
 // One dump line, "\n" + name right-aligned in 20 columns + what follows,
-// built on the stack and handed to the stream in one piece; a part too long
-// for the buffer goes to the stream as it is. Every line goes out with its
-// newline in front of it, so a dump starts with a newline and ends without
-// one.
+// built on the stack and handed to the stream in one piece by Emit(); a part
+// too long for the buffer goes to the stream as it is. Every line goes out
+// with its newline in front of it, so a dump starts with a newline and ends
+// without one. The stream may throw (when it cannot grow): nothing is
+// written from a destructor, so an exception leaves the line unwritten and
+// goes to the caller.
 class FieldLine {
  public:
   explicit FieldLine(CStream* out) : out_(out), size_(1) { buf_[0] = '\n'; }
@@ -56,7 +58,6 @@ class FieldLine {
     }
     Put(name, len);
   }
-  ~FieldLine() { Flush(); }
   FieldLine(const FieldLine&) = delete;
   FieldLine& operator=(const FieldLine&) = delete;
 
@@ -73,6 +74,8 @@ class FieldLine {
     char digits[16];
     Put(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, v).ptr - digits));
   }
+  // Hands the line to the stream.
+  void Emit() { Flush(); }
 
  private:
   static constexpr size_t kWidth = 20;

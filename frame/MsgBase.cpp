@@ -126,8 +126,15 @@ class Writer final : public MessageOp {
   bool operator()(int tag, const char*, CDbl& v, const CDbl&) override { return Write(tag, v); }
   bool operator()(int tag, const char*, CBool& v, const CBool&) override { return Write(tag, v); }
   bool operator()(int tag, const char*, CDate& v, const CDate&) override { return Write(tag, v); }
+  // The runtime takes a text up to its first NUL byte: one that holds a NUL
+  // would arrive cut short, and is refused instead.
   bool operator()(int tag, const char*, CString& v, const CString&) override {
-    return Write(tag, v.ToStr());
+    const char* text = v.ToStr();
+    const int size = v.GetSize();
+    if (size > 0 && std::memchr(text, '\0', static_cast<size_t>(size))) {
+      return Fail(kSetValText, tag, MSG_E_TEXT);
+    }
+    return Write(tag, text);
   }
   bool operator()(int tag, const char*, CIntArray& v, const CIntArray&) override {
     return Elements(tag, v);
@@ -246,24 +253,32 @@ class Dumper final : public FieldOp {
   }
 
   bool operator()(int, const char* name, CMsgBase& sub, const CMsgBase&, Walk) override {
-    FieldLine(out_, name).Put(" :", 2);
+    Label(name);
     sub.Dump(out_);
     return true;
   }
 
   bool operator()(int, const char* name, CMsgBase_Array& arr, const CMsgBase_Array&,
                   Walk) override {
-    FieldLine(out_, name).Put(" :", 2);
+    Label(name);
     arr.Dump(out_);
     return true;
   }
 
  private:
+  // The line of a sub-message or array field, before its own lines.
+  void Label(const char* name) {
+    FieldLine line(out_, name);
+    line.Put(" :", 2);
+    line.Emit();
+  }
+
   bool Text(const char* name, const char* text, size_t len) {
     FieldLine line(out_, name);
     line.Put(" : [", 4);
     line.Put(text, len);
     line.Put("]", 1);
+    line.Emit();
     return true;
   }
   bool Text(const char* name, const char* text) { return Text(name, text, std::strlen(text)); }
@@ -282,22 +297,27 @@ class Dumper final : public FieldOp {
 
 }  // namespace
 
-void Dump(const CMsgBase& self, CStream* out, Walk walk) {
-  {
+// Dump reports nothing: when the stream cannot take a line, or the runtime
+// cannot make a value's text (an array whose text would pass the largest
+// CString), the exception ends the dump of this object where it stands, and
+// whatever holds the object goes on with its next line.
+void Dump(const CMsgBase& self, CStream* out, Walk walk) noexcept {
+  try {
     FieldLine num(out, "<msgnum>");
     num.Put(" : ", 3);
     num.PutInt(self.msgnum);
-  }
-  {
+    num.Emit();
     FieldLine name(out, "<msgname>");
     name.Put(" : ", 3);
     name.Put(self.msgname.ToStr(), static_cast<size_t>(self.msgname.GetSize()));
+    name.Emit();
+    // The walk hands out members for writing; the dumper only reads them.
+    Dumper dumper(out);
+    walk(dumper, const_cast<CMsgBase&>(self), self);
+    static const char kTail[] = "\n--------------------------------------";
+    out->AppendData(kTail, sizeof kTail - 1);
+  } catch (...) {
   }
-  // The walk hands out members for writing; the dumper only reads them.
-  Dumper dumper(out);
-  walk(dumper, const_cast<CMsgBase&>(self), self);
-  static const char kTail[] = "\n--------------------------------------";
-  out->AppendData(kTail, sizeof kTail - 1);
 }
 
 // ---- Copy ----

@@ -7,6 +7,20 @@
 // failing object; `errtext` keeps the text of the last failure, and
 // `errcode` says whether the last Load or ToMsg failed and with what code.
 //
+// Dates: a date is the text that its CDate holds, of up to 8 characters, in
+// the runtime's format; the classes carry it as it is and judge nothing.
+// Load takes what GetValue gives, Copy gives the copy the same text (through
+// CDate::Set, which fills the text) and the same flag, so that a copy equals
+// its original, Dump prints the text, and message files write it and read it
+// back unchanged. Whether a text is a day of the calendar is the runtime's
+// to say when the date is sent: a runtime that refuses it in SetValue makes
+// ToMsg fail with SET_VAL_ONE at that field, and a message file that holds it
+// fail to read at that value, with the runtime's code.
+//
+// Texts: a CString whose text holds a NUL byte cannot travel, since the
+// runtime takes texts up to their first NUL: ToMsg refuses it at that field
+// (SET_VAL_ONE, errcode MSG_E_TEXT) rather than send it cut short.
+//
 // Threads: an object, with everything it holds, belongs to one thread at a
 // time; objects of any classes may be used in as many threads at once as
 // there are objects. No call changes anything shared between objects. Load
@@ -28,9 +42,10 @@ class PRICEMSG_EXPORT CMsgBase {
   // The code of the failure of the last Load or ToMsg, 0 if it succeeded (or
   // none has run yet); a Load with a null message leaves it as it was. Where
   // a call of the runtime failed at this level, its result: GetValue's
-  // (GET_VAL_ONE) or SetValue's (SET_VAL_ONE). Where a member failed, the
-  // member's code, so that each level holds the code of the first cause:
-  // the result of its Load (GET_SUB_ONE, GET_SUB_ARR), its errcode for a
+  // (GET_VAL_ONE) or SetValue's (SET_VAL_ONE); MSG_E_TEXT for a string
+  // whose text holds a NUL byte (SET_VAL_ONE, with no call of the runtime).
+  // Where a member failed, the member's code, so that each level holds the
+  // code of the first cause: the result of its Load (GET_SUB_ONE, GET_SUB_ARR), its errcode for a
   // sub-message whose ToMsg gave null (SET_SUB_ONE, SET_SUB_ARR), or -11
   // for an element that a failed SetSize never made. -28 for a message of
   // another number, -11 when no message could be made ("Out of memory").
@@ -126,4 +141,5 @@ enum MsgResult {
   MSG_E_NULLARR = -12,  // the same, by its older name
   MSG_E_INDEX = -27,    // array operator[]: the code of the CException
   MSG_E_MSGNUM = -28,   // Load: "invalid input message of service(%d,%d)"
+  MSG_E_TEXT = -29,     // ToMsg: a text with a NUL byte, which would arrive cut short
 };

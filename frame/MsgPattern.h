@@ -88,7 +88,7 @@ constexpr ClassOps OpsOf(Walk walk) {
 
 int Load(CMsgBase& self, CMsg* msg, Walk walk);
 CMsg* ToMsg(CMsgBase& self, Walk walk);
-void Dump(const CMsgBase& self, CStream* out, Walk walk);
+void Dump(const CMsgBase& self, CStream* out, Walk walk) noexcept;
 // `src` is an object of the class of `self`.
 void Copy(CMsgBase& self, const CMsgBase& src, Walk walk);
 
@@ -142,7 +142,7 @@ constexpr int NextCapacity(int size) {
 
 int LoadArray(CMsgBase_Array& self, CMsgArray* arr);
 CMsg* ElementToMsg(CMsgBase_Array& self, int index);
-void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className);
+void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) noexcept;
 // `walk` is the walk of the element class.
 void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, Walk walk);
 // For `operator[]` with an index whose slot holds no element: out of range

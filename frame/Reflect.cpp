@@ -361,10 +361,6 @@ class Setter {
     return REFLECT_OK;
   }
 
-  // Through the runtime's Set, which fills the text; a runtime that checks
-  // dates may refuse it. Set may mark the date set itself or leave that to
-  // the caller, as Copy does: either way a text that it took stands in
-  // `text`.
   int operator()(CDate* m) const {
     if (Unset()) {
       m->isSet = false;
@@ -376,15 +372,7 @@ class Setter {
       return Refused(
           *text, "a date is a text of 1 to " + std::to_string(sizeof m->text - 1) + " characters");
     }
-    const CDate old(*m);
-    m->isSet = false;
-    m->Set(text->c_str());
-    if (m->isSet || std::strncmp(m->text, text->c_str(), sizeof m->text) == 0) {
-      m->isSet = true;
-      return REFLECT_OK;
-    }
-    m->Set(old.text);
-    m->isSet = old.isSet;
+    if (SetDate(*m, text->c_str())) return REFLECT_OK;
     return Refused(*text, "the runtime refuses it");
   }
 
@@ -852,6 +840,19 @@ std::string DiffText(const std::vector<Difference>& differences) {
     out += '\n';
   }
   return out;
+}
+
+bool SetDate(CDate& date, const char* text) {
+  const CDate old(date);
+  date.isSet = false;
+  date.Set(text);
+  if (date.isSet || std::strncmp(date.text, text, sizeof date.text) == 0) {
+    date.isSet = true;
+    return true;
+  }
+  date.Set(old.text);
+  date.isSet = old.isSet;
+  return false;
 }
 
 void AppendQuoted(std::string* out, std::string_view text) {

@@ -260,6 +260,12 @@ PRICEMSG_EXPORT int Set(CMsgBase& obj, std::string_view path, const Value& value
                         std::string* why = nullptr);
 PRICEMSG_EXPORT int Set(const FieldRef& ref, const Value& value, std::string* why = nullptr);
 
+// Sets `date` to `text` (1 to 8 characters) through the runtime's
+// CDate::Set, which fills the text and may mark the date set itself or leave
+// that to its caller, as Copy does. True with the date set to the text that
+// the runtime took; false, with the date as it was, if it took none.
+PRICEMSG_EXPORT bool SetDate(CDate& date, const char* text);
+
 // ---- equality and differences ----
 
 // True if `a` and `b` are objects of one class whose fields hold the same

@@ -85,6 +85,7 @@ PRICEMSG_JSON_EXPORT int MA_WriteMsgJsonFile(CMsg* msg, const char* path,
                                              MsgTextError* err = nullptr);
 
 // Reads the message tree in the JSON file at `path` as MA_ReadMsgJson does;
-// a file that cannot be read, or is larger than kMsgFileMaxSize, is refused
-// as MA_ReadMsgFile refuses it.
-PRICEMSG_JSON_EXPORT CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err);
+// a file that cannot be read, is larger than `maxSize` bytes or holds a NUL
+// byte is refused as MA_ReadMsgFile refuses it.
+PRICEMSG_JSON_EXPORT CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err,
+                                              size_t maxSize = kMsgFileMaxSize);

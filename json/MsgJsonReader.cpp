@@ -313,7 +313,7 @@ class Reader {
     // The parent takes the message over, also when it refuses it.
     Frame& parent = frames_.back();
     if (parent.type == Frame::kArray) ++parent.elements;
-    return Stored(start, *holder, parent.msg->SetValue(holder->tag, msg));
+    return Store(start, *parent.msg, *holder, msg);
   }
 
   bool end_array() {
@@ -603,9 +603,16 @@ class Reader {
     }
   }
 
-  bool Stored(size_t at, const FieldInfo& f, int rc) {
-    if (rc >= 0) return true;
-    return FailAt(at, "T%d %s: the runtime refused the value (code %d)", f.tag, f.name, rc);
+  // Stores a value of field `f` in `msg`. A failure of the runtime for want
+  // of memory is told as that, not as a fault of the JSON.
+  template <class V>
+  bool Store(size_t at, CMsg& msg, const FieldInfo& f, V value) {
+    const text::RuntimeResult r = text::CallRuntime([&] { return msg.SetValue(f.tag, value); });
+    if (r.rc >= 0) return true;
+    FailAt(at, "T%d %s: the runtime %s the value (code %d)", f.tag, f.name,
+           r.noMemory ? "ran out of memory for" : "refused", r.rc);
+    if (r.noMemory && err_) err_->code = MSGTEXT_E_NOMEM;
+    return false;
   }
 
   bool Put(size_t at, Frame& top, const Scalar& v, TypeTag<CInt>) {
@@ -615,7 +622,7 @@ class Reader {
       if (!Int(at, v, &n.value, "an int")) return false;
       n.isSet = true;
     }
-    return Stored(at, *top.field, top.msg->SetValue(top.field->tag, n));
+    return Store(at, *top.msg, *top.field, n);
   }
 
   bool Put(size_t at, Frame& top, const Scalar& v, TypeTag<CDbl>) {
@@ -624,7 +631,7 @@ class Reader {
       if (!Double(at, v, &d.value, Wanted(TypeTag<CDbl>()))) return false;
       d.isSet = true;
     }
-    return Stored(at, *top.field, top.msg->SetValue(top.field->tag, d));
+    return Store(at, *top.msg, *top.field, d);
   }
 
   bool Put(size_t at, Frame& top, const Scalar& v, TypeTag<CBool>) {
@@ -634,12 +641,11 @@ class Reader {
       b.value = v.boolean;
       b.isSet = true;
     }
-    return Stored(at, *top.field, top.msg->SetValue(top.field->tag, b));
+    return Store(at, *top.msg, *top.field, b);
   }
 
   bool Put(size_t at, Frame& top, const Scalar& v, TypeTag<CDate>) {
-    if (v.type == Scalar::kNull)
-      return Stored(at, *top.field, top.msg->SetValue(top.field->tag, CDate()));
+    if (v.type == Scalar::kNull) return Store(at, *top.msg, *top.field, CDate());
     if (v.type != Scalar::kString) return Expected(at, v.TypeName());
     return Text(at, *top.msg, *top.field, v.text);
   }
@@ -660,7 +666,7 @@ class Reader {
       return FailAt(at, "a text cannot hold a NUL byte");
     }
     if (f.kind == Kind::kString) {
-      return Stored(at, f, msg.SetValue(f.tag, std::string(text).c_str()));
+      return Store(at, msg, f, std::string(text).c_str());
     }
     CDate d;
     if (text.empty()) return FailAt(at, "an empty date: an unset date is null");
@@ -668,13 +674,10 @@ class Reader {
       return FailAt(at, "a date of %zu characters: it holds at most %zu", text.size(),
                     sizeof d.text - 1);
     }
-    const std::string date(text);
-    d.Set(date.c_str());
-    if (!d.isSet && std::strncmp(d.text, date.c_str(), sizeof d.text) != 0) {
+    if (!SetDate(d, std::string(text).c_str())) {
       return FailAt(at, "the runtime did not take the date %s", ValueAt(at).c_str());
     }
-    d.isSet = true;
-    return Stored(at, f, msg.SetValue(f.tag, d));
+    return Store(at, msg, f, d);
   }
 
   bool Element(size_t at, Frame& array, const Scalar& v) {
@@ -683,11 +686,10 @@ class Reader {
     if (f.kind == Kind::kIntArray) {
       int n = 0;
       if (!v.IsNumber()) return Expected(at, v.TypeName());
-      return Int(at, v, &n, "an int") && Stored(at, f, array.msg->SetValue(f.tag, n));
+      return Int(at, v, &n, "an int") && Store(at, *array.msg, f, n);
     }
     double d = 0;
-    return Double(at, v, &d, "a number, \"NaN\" or \"Infinity\"") &&
-           Stored(at, f, array.msg->SetValue(f.tag, d));
+    return Double(at, v, &d, "a number, \"NaN\" or \"Infinity\"") && Store(at, *array.msg, f, d);
   }
 
   // The hex digits of a text that is not UTF-8, decoded.
@@ -745,6 +747,6 @@ CMsg* MA_ReadMsgJson(const char* text, size_t size, MsgTextError* err) {
   }
 }
 
-CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err) {
-  return pricemsg::text::ReadFileWith(MA_ReadMsgJson, path, err);
+CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err, size_t maxSize) {
+  return pricemsg::text::ReadFileWith(MA_ReadMsgJson, path, err, maxSize);
 }

@@ -157,11 +157,14 @@ class Writer {
   // code when the runtime fails.
   template <class V>
   int Get(CMsg* msg, const FieldInfo& f, V* v) {
-    const int rc = msg->GetValue(f.tag, v);
-    if (rc >= 0) return 1;
-    if (rc == kAbsent) return 0;
+    const text::RuntimeResult r = text::CallRuntime([&] { return msg->GetValue(f.tag, v); });
+    if (r.rc >= 0) return 1;
+    if (r.rc == kAbsent) return 0;
+    if (r.noMemory) {
+      return Fail(MSGTEXT_E_NOMEM, "T%d: the runtime ran out of memory (code %d)", f.tag, r.rc);
+    }
     return Fail(MSGTEXT_E_RUNTIME, "T%d: the runtime failed to give the value (code %d)", f.tag,
-                rc);
+                r.rc);
   }
 
   // A text as a JSON string, escaped by the JSON library; one that is not

@@ -104,6 +104,9 @@ std::string Cause(const Level& l) {
     case FailureOp::kGetValue:
       return "GetValue " + Gave(l);
     case FailureOp::kSetValue:
+      if (l.codeKnown && l.code == MSG_E_TEXT) {
+        return "the text holds a NUL byte, where the runtime's texts end, -29";
+      }
       return "SetValue " + Gave(l);
     case FailureOp::kGetSub:
       return "Load " + Gave(l);

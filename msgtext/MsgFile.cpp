@@ -169,18 +169,32 @@ int CreateTemporary(const Place& place, mode_t mode, std::string* name) {
   }
 }
 
-// Gives the new file the mode of the one it replaces, and its owner and
-// group where this process may. Where the group cannot be kept, the group
-// loses its access rather than pass it to another group.
+// Gives the new file the mode, owner and group of the one it replaces; false
+// with errno set where it cannot (EPERM: this process may not give the file
+// that owner or group), and then the old file must stay.
 bool KeepMode(int fd, const struct stat& old) {
-  mode_t mode = old.st_mode & 0777;
   if (fchown(fd, old.st_uid, old.st_gid) != 0) {
     [[maybe_unused]] const int ignored = fchown(fd, static_cast<uid_t>(-1), old.st_gid);
   }
   struct stat now;
   if (fstat(fd, &now) != 0) return false;
-  if (now.st_gid != old.st_gid) mode &= ~static_cast<mode_t>(0070);
-  return fchmod(fd, mode) == 0;
+  if (now.st_uid != old.st_uid || now.st_gid != old.st_gid) {
+    errno = EPERM;
+    return false;
+  }
+  return fchmod(fd, old.st_mode & 0777) == 0;
+}
+
+// A file that this process could not write in place is not replaced
+// either, though the directory would let a rename do it: a read-only file,
+// or another user's that it may not write.
+int CheckWritable(const Place& place, const char* path, MsgTextError* err) {
+  if (faccessat(place.dir.get(), place.name.c_str(), W_OK, AT_EACCESS) == 0) return MSGTEXT_OK;
+  const int failure = errno;
+  SetError(err, MSGTEXT_E_IO, 0, 0, "cannot write %s: %s, and it is not replaced",
+           Shorter(path).text, std::strerror(failure));
+  errno = failure;
+  return MSGTEXT_E_IO;
 }
 
 // Writes all of `text` to `fd` and flushes it to the disk; false with errno
@@ -215,16 +229,29 @@ int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
   bool regular = false;
   struct stat old;
   if (const int rc = Examine(place, path, &regular, &old, err)) return rc;
+  if (regular) {
+    if (const int rc = CheckWritable(place, path, err)) return rc;
+  }
   // A file that replaces another is private until it has the old one's
   // mode; a new one takes the usual mode of new files under the umask.
   std::string temporary;
   Fd fd(CreateTemporary(place, regular ? 0600 : 0666, &temporary));
   if (fd.get() < 0) return IoFailure(err, errno, "create a file beside", path);
   int failure = 0;
-  if ((regular && !KeepMode(fd.get(), old)) || !WriteAll(fd.get(), text)) failure = errno;
+  bool kept = true;
+  if ((regular && !(kept = KeepMode(fd.get(), old))) || !WriteAll(fd.get(), text)) {
+    failure = errno;
+  }
   if (!fd.Close() && failure == 0) failure = errno;
   int rc = MSGTEXT_OK;
-  if (failure != 0) {
+  if (!kept && failure == EPERM) {
+    SetError(err, MSGTEXT_E_IO, 0, 0,
+             "cannot replace %s: the new file could not keep its owner and group, and it is "
+             "not replaced",
+             Shorter(path).text);
+    errno = EPERM;
+    rc = MSGTEXT_E_IO;
+  } else if (failure != 0) {
     rc = IoFailure(err, failure, "write", path);
   } else {
     // What stands under the name is looked at again just before it goes:
@@ -253,9 +280,25 @@ int ReplaceFile(const char* path, const std::string& text, MsgTextError* err) {
 
 namespace {
 
-bool TooLarge(MsgTextError* err, const char* path) {
+bool TooLarge(MsgTextError* err, const char* path, size_t maxSize) {
   SetError(err, MSGTEXT_E_IO, 0, 0, "cannot read %s: it is larger than %zu bytes",
-           Shorter(path).text, kMsgFileMaxSize);
+           Shorter(path).text, maxSize);
+  return false;
+}
+
+// A NUL byte at `at` of `text`: no message file holds one, so the file is
+// refused there, at its line and column.
+bool NulByte(MsgTextError* err, const char* path, const std::string& text, size_t at) {
+  int line = 1;
+  size_t start = 0;
+  for (size_t i = 0; i < at; ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      start = i + 1;
+    }
+  }
+  SetError(err, MSGTEXT_E_TEXT, line, static_cast<int>(at - start + 1),
+           "%s holds a NUL byte at byte %zu: it is no message file", Shorter(path).text, at);
   return false;
 }
 
@@ -263,31 +306,43 @@ bool TooLarge(MsgTextError* err, const char* path) {
 
 namespace pricemsg::text {
 
-bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err) {
+bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err, size_t maxSize) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> f(std::fopen(path, "rb"), std::fclose);
   if (!f) {
     IoFailure(err, errno, "open", path);
     return false;
   }
   struct stat st;
-  if (fstat(fileno(f.get()), &st) == 0 && S_ISREG(st.st_mode) &&
-      static_cast<unsigned long long>(st.st_size) > kMsgFileMaxSize) {
-    return TooLarge(err, path);
+  if (fstat(fileno(f.get()), &st) == 0 && S_ISREG(st.st_mode)) {
+    if (static_cast<unsigned long long>(st.st_size) > maxSize) return TooLarge(err, path, maxSize);
+    text->reserve(static_cast<size_t>(st.st_size) + 1);
   }
-  // What is not a regular file tells no size: it is read until it ends or
-  // passes the limit.
+  // What is not a regular file tells no size: it is read until it ends,
+  // passes the limit, or shows a byte that no message file holds. The room
+  // grows by half again each time, and never past the limit and a chunk.
   constexpr size_t kChunk = size_t{1} << 16;
   size_t size = 0;
-  for (size_t n = kChunk; n == kChunk && size <= kMsgFileMaxSize; size += n) {
+  for (;;) {
+    if (size + kChunk > text->capacity()) {
+      text->reserve(std::min(maxSize + kChunk, std::max(text->capacity() / 2 * 3, size + kChunk)));
+    }
     text->resize(size + kChunk);
-    n = std::fread(&(*text)[size], 1, kChunk, f.get());
+    const size_t n = std::fread(&(*text)[size], 1, kChunk, f.get());
+    if (const void* nul = std::memchr(&(*text)[size], '\0', n)) {
+      const size_t at = static_cast<size_t>(static_cast<const char*>(nul) - text->data());
+      text->resize(at);
+      return NulByte(err, path, *text, at);
+    }
+    size += n;
+    text->resize(size);
+    if (size > maxSize) return TooLarge(err, path, maxSize);
+    if (n < kChunk) break;
   }
-  text->resize(size);
   if (std::ferror(f.get())) {
     IoFailure(err, errno, "read", path);
     return false;
   }
-  return size <= kMsgFileMaxSize || TooLarge(err, path);
+  return true;
 }
 
 int WriteFileWith(TextWriter write, CMsg* msg, const char* path, MsgTextError* err) {
@@ -301,14 +356,14 @@ int WriteFileWith(TextWriter write, CMsg* msg, const char* path, MsgTextError* e
   }
 }
 
-CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err) {
+CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err, size_t maxSize) {
   if (!path || !*path) {
     SetError(err, MSGTEXT_E_ARG, 0, 0, "no file name");
     return nullptr;
   }
   try {
     std::string text;
-    if (!ReadWholeFile(path, &text, err)) return nullptr;
+    if (!ReadWholeFile(path, &text, err, maxSize)) return nullptr;
     return read(text.data(), text.size(), err);
   } catch (const std::bad_alloc&) {
     SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
@@ -322,11 +377,11 @@ int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
   return pricemsg::text::WriteFileWith(MA_WriteMsgText, msg, path, err);
 }
 
-CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err) {
-  return pricemsg::text::ReadFileWith(MA_ReadMsgText, path, err);
+CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err, size_t maxSize) {
+  return pricemsg::text::ReadFileWith(MA_ReadMsgText, path, err, maxSize);
 }
 
-int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {
+int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err, size_t maxSize) {
   using pricemsg::schema::FindClass;
   using pricemsg::text::ClearError;
   if (!path || !*path || !obj) {
@@ -336,7 +391,9 @@ int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err) {
     std::unique_ptr<CMsg> tree;
     {
       std::string text;
-      if (!pricemsg::text::ReadWholeFile(path, &text, err)) return MSGTEXT_E_IO;
+      if (!pricemsg::text::ReadWholeFile(path, &text, err, maxSize)) {
+        return err ? err->code : MSGTEXT_E_IO;
+      }
       // The reader's own position goes to the caller, so the code is told
       // from a local copy of the error.
       MsgTextError read;

@@ -88,8 +88,10 @@ struct MsgTextError {
 };
 
 constexpr int kMsgTextMaxDepth = 64;
-// A message file larger than this is refused unread.
-constexpr size_t kMsgFileMaxSize = size_t{1} << 30;
+// The largest message file that the readers of files take unless told
+// otherwise (256 MiB): a larger one is refused, unread where its size is
+// known, and read no further than this where it is not (a pipe, a device).
+constexpr size_t kMsgFileMaxSize = size_t{1} << 28;
 
 enum MsgTextResult {
   MSGTEXT_OK = 0,
@@ -151,9 +153,13 @@ PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgText(const char* text, size_t size, MsgText
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err = nullptr);
 
 // Reads the message tree in the file at `path` as MA_ReadMsgText does. A file
-// that cannot be opened or read, or is larger than kMsgFileMaxSize, is an
-// error at line 0 whose reason names the cause.
-PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err);
+// that cannot be opened or read, or is larger than `maxSize` bytes, is an
+// error at line 0 whose reason names the cause (MSGTEXT_E_IO). The file is
+// read no further than its first NUL byte, which no message file holds: it
+// is an error at its line and column (MSGTEXT_E_TEXT), so that a device
+// such as /dev/zero is refused at once.
+PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err,
+                                          size_t maxSize = kMsgFileMaxSize);
 
 // Appends a message text of the class numbered `classNumber` with every field
 // present, ready to be filled in by hand and loaded: one line for each single
@@ -179,7 +185,7 @@ PRICEMSG_TEXT_EXPORT int MA_WriteMsgTemplate(int classNumber, std::string* out,
 // `err` cleared) or, with `err` (which may be null) saying why:
 // - MSGTEXT_E_ARG for a null or empty `path` or a null `obj`;
 // - MSGTEXT_E_IO for a file that cannot be opened or read, or is larger than
-//   kMsgFileMaxSize (line 0);
+//   `maxSize` bytes (line 0);
 // - MSGTEXT_E_TEXT for a text that does not read, at its line and column;
 // - MSGTEXT_E_NOMEM when memory runs out while reading;
 // - MSGTEXT_E_CLASS for a message of another class than `obj`'s, naming both
@@ -187,4 +193,5 @@ PRICEMSG_TEXT_EXPORT int MA_WriteMsgTemplate(int classNumber, std::string* out,
 // - MSGTEXT_E_LOAD when Load fails: the reason gives its code and `obj`'s
 //   errtext, and `obj` holds what Load left in it.
 PRICEMSG_TEXT_EXPORT int MA_LoadMsgFile(const char* path, CMsgBase* obj,
-                                        MsgTextError* err = nullptr);
+                                        MsgTextError* err = nullptr,
+                                        size_t maxSize = kMsgFileMaxSize);

@@ -283,10 +283,12 @@ class Reader {
       return true;
     }
     // The parent takes the message over, also when it refuses it.
-    const int rc = open_[depth_ - 1].msg->SetValue(open.field->tag, open.msg);
-    if (rc >= 0) return true;
-    return FailAt(open.line, open.column, "T%d %s: the runtime refused the message (code %d)",
-                  open.field->tag, open.field->name, rc);
+    CMsg& parent = *open_[depth_ - 1].msg;
+    const RuntimeResult r = CallRuntime([&] { return parent.SetValue(open.field->tag, open.msg); });
+    if (r.rc >= 0) return true;
+    FailAt(open.line, open.column, "T%d %s: the runtime %s the message (code %d)", open.field->tag,
+           open.field->name, r.noMemory ? "ran out of memory for" : "refused", r.rc);
+    return NoMemory(r);
   }
 
   static bool ParseInt(Span s, int* out) {
@@ -413,10 +415,21 @@ class Reader {
   CMsg& Parent() const { return *open_[depth_ - 1].msg; }
 
   // The runtime's answer to SetValue for `item`.
-  bool Stored(const Item& item, int rc) {
-    if (rc >= 0) return true;
-    return Fail(item.value.begin, "T%d %s: the runtime refused the value (code %d)",
-                item.field->tag, item.field->name, rc);
+  // Stores a value of `item` in the message of its block.
+  template <class V>
+  bool Store(const Item& item, V value) {
+    const RuntimeResult r = CallRuntime([&] { return Parent().SetValue(item.field->tag, value); });
+    if (r.rc >= 0) return true;
+    Fail(item.value.begin, "T%d %s: the runtime %s the value (code %d)", item.field->tag,
+         item.field->name, r.noMemory ? "ran out of memory for" : "refused", r.rc);
+    return NoMemory(r);
+  }
+
+  // A failure of the runtime for want of memory is told as that, not as a
+  // fault of the text; gives false.
+  bool NoMemory(const RuntimeResult& r) {
+    if (r.noMemory && err_) err_->code = MSGTEXT_E_NOMEM;
+    return false;
   }
 
   bool Parse(Span s, int* out) {
@@ -464,22 +477,22 @@ class Reader {
 
   bool Read(Item& item, TypeTag<CInt>) {
     CInt v;
-    return Optional(item, &v) && Stored(item, Parent().SetValue(item.field->tag, v));
+    return Optional(item, &v) && Store(item, v);
   }
 
   bool Read(Item& item, TypeTag<CDbl>) {
     CDbl v;
-    return Optional(item, &v) && Stored(item, Parent().SetValue(item.field->tag, v));
+    return Optional(item, &v) && Store(item, v);
   }
 
   bool Read(Item& item, TypeTag<CIntArray>) {
     int n = 0;
-    return Element(item, &n) && Stored(item, Parent().SetValue(item.field->tag, n));
+    return Element(item, &n) && Store(item, n);
   }
 
   bool Read(Item& item, TypeTag<CDblArray>) {
     double n = 0;
-    return Element(item, &n) && Stored(item, Parent().SetValue(item.field->tag, n));
+    return Element(item, &n) && Store(item, n);
   }
 
   bool Read(Item& item, TypeTag<CBool>) {
@@ -491,7 +504,7 @@ class Reader {
       return Fail(item.value.begin, "expected Y, N or - for a boolean, found %s",
                   Found(item.value).text);
     }
-    return Stored(item, Parent().SetValue(item.field->tag, v));
+    return Store(item, v);
   }
 
   bool Read(Item& item, TypeTag<CDate>) {
@@ -503,18 +516,16 @@ class Reader {
         return Fail(item.value.begin, "a date of %zu characters: it holds at most %zu",
                     text_.size(), sizeof v.text - 1);
       }
-      v.Set(text_.c_str());
-      if (!v.isSet) {
+      if (!pricemsg::SetDate(v, text_.c_str())) {
         return Fail(item.value.begin, "the runtime did not take the date %s",
                     Found(Span{item.value.begin + 1, item.value.end - 1}).text);
       }
     }
-    return Stored(item, Parent().SetValue(item.field->tag, v));
+    return Store(item, v);
   }
 
   bool Read(Item& item, TypeTag<CString>) {
-    return Quoted(item, "a quoted text") &&
-           Stored(item, Parent().SetValue(item.field->tag, text_.c_str()));
+    return Quoted(item, "a quoted text") && Store(item, text_.c_str());
   }
 
   // A nested block of the class that the field holds, single or repeated.

@@ -96,10 +96,13 @@ class Writer {
   // it, and a failure code when the runtime fails.
   template <class V>
   int Get(CMsg* msg, const FieldInfo& f, V* v) {
-    const int rc = msg->GetValue(f.tag, v);
-    if (rc >= 0) return 1;
-    if (rc == kAbsent) return 0;
-    return Fail(MSGTEXT_E_RUNTIME, f, "the runtime failed to give the value (code %d)", rc);
+    const RuntimeResult r = CallRuntime([&] { return msg->GetValue(f.tag, v); });
+    if (r.rc >= 0) return 1;
+    if (r.rc == kAbsent) return 0;
+    if (r.noMemory) {
+      return Fail(MSGTEXT_E_NOMEM, f, "the runtime ran out of memory (code %d)", r.rc);
+    }
+    return Fail(MSGTEXT_E_RUNTIME, f, "the runtime failed to give the value (code %d)", r.rc);
   }
 
   // A value with a set-flag: `put` writes it when it is set.

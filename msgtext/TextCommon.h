@@ -4,6 +4,7 @@
 // other forms of message files (libpricemsg_json) share.
 #pragma once
 
+#include <cerrno>
 #include <cstdarg>
 #include <new>
 #include <string>
@@ -27,6 +28,21 @@ inline bool NeedsHex(unsigned char c) { return c < 0x20 || c == 0x7f; }
 // Writes the four bytes \xHH of `c` (lower-case digits) at `out`; gives the
 // end.
 char* PutHex(char* out, unsigned char c);
+
+// A call of the runtime, made with errno cleared. A failure that leaves
+// errno at ENOMEM ran out of memory, as the C library tells it: the runtime's
+// own codes say nothing to a caller that does not know them, but a runtime
+// that runs out of memory says so there as malloc does.
+struct RuntimeResult {
+  int rc;
+  bool noMemory;  // the call failed for want of memory
+};
+template <class Call>
+RuntimeResult CallRuntime(Call call) {
+  errno = 0;
+  const int rc = call();
+  return {rc, rc < 0 && errno == ENOMEM};
+}
 
 // Sets `err` (if not null) to the code, the position and the formatted
 // reason, cut to fit. Gives `code`, so that a failing function can end with
@@ -71,15 +87,17 @@ using TextReader = CMsg* (*)(const char* text, size_t size, MsgTextError* err);
 // writes replaces the file at `path`, and `read` reads the whole file.
 PRICEMSG_TEXT_EXPORT int WriteFileWith(TextWriter write, CMsg* msg, const char* path,
                                        MsgTextError* err);
-PRICEMSG_TEXT_EXPORT CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err);
+PRICEMSG_TEXT_EXPORT CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err,
+                                        size_t maxSize);
 
 // Replaces the file at `path` (neither null nor empty) with `text`, whole or
 // not at all, as MA_WriteMsgFile says. Gives MSGTEXT_OK, or MSGTEXT_E_IO
 // with errno and `err` saying why.
 int ReplaceFile(const char* path, const std::string& text, MsgTextError* err);
 // Reads the whole file at `path` (neither null nor empty) into `text`, as
-// MA_ReadMsgFile says: false, with the cause in `err` at line 0, for a file
-// that cannot be opened or read or is larger than kMsgFileMaxSize.
-bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err);
+// MA_ReadMsgFile says: false, with the cause in `err`, for a file that
+// cannot be opened or read or is larger than `maxSize` (at line 0), or that
+// holds a NUL byte (at its line and column).
+bool ReadWholeFile(const char* path, std::string* text, MsgTextError* err, size_t maxSize);
 
 }  // namespace pricemsg::text
