@@ -49,8 +49,8 @@ TEST_P(AllMessages, RoundTripsThroughTheRuntime) {
   std::unique_ptr<CMsgBase> refuser = c.make();
   EXPECT_EQ(refuser->Load(wrong.get()), -28);
   EXPECT_EQ(Str(refuser->errtext), "invalid input message of service(" +
-                                                       std::to_string(c.number + 1) + "," +
-                                                       std::to_string(c.number) + ")");
+                                       std::to_string(c.number + 1) + "," +
+                                       std::to_string(c.number) + ")");
 
   std::unique_ptr<CMsgBase_Array> arr = c.makeArray();
   ASSERT_EQ(arr->Grow(), 1);

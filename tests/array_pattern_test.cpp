@@ -395,16 +395,20 @@ TEST(ArrayPattern, CopyAndDump) {
             "\n            <msgnum> : 10"
             "\n           <msgname> : M_SysReject"
             "\n            iSysCode : [1]"
-            "\n      sSysReasonText : [" + r + "]"
-            "\n        iSysRefMsgNo : [<CInt: unset>]"
-            "\n--------------------------------------"
-            "\nM_SysReject_Array [1]"
-            "\n            <msgnum> : 10"
-            "\n           <msgname> : M_SysReject"
-            "\n            iSysCode : [2]"
-            "\n      sSysReasonText : [" + r + "]"
-            "\n        iSysRefMsgNo : [<CInt: unset>]"
-            "\n--------------------------------------");
+            "\n      sSysReasonText : [" +
+                r +
+                "]"
+                "\n        iSysRefMsgNo : [<CInt: unset>]"
+                "\n--------------------------------------"
+                "\nM_SysReject_Array [1]"
+                "\n            <msgnum> : 10"
+                "\n           <msgname> : M_SysReject"
+                "\n            iSysCode : [2]"
+                "\n      sSysReasonText : [" +
+                r +
+                "]"
+                "\n        iSysRefMsgNo : [<CInt: unset>]"
+                "\n--------------------------------------");
   EXPECT_EQ(DumpOf(M_SysReject_Array()), "");
 
   // Each element goes out as a message of its own.

@@ -33,6 +33,8 @@ TEST(FuzzTextCorpus, MessageTexts) { Replay("corpus-msgtext", fuzzing::ReadText)
 
 TEST(FuzzTextCorpus, MessageFiles) { Replay("corpus-msgfile", fuzzing::ReadFile); }
 
+TEST(FuzzTextCorpus, JsonMessageFiles) { Replay("corpus-msgjson", fuzzing::ReadJson); }
+
 #ifdef PRICEMSG_FUZZ_CATALOGUE
 TEST(FuzzTextCorpus, CatalogueCommandLines) { Replay("corpus-catalogue", fuzzing::RunCatalogue); }
 #endif

@@ -78,25 +78,24 @@ TEST(MessagePattern, DumpsTheWorkedExamplesByteForByte) {
   surface.iVolCrvId = Int(7);
   ASSERT_EQ(surface.maKytVolSfcElmt.Grow(), 1);
   surface.maKytVolSfcElmt[0].dVol = Dbl(0.25);
-  EXPECT_EQ(DumpOf(surface), WithRepr(
-            "\n            <msgnum> : 1264"
-            "\n           <msgname> : M_KytVolSurface"
-            "\n           iVolCrvId : [7]"
-            "\n     maKytVolSfcElmt :"
-            "\nM_KytVolSurfaceElmt_Array [0]"
-            "\n            <msgnum> : 1265"
-            "\n           <msgname> : M_KytVolSurfaceElmt"
-            "\n                dVol : [2.500000000000000e-01]"
-            "\n           mTivMatur :"
-            "\n            <msgnum> : 2143"
-            "\n           <msgname> : M_Tiv"
-            "\n               nDate : [<CDate: unset>]"
-            "\n           sDateType : [$R]"
-            "\n              sMatur : [$R]"
-            "\n--------------------------------------"
-            "\n             dStrike : [<CDbl: unset>]"
-            "\n--------------------------------------"
-            "\n--------------------------------------"));
+  EXPECT_EQ(DumpOf(surface), WithRepr("\n            <msgnum> : 1264"
+                                      "\n           <msgname> : M_KytVolSurface"
+                                      "\n           iVolCrvId : [7]"
+                                      "\n     maKytVolSfcElmt :"
+                                      "\nM_KytVolSurfaceElmt_Array [0]"
+                                      "\n            <msgnum> : 1265"
+                                      "\n           <msgname> : M_KytVolSurfaceElmt"
+                                      "\n                dVol : [2.500000000000000e-01]"
+                                      "\n           mTivMatur :"
+                                      "\n            <msgnum> : 2143"
+                                      "\n           <msgname> : M_Tiv"
+                                      "\n               nDate : [<CDate: unset>]"
+                                      "\n           sDateType : [$R]"
+                                      "\n              sMatur : [$R]"
+                                      "\n--------------------------------------"
+                                      "\n             dStrike : [<CDbl: unset>]"
+                                      "\n--------------------------------------"
+                                      "\n--------------------------------------"));
 }
 
 TEST(MessagePattern, DumpFormatsEachKind) {
@@ -133,7 +132,8 @@ TEST(MessagePattern, DumpFormatsEachKind) {
   EXPECT_TRUE(Holds(text, "sSysReasonText : [" + std::string(300, 'x') + "]\n")) << text;
   M_Tiv tiv;
   tiv.nDate.Set("20261123");
-  EXPECT_TRUE(Holds(DumpOf(tiv), "\n               nDate : [" + std::string(tiv.nDate.text) + "]\n"));
+  EXPECT_TRUE(
+      Holds(DumpOf(tiv), "\n               nDate : [" + std::string(tiv.nDate.text) + "]\n"));
   M_TivValue tv;
   for (auto [v, shown] : {std::pair<double, const char*>{-0.0, "-0.000000000000000e+00"},
                           {5e-324, "4.940656458412465e-324"},
@@ -306,9 +306,9 @@ TEST(MessagePattern, ToMsgWritesEveryFieldDownToTheLeaves) {
   // A new object writes exactly what the dictionary says the class holds,
   // unset, with every sub-message and no array element.
   std::unique_ptr<CMsgBase> objects[] = {
-      std::make_unique<M_SysReject>(), std::make_unique<M_TivValue>(),
+      std::make_unique<M_SysReject>(),     std::make_unique<M_TivValue>(),
       std::make_unique<M_KytVolSurface>(), std::make_unique<M_UnderData>(),
-      std::make_unique<M_ValOut>(), std::make_unique<M_Greeks>()};
+      std::make_unique<M_ValOut>(),        std::make_unique<M_Greeks>()};
   for (std::unique_ptr<CMsgBase>& obj : objects) {
     SCOPED_TRACE(obj->msgname.ToStr());
     MsgPtr expected = BuildSample(obj->msgnum, false);

@@ -626,7 +626,7 @@ TEST(MsgFile, RequestsRoundTripThroughFilesAndAFileIsReplacedWhole) {
   };
   for (const Bad& bad :
        {Bad{(dir.path / "lost.msg").string(), "cannot open"}, Bad{taken.string(), "Is a directory"},
-        Bad{large.string(), "it is larger than 1073741824 bytes"}, Bad{"", "no file"}}) {
+        Bad{large.string(), "it is larger than 268435456 bytes"}, Bad{"", "no file"}}) {
     err = MsgTextError{9, 9, ""};
     EXPECT_FALSE(MA_ReadMsgFile(bad.path.c_str(), &err)) << bad.path;
     EXPECT_EQ(err.line, 0);

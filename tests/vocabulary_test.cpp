@@ -58,10 +58,9 @@ TEST(Vocabulary, SetFieldsAndOwnFieldsInterleaveByTag) {
   // Filled samples, since a fresh object writes no array element.
   M_EqDblBinBarr bin;
   ASSERT_EQ(bin.Load(BuildSample(bin.msgnum, true).get()), 0);
-  EXPECT_EQ(FieldOrder(bin),
-            (std::vector<std::string>{"mMonBarr", "mSensitivityB", "maUnderSpecB", "maUnderData",
-                                      "mInstInfo", "maRisklessCrv", "mDcntCrv", "mOptSched",
-                                      "mOptDblBinBarr"}));
+  EXPECT_EQ(FieldOrder(bin), (std::vector<std::string>{"mMonBarr", "mSensitivityB", "maUnderSpecB",
+                                                       "maUnderData", "mInstInfo", "maRisklessCrv",
+                                                       "mDcntCrv", "mOptSched", "mOptDblBinBarr"}));
   M_StarCpnTgt star;
   ASSERT_EQ(star.Load(BuildSample(star.msgnum, true).get()), 0);
   EXPECT_EQ(FieldOrder(star),

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "MsgJson.h"
 #include "MsgText.h"
 
 namespace fuzzing {
@@ -123,10 +124,18 @@ void ReadFile(const uint8_t* data, size_t size) {
   Store(in, data, size);
   MsgTextError fromFile{}, fromText{};
   MsgPtr msg(MA_ReadMsgFile(in.c_str(), &fromFile));
+  // A file is read no further than a NUL byte, which no message file holds.
+  if (std::memchr(data, 0, size)) {
+    Check(msg == nullptr && fromFile.code == MSGTEXT_E_TEXT);
+    Check(std::strstr(fromFile.reason, "NUL byte") != nullptr);
+    CheckPosition(reinterpret_cast<const char*>(data), size, fromFile);
+    return;
+  }
   MsgPtr same(MA_ReadMsgText(reinterpret_cast<const char*>(data), size, &fromText));
   Check((msg != nullptr) == (same != nullptr));
   Check(fromFile.line == fromText.line && fromFile.column == fromText.column);
   Check(std::strcmp(fromFile.reason, fromText.reason) == 0);
+  Check(fromFile.code == fromText.code);
   if (!msg) return;
   const std::string text = Written(msg.get());
   Check(Written(same.get()) == text);
@@ -137,6 +146,29 @@ void ReadFile(const uint8_t* data, size_t size) {
   MsgPtr back(MA_ReadMsgFile(out.c_str(), &err));
   Check(back != nullptr);
   Check(Written(back.get()) == text);
+}
+
+void ReadJson(const uint8_t* data, size_t size) {
+  const char* text = reinterpret_cast<const char*>(data);
+  MsgTextError err{};
+  MsgPtr msg(MA_ReadMsgJson(text, size, &err));
+  if (!msg) {
+    Check(err.code == MSGTEXT_E_TEXT || err.code == MSGTEXT_E_NOMEM);
+    CheckPosition(text, size, err);
+    return;
+  }
+  Check(err.code == 0 && err.line == 0 && err.reason[0] == '\0');
+  // What it read, written as JSON, reads back as the same tree, and as the
+  // same in the text form.
+  std::string json;
+  Check(MA_WriteMsgJson(msg.get(), &json, &err) == MSGTEXT_OK);
+  MsgPtr again(MA_ReadMsgJson(json.data(), json.size(), &err));
+  Check(again != nullptr);
+  const std::string first = Written(msg.get());
+  Check(Written(again.get()) == first);
+  std::string json2;
+  Check(MA_WriteMsgJson(again.get(), &json2, &err) == MSGTEXT_OK);
+  Check(json2 == json);
 }
 
 }  // namespace fuzzing

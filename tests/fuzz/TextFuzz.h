@@ -19,6 +19,11 @@ void ReadText(const uint8_t* data, size_t size);
 // which holds exactly the writer's text and nothing is left beside it.
 void ReadFile(const uint8_t* data, size_t size);
 
+// The bytes as a JSON message file: a document that is read writes JSON
+// that reads back to the same tree and writes the same again; one that is
+// refused is refused at a line and column inside it, with a reason.
+void ReadJson(const uint8_t* data, size_t size);
+
 // The bytes as the catalogue tool's command line (see CatalogueFuzz.cpp):
 // it gives a known status, prints results only when it found something and
 // errors only when it did not, and prints a message file as it reads.

@@ -7,6 +7,10 @@
   every field set (from schema/), in the layouts a person may give them
   (names left out, CRLF, notes, a byte order mark), and texts that the
   reader refuses, one for each kind of refusal;
+- corpus-msgjson: the same messages as JSON message files, in the layouts a
+  script may give them (keys in any order, class or number alone, hex texts,
+  a byte order mark), and documents that the reader refuses, one for each
+  kind of refusal;
 - corpus-catalogue: command lines of the tool (a first byte 0, then the
   arguments separated by NUL bytes) and message files for its `file`
   command (a first byte 1, then the file).
@@ -16,6 +20,7 @@ touched here. The seeds stay below 8 KiB, the length the fuzz stage of
 scripts/check.sh gives the fuzzers.
 """
 
+import json
 import os
 import sys
 
@@ -85,10 +90,56 @@ HAND = {
     "refused-range": "M10 {\n  T6 i 2147483648\n}\n",
     "refused-double": "M2161 {\n  T615 d 1e-400\n}\n",
     "refused-date": "M2143 {\n  T198 n \"202401011\"\n}\n",
+    "date-not-in-calendar": "M2143 {\n  T198 n \"20260231\"\n}\n",
     "refused-escape": "M10 {\n  T7 s \"a\\x4\"\n}\n",
     "refused-nul": "M10 {\n  T7 s \"a\\x00\"\n}\n",
     "refused-quote": "M10 {\n  T7 s \"ab\\\n}\n",
     "refused-after": "M10 {\n}\nM10 {\n}\n",
+}
+
+def json_value(f, index, k):
+    base = f.kind[0]
+    if base == "i":
+        return [7, -2147483648, 2147483647, 0][(index + k) % 4]
+    if base == "d":
+        return [0.1, "-NaN", 5e-324, 1.7976931348623157e+308, "Infinity", -0.0, 0.25][
+            (index + k) % 7]
+    if base == "b":
+        return (index + k) % 2 == 0
+    if base == "n":
+        return "20261123"
+    return "a\"b\\c\n\t\u007f\u00e9" if (index + k) % 2 else ""
+
+
+def json_of(schema, name, depth=0):
+    """A JSON message of `name` with every field set; arrays of two elements near the top."""
+    msg = schema.message(name)
+    out = {"class": msg.name, "number": msg.number} if depth == 0 else {}
+    for index, f in enumerate(msg.fields):
+        count = (2 if depth < 2 else 1) if f.is_array else 1
+        if f.sub:
+            values = [json_of(schema, f.sub, depth + 1) for _ in range(count)]
+        else:
+            values = [json_value(f, index, k) for k in range(count)]
+        out[f.name] = values if f.is_array else values[0]
+    return out
+
+
+HAND_JSON = {
+    "layout-any-order": '{"dTheta": -0e0, "number": 2161, "daDelta": [1, -2, 1E2], '
+                        '"maRhoValue": [{"iRateCrvId": 7}, {}]}',
+    "layout-bom-class-only": '\ufeff{"class": "M_Tiv", "nDate": null, "sMatur": "1Y"}',
+    "layout-hex": '{"class": "M_Tiv", "nDate": {"hex": "3230323630323331"}, '
+                  '"sMatur": {"hex": "C3A9fF"}}',
+    "date-not-in-calendar": '{"class": "M_Tiv", "nDate": "20260231"}',
+    "refused-range": '{"number": 10, "iSysCode": 18446744073709551616}',
+    "refused-long-value": '{"number": 2161, "dTheta": "' + "1e" + "0" * 300 + 'x"}',
+    "refused-nul": '{"class": "M_Tiv", "sMatur": "a\\u0000b"}',
+    "refused-twice": '{"class": "M_Tiv", "sMatur": "1Y", "sMatur": "2Y"}',
+    "refused-no-class": '{"sMatur": "1Y"}',
+    "refused-held": '{"number": 2161, "maRhoValue": [{}, {"number": 2143}]}',
+    "refused-deep": "[" * 200,
+    "refused-syntax": '{"class": "M_Tiv",\n "nDate": tru}',
 }
 
 COMMANDS = [
@@ -98,6 +149,8 @@ COMMANDS = [
     ["holders", "dStrike"], ["holders", "dStrik"], ["dump", "3721"], ["dump", "InstInf"],
     ["shwo", "M_InstInfo"], ["help"], [], ["show"], ["file", "M10 {\n  T6 i 3\n}\n"],
     ["file", "M10 {\n  T6 i 3\n  T7 i 4\n}\n"], ["show", "M_Inst\x1b[2JInfo"],
+    ["find", "--role=request", "fx", "barrier"], ["show", "dStrike"], ["search", "cds"],
+    ["find", *["w%d" % i for i in range(300)]],
 ]
 
 
@@ -119,6 +172,10 @@ def main():
     for directory in ("corpus-msgtext", "corpus-msgfile"):
         for name, text in texts.items():
             write(os.path.join(HERE, directory), f"seed-{name}", text.encode())
+    documents = {f"class-{name}": json.dumps(json_of(schema, name), indent=2) for name in CLASSES}
+    documents.update(HAND_JSON)
+    for name, text in documents.items():
+        write(os.path.join(HERE, "corpus-msgjson"), f"seed-{name}", text.encode())
     catalogue = os.path.join(HERE, "corpus-catalogue")
     for i, args in enumerate(COMMANDS):
         write(catalogue, f"seed-args-{i:02d}", b"\0" + "\0".join(args).encode())

@@ -61,8 +61,8 @@ inline bool LeavesNothing(const std::function<void()>& f) {
 }
 
 // Fails each allocation of `read` in turn: a read that meets the failure
-// gives no tree, with "out of memory" or the runtime's refusal as the
-// reason; one that does not gives the tree that `shown` turns into `want`.
+// gives no tree, and says that memory ran out (in the reader or in the
+// runtime); one that does not gives the tree that `shown` turns into `want`.
 // No run leaves a block behind. Gives the number of failures met.
 inline long SweepReads(const std::function<MsgPtr(MsgTextError*)>& read,
                        const std::function<std::string(CMsg*)>& shown, const std::string& want) {
@@ -74,8 +74,9 @@ inline long SweepReads(const std::function<MsgPtr(MsgTextError*)>& read,
       FailingAlloc::Off();
       if (FailingAlloc::Fired()) {
         EXPECT_FALSE(msg) << "allocation " << n;
+        EXPECT_EQ(err.code, MSGTEXT_E_NOMEM) << "allocation " << n << ": " << err.reason;
         EXPECT_TRUE(std::strcmp(err.reason, "out of memory") == 0 ||
-                    std::strstr(err.reason, "the runtime refused the"))
+                    std::strstr(err.reason, "the runtime ran out of memory"))
             << "allocation " << n << ": " << err.reason;
       } else {
         ASSERT_TRUE(msg) << err.reason;
@@ -98,7 +99,7 @@ inline long SweepWrites(const std::function<int(std::string*)>& write, const std
       const int rc = write(&out);
       FailingAlloc::Off();
       if (FailingAlloc::Fired()) {
-        EXPECT_TRUE(rc == MSGTEXT_E_NOMEM || rc == MSGTEXT_E_RUNTIME) << rc;
+        EXPECT_EQ(rc, MSGTEXT_E_NOMEM) << "allocation " << n;
         EXPECT_EQ(out, "kept") << "allocation " << n;
       } else {
         EXPECT_EQ(out, "kept" + want);

@@ -546,6 +546,21 @@ class HostileCommandLines(unittest.TestCase):
                                    timeout=60)
             self.assertEqual(r.returncode, 1)
 
+    def test_a_long_query_costs_in_proportion_to_its_words(self):
+        import time
+        # Words that match every class, phrases of the word list and words
+        # that match nothing, all different: each term is weighed once, and a
+        # class is passed over at its first term that fails, so 8,000 words
+        # answer in moments (a search run once per word took many seconds).
+        common = ["m", "range", "accrual", "note", "ir"]
+        query = common + ["zq%d" % i for i in range(8000 - len(common))]
+        start = time.monotonic()
+        code, out, err = run("find", *query)
+        elapsed = time.monotonic() - start
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("nothing matches 'zq0'", err)
+        self.assertLess(elapsed, 2.0)
+
     def test_long_arguments_and_control_bytes_are_cut_and_escaped_quickly(self):
         import time
         long_name = "q" * 130000  # near the largest single argument Linux takes

@@ -1,0 +1,268 @@
+// Hostile and careless input that the classes and message files must carry
+// or refuse cleanly: dates that are no days of the calendar, texts with a
+// NUL byte, endless and oversized files, files the caller may not write,
+// and running out of memory anywhere on the way.
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "MsgJson.h"
+#include "MsgText.h"
+#include "Reflect.h"
+#include "TestSupport.h"
+#include "TextTesting.h"
+#include "shared/M_KytVolSurface.h"
+#include "shared/M_SysReject.h"
+#include "shared/M_Tiv.h"
+
+using namespace testing_support;
+
+namespace {
+
+// A message of M_Tiv that holds the date `text`: made as the classes make
+// theirs, or, where the runtime refuses such a date there, without a
+// dictionary, which the runtime checks nothing against.
+MsgPtr TivWithDate(const char* text, bool* refused) {
+  CDate d;
+  d.isSet = true;
+  std::memcpy(d.text, text, std::min(std::strlen(text), sizeof d.text - 1));
+  MsgPtr msg = NewMsg(2143);
+  *refused = msg->SetValue(198, d) < 0;
+  if (*refused) {
+    msg.reset(new CMsg(2143, 0, 0, nullptr));
+    if (msg->SetValue(198, d) < 0) return nullptr;
+  }
+  return msg;
+}
+
+std::string ReadWhole(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+}  // namespace
+
+// A date that is no day of the calendar is carried as its text by Load,
+// Copy, Dump and both forms of message file; only the runtime may refuse
+// it, where it is sent, and it says where.
+TEST(Dates, ACalendarImpossibleDateIsCarriedUnchangedEverywhere) {
+  bool runtimeRefuses = false;
+  MsgPtr msg = TivWithDate("20260231", &runtimeRefuses);
+  if (!msg) GTEST_SKIP() << "this runtime holds no such date in any message";
+  M_Tiv tiv;
+  ASSERT_EQ(tiv.Load(msg.get()), 0) << tiv.errtext.ToStr();
+  EXPECT_STREQ(tiv.nDate.text, "20260231");
+  M_Tiv copy;
+  copy.Copy(tiv);
+  EXPECT_TRUE(pricemsg::Equal(copy, tiv));
+  EXPECT_STREQ(copy.nDate.text, "20260231");
+  EXPECT_NE(DumpOf(copy).find("nDate : [20260231]"), std::string::npos) << DumpOf(copy);
+
+  // Both forms write it; reading it back hands it to the runtime, which
+  // takes it or refuses it at that value, with its code.
+  std::string text, json;
+  ASSERT_EQ(MA_WriteMsgText(msg.get(), &text), MSGTEXT_OK);
+  ASSERT_EQ(MA_WriteMsgJson(msg.get(), &json), MSGTEXT_OK);
+  EXPECT_NE(text.find("T198 nDate n \"20260231\""), std::string::npos) << text;
+  EXPECT_NE(json.find("\"nDate\": \"20260231\""), std::string::npos) << json;
+  MsgTextError err{};
+  MsgPtr fromText(MA_ReadMsgText(text.data(), text.size(), &err));
+  MsgTextError jsonErr{};
+  MsgPtr fromJson(MA_ReadMsgJson(json.data(), json.size(), &jsonErr));
+  std::unique_ptr<CMsg> sent(copy.ToMsg());
+  if (runtimeRefuses) {
+    EXPECT_FALSE(fromText);
+    EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
+    EXPECT_EQ(err.line, 2);
+    EXPECT_NE(std::strstr(err.reason, "T198 nDate: the runtime refused the value"), nullptr)
+        << err.reason;
+    EXPECT_FALSE(fromJson);
+    EXPECT_NE(std::strstr(jsonErr.reason, "/nDate: T198 nDate: the runtime refused"), nullptr)
+        << jsonErr.reason;
+    EXPECT_FALSE(sent);
+    EXPECT_EQ(Str(copy.errtext), "M_Tiv:SET_VAL_ONE(M2143.T198) fail");
+  } else {
+    ASSERT_TRUE(fromText) << err.reason;
+    ASSERT_TRUE(fromJson) << jsonErr.reason;
+    EXPECT_EQ(Text(fromText.get()), text);
+    EXPECT_EQ(Text(fromJson.get()), text);
+    ASSERT_TRUE(sent);
+  }
+}
+
+// The JSON reader keeps nothing of the document but the tree it builds: on a
+// large message it needs no more memory than the text reader, give or take
+// a half.
+TEST(Memory, TheJsonReaderNeedsAboutWhatTheTextReaderNeeds) {
+  REQUIRE_FAILING_ALLOC();
+  SampleShape shape;
+  shape.tag = 4711;  // maRateCrvTenor
+  shape.tagElements = 5000;
+  MsgPtr sample = BuildSample(3691, shape);
+  std::string text, json;
+  ASSERT_EQ(MA_WriteMsgText(sample.get(), &text), MSGTEXT_OK);
+  ASSERT_EQ(MA_WriteMsgJson(sample.get(), &json), MSGTEXT_OK);
+  ASSERT_GT(json.size(), 500000u);
+  auto peak = [](const std::function<CMsg*()>& read) {
+    FailingAlloc::ResetPeak();
+    const long before = FailingAlloc::LiveBytes();
+    MsgPtr msg(read());
+    EXPECT_TRUE(msg);
+    return FailingAlloc::PeakBytes() - before;
+  };
+  const long fromText = peak([&] { return MA_ReadMsgText(text.data(), text.size(), nullptr); });
+  const long fromJson = peak([&] { return MA_ReadMsgJson(json.data(), json.size(), nullptr); });
+  EXPECT_LE(fromJson, fromText * 3 / 2) << "JSON " << fromJson << ", text " << fromText;
+}
+
+// Input that never ends, or ends too late, is refused at once: at the first
+// byte that no message file holds, or at the size limit, holding no more.
+TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
+  MsgTextError err{};
+  EXPECT_FALSE(MA_ReadMsgFile("/dev/zero", &err));
+  EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
+  EXPECT_EQ(err.line, 1);
+  EXPECT_EQ(err.column, 1);
+  EXPECT_NE(std::strstr(err.reason, "NUL byte at byte 0"), nullptr) << err.reason;
+  EXPECT_FALSE(MA_ReadMsgJsonFile("/dev/zero", &err));
+  EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
+
+  TempDir dir;
+  // A NUL byte after some lines: refused at its line and column.
+  using namespace std::string_literals;
+  const std::string nul = dir.File("nul.msg", "M10 {\n  T6 i 1\n  T7 s \"a\0\"\n}\n"s);
+  M_SysReject reject;
+  EXPECT_EQ(MA_LoadMsgFile(nul.c_str(), &reject, &err), MSGTEXT_E_TEXT);
+  EXPECT_EQ(err.line, 3);
+  EXPECT_EQ(err.column, 10);
+
+  // A pipe that goes on and on is read up to the caller's limit.
+  const std::string fifo = dir.Path("endless");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> stop{false};
+  signal(SIGPIPE, SIG_IGN);  // the writer learns that the reader has gone by EPIPE
+  std::thread writer([&] {
+    const int fd = open(fifo.c_str(), O_WRONLY);
+    const std::string line = "# a note that never ends\n";
+    while (!stop && fd >= 0 && write(fd, line.data(), line.size()) > 0) {
+    }
+    if (fd >= 0) close(fd);
+  });
+  EXPECT_FALSE(MA_ReadMsgFile(fifo.c_str(), &err, 1 << 20));
+  stop = true;
+  writer.join();
+  EXPECT_EQ(err.code, MSGTEXT_E_IO);
+  EXPECT_NE(std::strstr(err.reason, "larger than 1048576 bytes"), nullptr) << err.reason;
+
+  // A regular file over the limit is refused unread; the default takes it.
+  const std::string big = dir.File("big.msg", "M10 {\n" + std::string(5000, '#') + "\n}\n");
+  EXPECT_FALSE(MA_ReadMsgFile(big.c_str(), &err, 4096));
+  EXPECT_EQ(err.code, MSGTEXT_E_IO);
+  MsgPtr read(MA_ReadMsgFile(big.c_str(), &err));
+  EXPECT_TRUE(read) << err.reason;
+}
+
+// The writer replaces only a file that the caller could write in place, and
+// only with a file that keeps its mode, owner and group.
+TEST(Files, AFileTheCallerMayNotWriteIsNotReplaced) {
+  TempDir dir;
+  MsgPtr msg = NewMsg(10);
+  const std::string path = dir.File("kept.msg", "M10 {\n}\n");
+  // As root every file may be written: the case is played by a user of no
+  // rights, in a directory that anyone may write, on root's files.
+  const bool root = geteuid() == 0;
+  ASSERT_EQ(chmod(path.c_str(), root ? 0644 : 0444), 0);
+  const std::string shared = dir.File("shared.msg", "M10 {\n}\n");
+  ASSERT_EQ(chmod(shared.c_str(), 0666), 0);
+  auto attempt = [&](const std::string& target) {
+    MsgTextError err{};
+    const int rc = MA_WriteMsgFile(msg.get(), target.c_str(), &err);
+    return std::make_pair(rc, errno);
+  };
+  if (!root) {
+    const auto [rc, failure] = attempt(path);
+    EXPECT_EQ(rc, MSGTEXT_E_IO);
+    EXPECT_EQ(failure, EACCES);
+    EXPECT_EQ(ReadWhole(path), "M10 {\n}\n");
+    return;
+  }
+  const passwd* nobody = getpwnam("nobody");
+  if (!nobody) GTEST_SKIP() << "no user without rights to play the case";
+  ASSERT_EQ(chmod(dir.path.c_str(), 0777), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (setgid(nobody->pw_gid) != 0 || setuid(nobody->pw_uid) != 0) _exit(10);
+    const auto [rc, failure] = attempt(path);
+    if (rc != MSGTEXT_E_IO || failure != EACCES) _exit(11);
+    // Root's file that anyone may write cannot be made again as root's.
+    const auto [rc2, failure2] = attempt(shared);
+    if (rc2 != MSGTEXT_E_IO || failure2 != EPERM) _exit(12);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+  EXPECT_EQ(ReadWhole(path), "M10 {\n}\n");
+  EXPECT_EQ(ReadWhole(shared), "M10 {\n}\n");
+  struct stat st;
+  ASSERT_EQ(stat(shared.c_str(), &st), 0);
+  EXPECT_EQ(st.st_uid, 0u);
+  EXPECT_EQ(st.st_mode & 0777, 0666u);
+  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"kept.msg", "shared.msg"}));
+}
+
+// Dump throws nothing, whatever fails under it: the stream or the runtime
+// running out of memory ends the dump where it stands.
+TEST(Dump, NothingThrowsOutOfDumpAndNothingLeaks) {
+  REQUIRE_FAILING_ALLOC();
+  // A reply whose value arrays' texts take memory of their own.
+  std::unique_ptr<CMsgBase> greeks = pricemsg::NewMessage("M_Greeks");
+  MsgPtr sample = BuildSample(greeks->msgnum, true);
+  ASSERT_EQ(greeks->Load(sample.get()), 0);
+  const std::string whole = DumpOf(*greeks);
+  const long met = ForEachAllocationFailure([&](long n) {
+    EXPECT_TRUE(LeavesNothing([&] {
+      CStream out;
+      FailingAlloc::FailAt(n);
+      EXPECT_NO_THROW(greeks->Dump(&out)) << "allocation " << n;
+      FailingAlloc::Off();
+    }));
+  });
+  EXPECT_GT(met, 0);
+  EXPECT_EQ(DumpOf(*greeks), whole);
+}
+
+#ifdef PRICEMSG_STANDIN_RUNTIME
+// A text with a NUL byte cannot travel, since the runtime's texts end at
+// the first: ToMsg refuses it at its field rather than send it cut short.
+// (Only the stand-in makes such a CString.)
+TEST(Texts, ATextWithANulByteIsRefusedNotCut) {
+  M_KytVolSurface surface;
+  ASSERT_EQ(surface.maKytVolSfcElmt.Grow(), 1);
+  surface.maKytVolSfcElmt[0].mTivMatur.sMatur = CString("1Y\0tail", 7);
+  std::unique_ptr<CMsg> msg(surface.ToMsg());
+  EXPECT_FALSE(msg);
+  EXPECT_EQ(surface.errcode, MSG_E_TEXT);
+  EXPECT_EQ(Str(surface.maKytVolSfcElmt[0].mTivMatur.errtext),
+            "M_Tiv:SET_VAL_ONE(M2143.T800) fail");
+  EXPECT_EQ(surface.maKytVolSfcElmt[0].mTivMatur.errcode, MSG_E_TEXT);
+  // The same text without its tail travels whole.
+  surface.maKytVolSfcElmt[0].mTivMatur.sMatur = "1Y";
+  msg.reset(surface.ToMsg());
+  EXPECT_TRUE(msg);
+}
+#endif
