@@ -198,7 +198,7 @@ fuzz() {
   sanitized address build-asan
   # Each fuzzer of tests/fuzz and its committed seeds.
   local fuzzers=(fuzz_load:corpus fuzz_msgtext:corpus-msgtext fuzz_msgfile:corpus-msgfile
-                 fuzz_catalogue:corpus-catalogue)
+                 fuzz_msgjson:corpus-msgjson fuzz_catalogue:corpus-catalogue)
   local root work entry fuzzer seconds rc=0
   root=$(pwd)
   seconds=$(((FUZZ_SECONDS + ${#fuzzers[@]} - 1) / ${#fuzzers[@]}))
