@@ -27,9 +27,12 @@
 #   memcheck  every C++ test program under valgrind memcheck  (build-memcheck/)
 #
 # Any failure, sanitizer report, fuzzer crash or memcheck error stops the
-# script with a non-zero status.
+# script with a non-zero status. First it installs what the build and the
+# tests need from Debian's registry (scripts/needs.sh; PRICEMSG_NO_INSTALL=1
+# prints it instead).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/needs.sh build test
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
