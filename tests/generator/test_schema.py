@@ -362,6 +362,25 @@ class SchemaTest(unittest.TestCase):
             tags = [f.tag for f in msg.fields]
             self.assertEqual(tags, sorted(set(tags)), msg.name)
 
+    def test_real_schema_replies_follow_the_model(self):
+        # The likely replies are named for the request's model: a Hull-White
+        # or Black-Derman-Toy model block gives the Hw or Bdt reply of its
+        # frame (the star shapes of hybrids have one Star reply), and no
+        # other request gets one of those.
+        s = load(os.path.join(ROOT, "schema"), "schema")
+        paired = [m for m in s.messages if m.reply]
+        self.assertEqual(len(paired), 523)
+        self.assertEqual(collections.Counter(m.family for m in paired),
+                         {"rates": 393, "equity": 48, "hybrid": 34, "bonds": 24, "fx": 22,
+                          "credit": 2})
+        for m in paired:
+            with self.subTest(msg=m.name):
+                self.assertEqual(s.message(m.reply).role, "reply")
+                names = " ".join(f.name for f in m.fields)
+                hw = re.search(r"Hw(Tree|Mc)Param\b", names) and "Star" not in m.name
+                self.assertEqual("Hw" in m.reply, bool(hw), m.reply)
+                self.assertEqual("Bdt" in m.reply, "BdtParam" in names, m.reply)
+
 
 if __name__ == "__main__":
     unittest.main()
