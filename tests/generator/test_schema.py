@@ -285,8 +285,9 @@ class SchemaTest(unittest.TestCase):
     def test_command_line(self):
         out = os.path.join(self.tmp, "out")
         os.makedirs(out)
-        bad = write_schema(os.path.join(self.tmp, "bad"), [("beta.txt", 9, row("300  M_Extra dNope")),
-                                                           ("fields.txt", 15, "110  iX")])
+        bad = write_schema(os.path.join(self.tmp, "bad"),
+                           [("beta.txt", 9, row("300  M_Extra dNope")),
+                            ("fields.txt", 15, "110  iX")])
         for extra in ([], ["--check"]):
             r = self.run_msggen("--schema", bad, "--out", out, *extra)
             self.assertEqual(r.returncode, 1, r.stderr)

@@ -326,8 +326,8 @@ def landed(browser: Browser, anchor: str, shot: str) -> list[str]:
 
 # What a reader of the page sees of its width: the elements that reach past
 # the window's right edge (the page then scrolls sideways), the field tables
-# whose box does, how many tables scroll inside their box, and the gaps between the items of the header's
-# navigation that stand on one line.
+# whose box does, how many tables scroll inside their box, and the gaps
+# between the items of the header's navigation that stand on one line.
 LAYOUT = """
 var out = {window: window.innerWidth, page: document.documentElement.scrollWidth,
            past: [], tables: 0, wideTables: [], gaps: []};
