@@ -135,4 +135,8 @@ const FieldInfo* FindMember(const ClassInfo& c, std::string_view name) {
 
 const ClassInfo& HeldClass(const FieldInfo& f) { return kClasses[f.held]; }
 
+const ClassInfo* LikelyReply(const ClassInfo& c) {
+  return c.reply >= 0 && c.reply < kClassCount ? &kClasses[c.reply] : nullptr;
+}
+
 }  // namespace pricemsg::schema

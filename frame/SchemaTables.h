@@ -51,6 +51,10 @@ struct ClassInfo {
   // "monitoring", "model", "result" or "block".
   const char* role;
   const char* description;  // one line, for people
+  // For a request whose family's names pair it with an output, the index of
+  // that reply class (LikelyReply); else -1. The service, not the request,
+  // decides which class answers, so this is a likely reply, by name.
+  int reply;
 };
 
 // A word or phrase that people use for a product ("swaption", "range
@@ -118,6 +122,9 @@ PRICEMSG_EXPORT const FieldInfo* FindMember(const ClassInfo& c, std::string_view
 PRICEMSG_EXPORT int MemberIndex(const ClassInfo& c, int tag);
 // The class that a kMessage or kMessageArray field holds.
 PRICEMSG_EXPORT const ClassInfo& HeldClass(const FieldInfo& f);
+// The likely reply of a request, by the names of its family (ClassInfo::reply);
+// null where the names pair it with none, and for every class but a request.
+PRICEMSG_EXPORT const ClassInfo* LikelyReply(const ClassInfo& c);
 // Up to three of `names` near `text`, in any case: names that hold it come
 // first, then the others within a few edits (a third of the text's length,
 // at least 2); nearer ones first in each. A text far longer than any name

@@ -1,13 +1,22 @@
 """Reference pages of the classes: reference/index.html and one page per family.
 
 A family page has an entry for each class of the family, anchored by the
-class name: its number, its role and description, its fields (tag, name,
-kind, type, the field's role where it has one; a held class links to its own
-entry, on whichever page that is) and the classes that hold it. The index
-lists every class in alphabetical order with its family, role and
-description, and links to its entry. Each page filters its entries as one
-types words of a class's name, number, role, description or field names,
-with a small script of its own; the pages load nothing from elsewhere.
+class name: its number, its role and description, a request's likely reply
+where the names of its family give one (linked, and marked as by name: the
+service decides which class answers), its fields (tag, name, kind, type, the
+field's role where it has one; a held class links to its own entry, on
+whichever page that is) and the classes that hold it. The index lists every
+class in alphabetical order with its family, role and description, and
+links to its entry. Each page filters its entries as one types words of a
+class's name, number, role, description, likely reply or field names, with
+a small script of its own; a word that is in no entry finds the entries
+with a word spelled near it ("barier" finds "barrier"). The pages load
+nothing from elsewhere.
+
+A table fits a window as narrow as a phone's: the names in a field table
+may break between the words they are made of (maIrHw|Calib|Param|Out), the
+column of kinds gives way to the types, which tell the same, and a table
+still too wide scrolls inside its own box, never the page.
 
 The header of a page stays at the top of the window. An entry reached by a
 link lands below it, however tall the header is, and a link to an entry
@@ -17,6 +26,7 @@ that the filter hides shows that entry and says so.
 from __future__ import annotations
 
 import html
+import re
 
 from schema import KINDS, Field, Message, Schema
 
@@ -30,21 +40,33 @@ STYLE = """\
 body { font: 14px/1.4 sans-serif; margin: 0 2em 4em; color: #222; }
 header { position: sticky; top: 0; background: #fff; padding: .6em 2em;
          margin: 0 -2em; border-bottom: 1px solid #ccc; z-index: 1; }
-nav a { margin-right: .8em; }
+nav a, nav strong { margin-right: .8em; }
 input { font-size: 1em; width: 28em; max-width: 100%; margin-top: .4em; }
+.wide { overflow-x: auto; max-width: 100%; }
 table { border-collapse: collapse; margin: .3em 0; }
+/* A narrow window: tighter cells, and no column of kinds, which the types
+   tell as well (CDbl, M_Tiv_Array). */
+@media (max-width: 30em) {
+  th, td { padding-right: .5em; }
+  table.fields { font-size: .9em; }
+  .fields .kind { display: none; }
+  .fields td.about { overflow-wrap: anywhere; min-width: 5.5em; }
+}
 th, td { text-align: left; padding: .1em .8em .1em 0; vertical-align: top; }
 th { border-bottom: 1px solid #ccc; }
-td.num, th.num { text-align: right; }
+td.num, th.num { text-align: right; white-space: nowrap; }
 section { margin-top: 1.4em; scroll-margin-top: calc(var(--header, 11em) + .5em); }
 section:target h2 { background: #ffe9a8; }
-h2 { font-size: 1.1em; margin: 0; }
+h2 { font-size: 1.1em; margin: 0; overflow-wrap: anywhere; }
 h2 .num { color: #666; font-weight: normal; margin-left: .5em; }
 .role { display: inline-block; font-size: .85em; font-weight: normal; color: #345;
         background: #e8eef5; border-radius: .3em; padding: 0 .4em; }
 h2 .role { margin-left: .7em; }
 .desc { margin: .2em 0; }
 .held { color: #444; margin: .2em 0; }
+.reply { margin: .2em 0; }
+.reply .num { color: #666; margin-left: .4em; }
+.byname { color: #666; font-size: .9em; }
 .none { color: #888; }
 .count { color: #666; margin-left: 1em; }
 .note { color: #7a4b00; margin-left: 1em; }
@@ -68,20 +90,58 @@ SCRIPT = """\
   function fitHeader() {
     root.style.setProperty("--header", header.getBoundingClientRect().height + "px");
   }
-  function matches(item, words) {
+  // Whether `word` is within `reach` edits of some stretch of `text`: the
+  // distance to the best substring, one row of the table at a time.
+  function near(word, text, reach) {
+    var row = [], i, j;
+    for (i = 0; i <= word.length; i++) row.push(i);
+    if (row[word.length] <= reach) return true;
+    for (j = 0; j < text.length; j++) {
+      var diagonal = row[0];
+      row[0] = 0;  // a stretch may start anywhere
+      for (i = 1; i <= word.length; i++) {
+        var above = row[i];
+        row[i] = Math.min(above + 1, row[i - 1] + 1,
+                          diagonal + (word.charAt(i - 1) === text.charAt(j) ? 0 : 1));
+        diagonal = above;
+      }
+      if (row[word.length] <= reach) return true;
+    }
+    return false;
+  }
+  // The edits a word of that length may be off by: none for a short one.
+  function reachOf(word) { return word.length >= 8 ? 2 : word.length >= 4 ? 1 : 0; }
+  // Each typed word with how it matches: as typed where some entry holds it,
+  // else by near spelling.
+  function terms(words) {
+    return words.map(function (w) {
+      for (var i = 0; i < items.length; i++) {
+        if (items[i].getAttribute("data-find").indexOf(w) >= 0) return {word: w, reach: 0};
+      }
+      return {word: w, reach: reachOf(w)};
+    });
+  }
+  function matches(item, wanted) {
     var text = item.getAttribute("data-find");
-    return words.every(function (w) { return text.indexOf(w) >= 0; });
+    return wanted.every(function (t) {
+      return text.indexOf(t.word) >= 0 || (t.reach > 0 && near(t.word, text, t.reach));
+    });
   }
   function apply() {
     var words = box.value.toLowerCase().split(/\\s+/).filter(Boolean);
+    var wanted = terms(words);
     var shown = 0;
     for (var i = 0; i < items.length; i++) {
-      var show = items[i] === followed || matches(items[i], words);
+      var show = items[i] === followed || matches(items[i], wanted);
       items[i].style.display = show ? "" : "none";
       if (show) shown++;
     }
-    count.textContent = words.length ? shown + " of " + items.length : items.length + " classes";
-    var hidden = followed !== null && !matches(followed, words);
+    var spelled = wanted.filter(function (t) { return t.reach > 0; })
+                        .map(function (t) { return t.word; });
+    count.textContent = !words.length ? items.length + " classes" :
+        shown + " of " + items.length +
+        (spelled.length ? ", spelled near " + spelled.join(" ") : "");
+    var hidden = followed !== null && !matches(followed, wanted);
     note.textContent = hidden ? "Showing " + followed.id + ", which the filter hides" : "";
     note.hidden = !hidden;
     fitHeader();
@@ -164,20 +224,34 @@ def _esc(text: object) -> str:
     return html.escape(str(text), quote=True)
 
 
-def _link(schema: Schema, name: str) -> str:
+def _breakable(name: str) -> str:
+    """A class or field name, escaped, that a narrow cell may break where a
+    word of it starts: before a capital and a small letter that follow a
+    small letter or a digit, but not right after a field's kind prefix
+    (mSensitivityB, maUnder|SpecB, M_Ir|Note|Out)."""
+    return re.sub(r"(?<!^[a-z])(?<!^[a-z]{2})(?<=[a-z0-9])(?=[A-Z][a-z])", "<wbr>", _esc(name))
+
+
+def _link(schema: Schema, name: str, breakable: bool = False) -> str:
     """A link to the entry of a class, from any page."""
     msg = schema.message(name)
-    return f'<a href="{family_page(msg.family)}#{_esc(name)}">{_esc(name)}</a>'
+    text = _breakable(name) if breakable else _esc(name)
+    return f'<a href="{family_page(msg.family)}#{_esc(name)}">{text}</a>'
 
 
 def _find_text(msg: Message, *more: str) -> str:
     """What the filter matches an entry against: name, number, role,
-    description, field names, and whatever else the page shows of it."""
-    words = [msg.name, str(msg.number), msg.role, msg.description, *more]
+    description, likely reply, field names, and whatever else the page shows
+    of it."""
+    words = [msg.name, str(msg.number), msg.role, msg.description, msg.reply, *more]
     return " ".join(w for w in words + [f.name for f in msg.fields] if w).lower()
 
 
 FILTER_HINT = "Filter by class name, number, role, description or field name"
+
+# Said of every likely reply: the pairing is the names', not the request's.
+BY_NAME_NOTE = ("by name: a request does not say which class answers it, and the "
+                "service decides; this is the reply that the names of its family pair it with")
 
 
 def _page(title: str, families: list[str], current: str | None, body: list[str]) -> str:
@@ -213,12 +287,12 @@ def _role(role: str | None) -> str:
 
 def _field_row(schema: Schema, f: Field, roles: bool) -> str:
     if f.sub:
-        type_ = _link(schema, f.sub) + ("_Array" if f.is_array else "")
+        type_ = _link(schema, f.sub, breakable=True) + ("<wbr>_Array" if f.is_array else "")
     else:
         type_ = _esc(f.type)
-    role = f"<td>{_esc(f.role or '')}</td>" if roles else ""
-    return (f'<tr><td class="num">{f.tag}</td><td>{_esc(f.name)}</td>'
-            f"<td>{KINDS[f.kind].words}</td><td>{type_}</td>{role}</tr>")
+    role = f'<td class="about">{_esc(f.role or "")}</td>' if roles else ""
+    return (f'<tr><td class="num">{f.tag}</td><td>{_breakable(f.name)}</td>'
+            f'<td class="kind">{KINDS[f.kind].words}</td><td>{type_}</td>{role}</tr>')
 
 
 def _entry(schema: Schema, msg: Message, held_by: list[tuple[Message, Field]]) -> list[str]:
@@ -226,13 +300,19 @@ def _entry(schema: Schema, msg: Message, held_by: list[tuple[Message, Field]]) -
            f'<h2>{_esc(msg.name)}<span class="num">{msg.number}</span>{_role(msg.role)}</h2>']
     if msg.description:
         out.append(f'<p class="desc">{_esc(msg.description)}</p>')
+    if msg.reply:
+        reply = schema.message(msg.reply)
+        out.append(f'<p class="reply" title="{_esc(BY_NAME_NOTE)}">Likely reply '
+                   f'<span class="byname">(by name)</span>: {_link(schema, reply.name)}'
+                   f'<span class="num">{reply.number}</span></p>')
     if msg.fields:
         # The column of field roles only where a field of the class has one.
         roles = any(f.role for f in msg.fields)
-        out.append('<table><tr><th class="num">Tag</th><th>Field</th><th>Kind</th>'
-                   "<th>Type</th>" + ("<th>Role</th>" if roles else "") + "</tr>")
+        out.append('<div class="wide"><table class="fields"><tr><th class="num">Tag</th>'
+                   '<th>Field</th><th class="kind">Kind</th><th>Type</th>' +
+                   ("<th>Role</th>" if roles else "") + "</tr>")
         out += [_field_row(schema, f, roles) for f in msg.fields]
-        out.append("</table>")
+        out.append("</table></div>")
     else:
         out.append('<p class="none">No fields.</p>')
     if held_by:
@@ -268,7 +348,8 @@ def index_source(schema: Schema, held: dict[str, list[tuple[Message, Field]]]) -
             "in alphabetical order. A class's entry gives its fields and the classes that "
             "hold it; &ldquo;held by&rdquo; counts those classes, and a class held by none "
             "is a message on its own, such as a request or a reply.</p>",
-            '<table><tr><th>Class</th><th>Family</th><th>Role</th><th>Description</th>'
+            '<div class="wide"><table><tr><th>Class</th><th>Family</th><th>Role</th>'
+            '<th>Description</th>'
             '<th class="num">Number</th><th class="num">Fields</th>'
             '<th class="num">Held by</th></tr>']
     for msg in alphabetical(schema.messages):
@@ -278,5 +359,5 @@ def index_source(schema: Schema, held: dict[str, list[tuple[Message, Field]]]) -
                     f'<td class="num">{msg.number}</td>'
                     f'<td class="num">{len(msg.fields)}</td>'
                     f'<td class="num">{len({h.name for h, _ in held[msg.name]})}</td></tr>')
-    body.append("</table>")
+    body.append("</table></div>")
     return _page("pricemsg: message classes", schema.families, None, body)

@@ -121,11 +121,14 @@ def source(schema: Schema) -> str:
     out.append("};\n")
 
     out.append(f"\n// The {len(classes)} classes, family by family in catalogue order: "
-               "name, number,\n// family, first member, member count, role, description.\n")
+               "name, number,\n// family, first member, member count, role, description, "
+               "and the index in\n// kClasses of a request's likely reply by name (else -1).\n")
     out.append("const ClassInfo kClasses[] = {\n")
     for msg, start in zip(classes, starts):
+        reply = class_index[msg.reply] if msg.reply else -1
         out.append(f'    {{"{msg.name}", {msg.number}, "{msg.family}", {start}, '
-                   f"{len(msg.fields)}, {c_string(msg.role)}, {c_string(msg.description)}}},\n")
+                   f"{len(msg.fields)}, {c_string(msg.role)}, {c_string(msg.description)}, "
+                   f"{reply}}},\n")
     out.append("};\n")
     out.append(f"const int kClassCount = {len(classes)};\n")
     out.append(_words(schema))

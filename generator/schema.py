@@ -22,6 +22,20 @@ class's role (one of ROLES) and a one-line description. A field role says
 what a field stands for where its name alone does not; a field has at most
 one, in whichever family describes it.
 
+A request may name its likely reply on a line of its own below its
+description line:
+
+    3721  M_IrNoteFlterHwMc  *IrNote HwMc* mIrFloater
+          = request: ...
+          reply M_IrNoteHwOut
+
+A request does not say which class answers it; the service decides. The
+line records the pairing that the names of a family show (the output named
+for a request's product form and model), and only where they show one; the
+pages and the catalogue tool give it as the likely reply, by name. The named
+class must be a row whose role is reply, only a request has the line, and
+it has at most one.
+
 `words.txt` maps the words that people use for products to parts of class
 names, for searches:
 
@@ -93,6 +107,7 @@ WORDS = "words.txt"
 ROLES = ("request", "reply", "terms", "market", "monitoring", "model", "result", "block")
 DESCRIPTION_LINE = re.compile(r"^=\s*([a-z]+)\s*:\s*(\S.*)$")
 FIELD_ROLE_LINE = re.compile(r"^field\s+(\S+)\s*=\s*(\S.*)$")
+REPLY_LINE = re.compile(r"^reply(?:\s+(\S+))?(\s+.*)?$")
 WORD_LINE = re.compile(r"^([^=]+)=(.*)$")
 
 
@@ -130,6 +145,8 @@ class Message:
     loc: Loc
     role: str | None = None  # one of ROLES
     description: str | None = None
+    reply: str | None = None  # the likely reply of a request, by name
+    reply_loc: Loc | None = None
 
     @property
     def array_name(self) -> str:
@@ -288,6 +305,8 @@ class _Row:
     role: str | None = None
     description: str | None = None
     described: bool = False  # a description line follows, right or wrong
+    reply: str | None = None
+    reply_loc: Loc | None = None
 
 
 @dataclasses.dataclass
@@ -300,14 +319,27 @@ class _FieldRole:
 def _read_catalogue(path: str, shown: str, family: str, rep: _Reporter,
                     sets: dict[str, _Set], rows: list[_Row],
                     roles: list[_FieldRole]) -> None:
-    last: _Row | None = None  # the row just read, while its description may follow
+    last: _Row | None = None  # the row just read, while its description and reply may follow
     for loc, text in _lines(path, shown):
+        m = REPLY_LINE.match(text)
+        if m:
+            if last is None:
+                rep.error(loc, "a reply line ('reply M_Name') must follow its row")
+            elif m.group(1) is None or m.group(2) or not CLASS_NAME.match(m.group(1)):
+                rep.error(loc, f"{last.name}: expected 'reply M_Name'")
+            elif last.reply_loc is not None:
+                rep.error(loc, f"{last.name}: a second reply line; a request has one likely "
+                               f"reply at most ({last.reply_loc})")
+            else:
+                last.reply, last.reply_loc = m.group(1), loc
+            continue
         row, last = last, None
         if text.startswith("="):
             m = DESCRIPTION_LINE.match(text)
-            if row is None:
+            if row is None or row.described or row.reply_loc is not None:
                 rep.error(loc, "a description line ('= role: text') must follow its row")
                 continue
+            last = row  # its reply may follow
             row.described = True
             if m is None:
                 rep.error(loc, f"{row.name}: expected '= role: description'")
@@ -418,6 +450,20 @@ def _expand(row: _Row, fields: dict[str, Field], rejected: set[str], sets: dict[
     return sorted((f for f, _ in by_tag.values()), key=lambda f: f.tag)
 
 
+def _check_reply(row: _Row, names: dict[str, _Row], rep: _Reporter) -> None:
+    """A request's likely reply is a row of role reply."""
+    target = names.get(row.reply or "")
+    if row.role is not None and row.role != "request":
+        rep.error(row.reply_loc, f"{row.name}: only a request has a likely reply, and "
+                                 f"{row.name} is {row.role}")
+    elif target is None:
+        rep.error(row.reply_loc, f"{row.name}: its reply {row.reply} is no class of the "
+                                 "catalogue")
+    elif target.role is not None and target.role != "reply":
+        rep.error(row.reply_loc, f"{row.name}: its reply {row.reply} is {target.role}, "
+                                 "not a reply")
+
+
 def _check_cycles(messages: dict[str, Message], rep: _Reporter) -> None:
     """A class may not hold itself, by value or through arrays, at any depth."""
     state: dict[str, int] = {}  # 1 while on the path, 2 when done
@@ -496,9 +542,13 @@ def load(schema_dir: str, shown_dir: str = "schema") -> Schema:
         expanded = _expand(row, fields, rejected, sets, rep)
         if expanded is not None:
             messages[row.name] = Message(row.number, row.name, row.family, expanded, row.loc,
-                                         row.role, row.description)
+                                         row.role, row.description, row.reply, row.reply_loc)
         if not row.described:
             rep.error(row.loc, f"{row.name}: no description line ('= role: text') below the row")
+
+    for row in rows:
+        if row.reply_loc is not None:
+            _check_reply(row, names, rep)
 
     for r in roles:
         f = fields.get(r.field)

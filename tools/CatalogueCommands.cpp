@@ -131,7 +131,7 @@ int Find(const Io& io, const Args& args) {
   }
   if (!classes.empty()) {
     std::fprintf(io.out, "classes (%zu):\n", classes.size());
-    PrintClasses(io.out, classes, "  ", Descriptions(classes));
+    PrintClasses(io.out, classes, "  ", Descriptions(classes), true);
   }
   if (!fields.empty()) {
     std::fprintf(io.out, "fields (%zu):\n", fields.size());
@@ -149,6 +149,8 @@ int Show(const Io& io, const Args& args) {
     std::fprintf(io.out, "  %s%s%s\n", cls->role, *cls->role && *cls->description ? ": " : "",
                  cls->description);
   }
+  const std::string reply = LikelyReplyText(*cls);
+  if (!reply.empty()) std::fprintf(io.out, "  %s\n", reply.c_str());
   PrintTree(io.out, *cls, 1, depth);
   return kFound;
 }

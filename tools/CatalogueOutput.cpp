@@ -235,8 +235,15 @@ std::string Pad(const std::string& text, size_t width) {
   return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
 }
 
+std::string LikelyReplyText(const ClassInfo& cls) {
+  const ClassInfo* reply = ps::LikelyReply(cls);
+  return reply ? std::string("likely reply (by name): ") + reply->name + " " +
+                     std::to_string(reply->number)
+               : "";
+}
+
 void PrintClasses(FILE* out, const std::vector<const ClassInfo*>& classes,
-                  const std::string& indent, const std::vector<std::string>& texts) {
+                  const std::string& indent, const std::vector<std::string>& texts, bool replies) {
   size_t nameWidth = 0;
   size_t familyWidth = 0;
   size_t roleWidth = 0;
@@ -252,6 +259,8 @@ void PrintClasses(FILE* out, const std::vector<const ClassInfo*>& classes,
     if (i < texts.size() && !texts[i].empty())
       line = Pad(line, line.size() + roleWidth - RoleOf(c).size()) + "  " + texts[i];
     std::fprintf(out, "%s\n", line.c_str());
+    const std::string reply = replies ? LikelyReplyText(c) : "";
+    if (!reply.empty()) std::fprintf(out, "%s    %s\n", indent.c_str(), reply.c_str());
   }
 }
 

@@ -92,10 +92,15 @@ void FileError(const Io& io, const std::string& path, int line, int column, cons
 // ---- printing ----
 
 std::string Pad(const std::string& text, size_t width);
+// "likely reply (by name): M_IrNoteHwOut 3706" for a request whose family's
+// names pair it with a reply; else "".
+std::string LikelyReplyText(const ClassInfo& cls);
 // Classes a line each as "name  number  family  role", then the line's text
-// if any, in columns.
+// if any, in columns; with `replies`, a request's likely reply on a line of
+// its own below it.
 void PrintClasses(FILE* out, const std::vector<const ClassInfo*>& classes,
-                  const std::string& indent, const std::vector<std::string>& texts);
+                  const std::string& indent, const std::vector<std::string>& texts,
+                  bool replies = false);
 std::vector<std::string> Descriptions(const std::vector<const ClassInfo*>& classes);
 // The fields of a class as a tree, down to `depth` levels (0: no limit).
 void PrintTree(FILE* out, const ClassInfo& cls, int level, int depth);

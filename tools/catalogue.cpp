@@ -93,7 +93,9 @@ const std::vector<Command>& Commands() {
        "the classes and fields that match the words, or have that number",
        "The classes match as for list, requests first; the fields match by\n"
        "name or by role. A number finds the class of that number and the\n"
-       "fields of that tag. With --role or --family, classes only.",
+       "fields of that tag. With --role or --family, classes only. Below a\n"
+       "request stands its likely reply, where the names of its family pair it\n"
+       "with one; the service decides which class answers.",
        {{"-r,--role", "ROLE", "only the classes of that role"},
         {"-f,--family", "FAMILY", "only the classes of that family"}},
        Find},
@@ -104,8 +106,10 @@ const std::vector<Command>& Commands() {
        "takes one class, by name or number",
        "the class as a tree of its fields down to the values",
        "The class's line gives its number and family, the next its role and\n"
-       "description. Each field comes with its tag, its kind, the class it\n"
-       "holds and its role, and a message field with the fields of its class.",
+       "description, and a request's next its likely reply, where the names of\n"
+       "its family pair it with one (the service decides which class answers).\n"
+       "Each field comes with its tag, its kind, the class it holds and its\n"
+       "role, and a message field with the fields of its class.",
        {{"-d,--depth", "N", "stop after N levels, marking a cut field with ..."}},
        Show},
       {"holders",

@@ -127,12 +127,13 @@ class SchemaTables(unittest.TestCase):
                               emit_tables.c_string(f.role)[1:-1]))
             self.assertEqual(classes[int(held)][0] if int(held) >= 0 else None, f.sub, name)
         self.assertEqual(len(classes), len(SCHEMA.messages))
-        for (name, number, family, first, count, role, about), msg in zip(classes,
-                                                                          SCHEMA.messages):
+        for (name, number, family, first, count, role, about, reply), msg in zip(
+                classes, SCHEMA.messages):
             run = members[int(first):int(first) + int(count)]
             self.assertEqual((name, int(number), family, role, about),
                              (msg.name, msg.number, msg.family, msg.role or "",
                               emit_tables.c_string(msg.description)[1:-1]))
+            self.assertEqual(classes[int(reply)][0] if int(reply) >= 0 else None, msg.reply, name)
             self.assertEqual([fields[i][1] for i in run], [f.name for f in msg.fields], name)
 
         by_number = c_array(self.SOURCE, "kClassesByNumber")

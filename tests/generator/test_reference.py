@@ -70,6 +70,20 @@ class ReferencePages(unittest.TestCase):
         self.assertEqual(sorted(listed), sorted(m.name for m in schema.messages))
         self.assertEqual(listed, sorted(listed, key=lambda n: (n.lower(), n)))
 
+    def test_requests_link_their_likely_reply(self):
+        schema = load(os.path.join(ROOT, "schema"))
+        found = {}
+        for family in schema.families:
+            with open(os.path.join(PAGES, family + ".html"), encoding="utf-8") as fh:
+                tree = Tree(fh.read()).root
+            for section in tree.all("section"):
+                for p in section.cls("reply"):
+                    found[section.attrs["id"]] = [a.attrs["href"] for a in p.all("a")]
+        expected = {m.name: [f"{schema.message(m.reply).family}.html#{m.reply}"]
+                    for m in schema.messages if m.reply}
+        self.assertEqual(found, expected)
+        self.assertEqual(len(found), 523)
+
     def test_each_class_has_one_entry_on_its_family_page(self):
         schema = load(os.path.join(ROOT, "schema"))
         self.assertEqual(set(self.pages), {"index.html"} | {f + ".html" for f in schema.families})
@@ -103,7 +117,7 @@ class Node:
 class Tree(HTMLParser):
     """The page as a tree of elements, enough to look into tables and sections."""
 
-    VOID = {"meta", "input", "br", "link", "img"}
+    VOID = {"meta", "input", "br", "wbr", "link", "img"}
 
     def __init__(self, text):
         super().__init__()
@@ -130,7 +144,8 @@ class Tree(HTMLParser):
 def small_schema():
     """Two families; the catalogue order differs from the alphabetical one,
     and two names sort differently with and without case. Some classes and
-    fields have roles and descriptions, some have none."""
+    fields have roles and descriptions, some have none. The request has its
+    likely reply on the other page."""
     loc = Loc("x.txt", 1)
     f_leg = Field("mCreditCf", 100, "m", "M_CreditCf", "M_CreditCf", loc)
     f_legs = Field("maCrSglCds", 110, "ma", "M_CrSglCds_Array", "M_CrSglCds", loc)
@@ -138,10 +153,11 @@ def small_schema():
     f_strike = Field("dStrike", 130, "d", "CDbl", None, loc)
     messages = [
         Message(20, "M_Zeta", "alpha", [f_leg, f_legs, f_right, f_strike], loc,
-                "request", 'a deal of "both" legs & <b>more</b>'),
+                "request", 'a deal of "both" legs & <b>more</b>', reply="M_ZetaOut"),
         Message(21, "M_CrSglCds", "alpha", [f_strike], loc, "block", "one leg"),
         Message(10, "M_CreditCf", "beta", [], loc),
         Message(11, "M_apple", "beta", [f_right], loc, "terms", None),
+        Message(12, "M_ZetaOut", "beta", [f_strike], loc, "reply", "what a deal is worth"),
     ]
     return Schema({f.name: f for f in (f_leg, f_legs, f_right, f_strike)}, messages,
                   ["alpha", "beta"])
@@ -160,17 +176,20 @@ class SmallSchema(unittest.TestCase):
     def test_index_is_alphabetical_with_family_role_and_description(self):
         rows = [r for r in self.trees["index"].all("tr") if "data-find" in r.attrs]
         cells = [[td.text() for td in r.all("td")] for r in rows]
-        self.assertEqual([c[0] for c in cells], ["M_apple", "M_CreditCf", "M_CrSglCds", "M_Zeta"])
+        self.assertEqual([c[0] for c in cells],
+                         ["M_apple", "M_CreditCf", "M_CrSglCds", "M_Zeta", "M_ZetaOut"])
         self.assertEqual([c[1:4] for c in cells], [
             ["beta", "terms", ""],
             ["beta", "", ""],  # neither role nor description yet
             ["alpha", "block", "one leg"],
             ["alpha", "request", 'a deal of "both" legs & <b>more</b>'],  # as text, not markup
+            ["beta", "reply", "what a deal is worth"],
         ])
         # Each name links to its entry on its family's page.
         links = [a.attrs["href"] for r in rows for a in r.all("a")]
         self.assertEqual(links, ["beta.html#M_apple", "beta.html#M_CreditCf",
-                                 "alpha.html#M_CrSglCds", "alpha.html#M_Zeta"])
+                                 "alpha.html#M_CrSglCds", "alpha.html#M_Zeta",
+                                 "beta.html#M_ZetaOut"])
         # The filter finds a class by its role, its description and its family.
         find = {r.attrs["data-find"] for r in rows}
         self.assertTrue(any("request" in t and "both" in t and "alpha" in t for t in find))
@@ -201,6 +220,20 @@ class SmallSchema(unittest.TestCase):
         credit = sections["M_CreditCf"]
         self.assertEqual(credit.cls("role") + credit.cls("desc"), [])
         self.assertEqual(credit.attrs["data-find"], "m_creditcf 10")
+
+        # The likely reply of the request, on the other page, marked as by
+        # name and found by the filter; no other entry has one.
+        replies = {name: s.cls("reply") for name, s in sections.items()}
+        self.assertEqual([n for n, r in replies.items() if r], ["M_Zeta"])
+        reply = replies["M_Zeta"][0]
+        self.assertEqual(" ".join(reply.text().split()), "Likely reply (by name): M_ZetaOut12")
+        self.assertEqual([a.attrs["href"] for a in reply.all("a")], ["beta.html#M_ZetaOut"])
+        self.assertIn("the service decides", reply.attrs["title"])
+        self.assertIn("m_zetaout", zeta.attrs["data-find"].split())
+        # Names break only where a word starts; the text stays the name.
+        self.assertEqual([r[1] for r in rows[1:]], ["mCreditCf", "maCrSglCds", "sOptRight",
+                                                   "dStrike"])
+        self.assertIn("<td>maCr<wbr>Sgl<wbr>Cds</td>", self.sources["alpha"])
         for name, text in self.sources.items():
             self.assertNotIn("None", text, name)
 

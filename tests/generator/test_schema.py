@@ -50,8 +50,11 @@ FIXTURE = {
         "set *Deal head* = sName iCount",                  # 1
         "200  M_Deal   *Deal head* bFlag mLeg mTerms mFarLeg  # deal",  # 2
         "  =request :  a deal \"to value\", with legs  # said",  # 3
-        "201  M_Curve  iaDays daRates *Common*",           # 4
-        "     = market: a curve",                          # 5
+        "     reply  M_DealOut   # by its name",            # 4
+        "201  M_Curve  iaDays daRates *Common*",           # 5
+        "     = market: a curve",                          # 6
+        "202  M_DealOut  dPrice",                          # 7
+        "     = reply: what a deal is worth",              # 8
     ],
     "words.txt": [
         "# phrase, phrase = part part",                    # 1
@@ -107,27 +110,27 @@ ERRORS = [
     ("fields.txt", 15, "70   iSeventy CInt", "tag 70 is already used by field 'maLeg'"),
     ("fields.txt", 15, "75   maTerms M_Leg_Array",
      "twins on tag 75 disagree: 'mTerms' holds M_Terms but 'maTerms' holds M_Leg"),
-    ("beta.txt", 6, "set *Common* = dPrice",
+    ("beta.txt", 9, "set *Common* = dPrice",
      "set *Common* is already defined (schema/alpha.txt:2)"),
-    ("beta.txt", 6, "set *Empty* =", "set *Empty* has no fields"),
-    ("beta.txt", 6, "set Common = dPrice", "expected 'set *Name* = field field ...'"),
-    ("beta.txt", 6, "300", "expected 'number class field ...'"),
-    ("beta.txt", 6, "0    M_Extra dPrice", "message number must be a positive integer, got '0'"),
-    ("beta.txt", 6, "300  Extra   dPrice", "class name 'Extra' is not M_"),
+    ("beta.txt", 9, "set *Empty* =", "set *Empty* has no fields"),
+    ("beta.txt", 9, "set Common = dPrice", "expected 'set *Name* = field field ...'"),
+    ("beta.txt", 9, "300", "expected 'number class field ...'"),
+    ("beta.txt", 9, "0    M_Extra dPrice", "message number must be a positive integer, got '0'"),
+    ("beta.txt", 9, "300  Extra   dPrice", "class name 'Extra' is not M_"),
     # An unknown set member is reported once, at the set, not at each row.
     ("alpha.txt", 2, "set *Common* = sNote dPrice dNope", "set *Common*: unknown field 'dNope'"),
-    ("beta.txt", 6, row("300  M_Extra dNope"), "M_Extra: unknown field 'dNope'"),
-    ("beta.txt", 6, row("300  M_Extra *Nope*"), "M_Extra: set *Nope* is not defined"),
-    ("beta.txt", 6, row("300  M_Extra iCount bFlag dPrice"),
+    ("beta.txt", 9, row("300  M_Extra dNope"), "M_Extra: unknown field 'dNope'"),
+    ("beta.txt", 9, row("300  M_Extra *Nope*"), "M_Extra: set *Nope* is not defined"),
+    ("beta.txt", 9, row("300  M_Extra iCount bFlag dPrice"),
      "field 'dPrice' (tag 20) stands after 'bFlag' (tag 30)"),
-    ("beta.txt", 6, row("300  M_Extra dPrice *Common*"),
+    ("beta.txt", 9, row("300  M_Extra dPrice *Common*"),
      "field 'dPrice' is given twice (from the row and set *Common*)"),
-    ("beta.txt", 6, row("300  M_Extra dPrice dPrice"), "field 'dPrice' is given twice"),
-    ("beta.txt", 6, row("300  M_Extra *Deal head* *Common* mLeg maLeg"),
+    ("beta.txt", 9, row("300  M_Extra dPrice dPrice"), "field 'dPrice' is given twice"),
+    ("beta.txt", 9, row("300  M_Extra *Deal head* *Common* mLeg maLeg"),
      "M_Extra: fields 'mLeg' and 'maLeg' share tag 70"),
-    ("beta.txt", 6, row("100  M_Extra dPrice"),
+    ("beta.txt", 9, row("100  M_Extra dPrice"),
      "M_Extra: number 100 is already used by M_Leg (schema/alpha.txt:4)"),
-    ("beta.txt", 6, row("300  M_Leg   dPrice"),
+    ("beta.txt", 9, row("300  M_Leg   dPrice"),
      "class M_Leg is already defined (schema/alpha.txt:4)"),
     ("alpha.txt", 9, "set *Spare* = dPrice", "set *Spare* is defined but no row uses it"),
     ("fields.txt", 15, "110  mGhost  M_Ghost", "'mGhost' holds M_Ghost, which no catalogue row"),
@@ -140,9 +143,25 @@ ERRORS = [
     ("alpha.txt", 5, "     = answer: a leg", "M_Leg: unknown role 'answer'"),
     ("alpha.txt", 5, "     = terms", "M_Leg: expected '= role: description'"),
     ("alpha.txt", 5, "     = terms:", "M_Leg: expected '= role: description'"),
-    ("beta.txt", 6, "field sName = again", "'sName' already has a role (schema/alpha.txt:8)"),
-    ("beta.txt", 6, "field dNope = a role", "role of unknown field 'dNope'"),
-    ("beta.txt", 6, "field = a role", "expected 'field name = role'"),
+    # The likely reply of a request: a reply line follows the row and its
+    # description, names one reply class, and only a request has one.
+    ("alpha.txt", 3, "     reply M_DealOut", "a reply line ('reply M_Name') must follow its row"),
+    ("beta.txt", 4, "     reply", "M_Deal: expected 'reply M_Name'"),
+    ("beta.txt", 4, "     reply DealOut", "M_Deal: expected 'reply M_Name'"),
+    ("beta.txt", 4, "     reply M_DealOut M_Curve", "M_Deal: expected 'reply M_Name'"),
+    ("beta.txt", 5, "     reply M_DealOut\n201  M_Curve  iaDays daRates *Common*",
+     "M_Deal: a second reply line; a request has one likely reply at most "
+     "(schema/beta.txt:4)"),
+    ("beta.txt", 4, "     reply M_DealBack", "M_Deal: its reply M_DealBack is no class"),
+    ("beta.txt", 4, "     reply M_Curve", "M_Deal: its reply M_Curve is market, not a reply"),
+    ("beta.txt", 4, "     reply M_Deal", "M_Deal: its reply M_Deal is request, not a reply"),
+    ("alpha.txt", 8, "     reply M_DealOut",
+     "M_Terms: only a request has a likely reply, and M_Terms is terms"),
+    ("beta.txt", 9, "     reply M_DealOut",
+     "M_DealOut: only a request has a likely reply, and M_DealOut is reply"),
+    ("beta.txt", 9, "field sName = again", "'sName' already has a role (schema/alpha.txt:8)"),
+    ("beta.txt", 9, "field dNope = a role", "role of unknown field 'dNope'"),
+    ("beta.txt", 9, "field = a role", "expected 'field name = role'"),
     ("words.txt", 3, "deal = Nothing", "'Nothing' is part of no class name"),
     ("words.txt", 3, "LEGS = Leg", "'legs' is already listed (schema/words.txt:2)"),
     ("words.txt", 3, "curve", "expected 'word, word ... = part part ...'"),
@@ -163,7 +182,8 @@ class SchemaTest(unittest.TestCase):
     def test_valid_fixture(self):
         s = load(write_schema(os.path.join(self.tmp, "ok")), "schema")
         self.assertEqual(s.families, ["alpha", "beta"])
-        self.assertEqual([m.name for m in s.messages], ["M_Leg", "M_Terms", "M_Deal", "M_Curve"])
+        self.assertEqual([m.name for m in s.messages],
+                         ["M_Leg", "M_Terms", "M_Deal", "M_Curve", "M_DealOut"])
         self.assertEqual(sorted({f.kind for f in s.fields.values()}),
                          sorted("i d b n s ia da m ma".split()))
         layouts = {
@@ -171,6 +191,7 @@ class SchemaTest(unittest.TestCase):
             "M_Terms": "iCount dPrice bFlag maLeg sNote",
             "M_Deal": "iCount bFlag sName mLeg mTerms mFarLeg",
             "M_Curve": "dPrice iaDays daRates sNote",
+            "M_DealOut": "dPrice",
         }
         for name, layout in layouts.items():
             msg = s.message(name)
@@ -192,7 +213,11 @@ class SchemaTest(unittest.TestCase):
                          [("terms", "one leg, with its price"),
                           ("terms", "what was agreed, leg by leg"),
                           ("request", 'a deal "to value", with legs'),
-                          ("market", "a curve")])
+                          ("market", "a curve"),
+                          ("reply", "what a deal is worth")])
+        # The reply line, with blanks and a comment trimmed; nothing else has one.
+        self.assertEqual([(m.name, m.reply, str(m.reply_loc)) for m in s.messages if m.reply],
+                         [("M_Deal", "M_DealOut", "schema/beta.txt:4")])
         self.assertEqual((s.fields["sName"].role, str(s.fields["sName"].role_loc)),
                          ("the deal's name, as booked", "schema/alpha.txt:8"))
         self.assertIsNone(s.fields["dPrice"].role)
@@ -228,13 +253,13 @@ class SchemaTest(unittest.TestCase):
             ("alpha.txt", 3, row("99   M_Top    mFarLeg")),
             ("alpha.txt", 4, "100  M_Leg    dPrice nStart mTerms"),
             ("alpha.txt", 9, "\n" * 6 + "set *Spare* = dPrice"),
-            ("beta.txt", 6, row("300  M_Extra dNope")),
+            ("beta.txt", 9, row("300  M_Extra dNope")),
         ])
         with self.assertRaises(SchemaErrors) as cm:
             load(folder, "schema")
         expected = [("schema/alpha.txt:5", "M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
                     ("schema/alpha.txt:16", "no row uses"),
-                    ("schema/beta.txt:6", "unknown field 'dNope'"),
+                    ("schema/beta.txt:9", "unknown field 'dNope'"),
                     ("schema/fields.txt:15", "holds M_Ghost"),
                     ("schema/fields.txt:16", "positive integer")]
         got = [(str(loc), msg) for loc, msg in cm.exception.errors]
@@ -260,13 +285,14 @@ class SchemaTest(unittest.TestCase):
     def test_command_line(self):
         out = os.path.join(self.tmp, "out")
         os.makedirs(out)
-        bad = write_schema(os.path.join(self.tmp, "bad"), [("beta.txt", 6, row("300  M_Extra dNope")),
-                                                           ("fields.txt", 15, "110  iX")])
+        bad = write_schema(os.path.join(self.tmp, "bad"),
+                           [("beta.txt", 9, row("300  M_Extra dNope")),
+                            ("fields.txt", 15, "110  iX")])
         for extra in ([], ["--check"]):
             r = self.run_msggen("--schema", bad, "--out", out, *extra)
             self.assertEqual(r.returncode, 1, r.stderr)
             flagged = re.findall(r"^(schema/\w+\.txt:\d+): error: ", r.stderr, re.M)
-            self.assertEqual(flagged, ["schema/beta.txt:6", "schema/fields.txt:15"], r.stderr)
+            self.assertEqual(flagged, ["schema/beta.txt:9", "schema/fields.txt:15"], r.stderr)
             self.assertEqual(self.tree(out), {})
 
         good = write_schema(os.path.join(self.tmp, "good"))
@@ -274,7 +300,7 @@ class SchemaTest(unittest.TestCase):
         self.assertEqual((r.returncode, self.tree(out)), (0, {}), r.stderr)
         r = self.run_msggen("--schema", good, "--out", out)
         self.assertEqual(r.returncode, 0, r.stderr)
-        classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve"]}
+        classes = {"alpha": ["M_Leg", "M_Terms"], "beta": ["M_Deal", "M_Curve", "M_DealOut"]}
         expected = {"callkyt_dat/KytDicData.cpp", "tables/SchemaTables.cpp",
                     "reference/index.html"}
         for family, names in classes.items():
@@ -290,7 +316,7 @@ class SchemaTest(unittest.TestCase):
         self.assertEqual(r.returncode, 0, r.stderr)
         self.assertEqual(self.tree(out), dict.fromkeys(expected, 10**18))
 
-        write_schema(good, [("beta.txt", 4, ""), ("beta.txt", 5, "")])  # M_Curve is gone
+        write_schema(good, [("beta.txt", 5, ""), ("beta.txt", 6, "")])  # M_Curve is gone
         r = self.run_msggen("--schema", good, "--out", out)
         self.assertEqual(r.returncode, 0, r.stderr)
         after = self.tree(out)
@@ -314,7 +340,7 @@ class SchemaTest(unittest.TestCase):
     # A digit that is not ASCII ('²' passes str.isdigit()) is an error, not a crash.
     def test_number_with_a_non_ascii_digit_is_an_error(self):
         for n, (file, line, text) in enumerate([("fields.txt", 15, "\u00b2  iExtra  CInt"),
-                                                ("beta.txt", 6, "\u00b2  M_Extra dPrice")]):
+                                                ("beta.txt", 9, "\u00b2  M_Extra dPrice")]):
             with self.subTest(text=text):
                 errors = self.errors_of(write_schema(os.path.join(self.tmp, str(n)),
                                                      [(file, line, text)]))
@@ -336,6 +362,25 @@ class SchemaTest(unittest.TestCase):
         for msg in s.messages:
             tags = [f.tag for f in msg.fields]
             self.assertEqual(tags, sorted(set(tags)), msg.name)
+
+    def test_real_schema_replies_follow_the_model(self):
+        # The likely replies are named for the request's model: a Hull-White
+        # or Black-Derman-Toy model block gives the Hw or Bdt reply of its
+        # frame (the star shapes of hybrids have one Star reply), and no
+        # other request gets one of those.
+        s = load(os.path.join(ROOT, "schema"), "schema")
+        paired = [m for m in s.messages if m.reply]
+        self.assertEqual(len(paired), 523)
+        self.assertEqual(collections.Counter(m.family for m in paired),
+                         {"rates": 393, "equity": 48, "hybrid": 34, "bonds": 24, "fx": 22,
+                          "credit": 2})
+        for m in paired:
+            with self.subTest(msg=m.name):
+                self.assertEqual(s.message(m.reply).role, "reply")
+                names = " ".join(f.name for f in m.fields)
+                hw = re.search(r"Hw(Tree|Mc)Param\b", names) and "Star" not in m.name
+                self.assertEqual("Hw" in m.reply, bool(hw), m.reply)
+                self.assertEqual("Bdt" in m.reply, "BdtParam" in names, m.reply)
 
 
 if __name__ == "__main__":

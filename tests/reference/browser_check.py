@@ -1,7 +1,12 @@
 """Follows links of the reference pages in a headless browser and checks
 where they land: the heading of the entry a link leads to must be in the
 window and below the sticky header, which must not cover any of it, and that
-also when the page's filter hides the entry.
+also when the page's filter hides the entry, and for the link from a request
+to its likely reply. Checks also what a reader of a narrow window sees: no
+page is wider than the window, a field table fits it or scrolls inside its
+own box (how many do is told), and the links of
+the header stand evenly apart, the current page's name among them; and that
+the filter finds by near spelling ("barier" shows what "barrier" shows).
 
     browser_check.py DIR [--shots DIR]
 
@@ -47,22 +52,33 @@ class CheckError(Exception):
 
 class Entries(HTMLParser):
     """The entries of a family page in order, each with the text its filter
-    matches and the entries of the same page that it links to."""
+    matches and the entries of the same page that it links to; and for each
+    request with a likely reply on the same page, that reply."""
 
     def __init__(self, page: str, text: str):
         super().__init__()
         self.page = page
         self.entries: list[tuple[str, str, list[str]]] = []
+        self.replies: dict[str, str] = {}
+        self.in_reply = False
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
         attrs = dict(attrs)
         if tag == "section" and "data-find" in attrs:
             self.entries.append((attrs.get("id", ""), attrs["data-find"], []))
+        elif tag == "p":
+            self.in_reply = "reply" in (attrs.get("class") or "").split()
         elif tag == "a" and self.entries:
             target, _, anchor = (attrs.get("href") or "").partition("#")
             if target == self.page and anchor:
                 self.entries[-1][2].append(anchor)
+                if self.in_reply:
+                    self.replies[self.entries[-1][0]] = anchor
+
+    def handle_endtag(self, tag):
+        if tag == "p":
+            self.in_reply = False
 
 
 def read_pages(pages: str) -> dict[str, Entries]:
@@ -81,6 +97,21 @@ def far_entry(pages: dict[str, Entries]) -> tuple[str, str]:
     """An entry far down the longest family page: the page must scroll to it."""
     page = max(pages.values(), key=lambda p: len(p.entries))
     return page.page, page.entries[len(page.entries) * 2 // 3][0]
+
+
+def reply_pair(pages: dict[str, Entries]) -> tuple[str, str, str]:
+    """(page, request, reply): the request whose likely reply stands farthest
+    from it on its page, so that following the link scrolls."""
+    best = None
+    for page in pages.values():
+        order = {name: i for i, (name, _, _) in enumerate(page.entries)}
+        for request, reply in page.replies.items():
+            room = abs(order[reply] - order[request])
+            if best is None or room > best[0]:
+                best = (room, page.page, request, reply)
+    if best is None:
+        raise CheckError("no request links to its likely reply")
+    return best[1:]
 
 
 def linked_pair(pages: dict[str, Entries]) -> tuple[str, str, str, str]:
@@ -293,10 +324,105 @@ def landed(browser: Browser, anchor: str, shot: str) -> list[str]:
     return faults
 
 
+# What a reader of the page sees of its width: the elements that reach past
+# the window's right edge (the page then scrolls sideways), the field tables
+# whose box does, how many tables scroll inside their box, and the gaps
+# between the items of the header's navigation that stand on one line.
+LAYOUT = """
+var out = {window: window.innerWidth, page: document.documentElement.scrollWidth,
+           past: [], tables: 0, wideTables: [], gaps: []};
+var all = document.body.getElementsByTagName("*");
+for (var i = 0; i < all.length && out.past.length < 3; i++) {
+  var r = all[i].getBoundingClientRect();
+  var box = all[i].parentElement.closest(".wide");  // what a box that scrolls holds is clipped
+  var clipped = box && getComputedStyle(box).overflowX !== "visible";
+  if (r.width && r.right > window.innerWidth + 0.5 && !clipped)
+    out.past.push(all[i].tagName.toLowerCase() + (all[i].id ? "#" + all[i].id : "") +
+                  " to " + Math.round(r.right) + " px");
+}
+var tables = document.querySelectorAll("table.fields");
+out.tables = tables.length;
+out.scrolling = 0;
+for (var i = 0; i < tables.length; i++) {
+  var box = tables[i].parentElement.getBoundingClientRect();
+  var t = tables[i].getBoundingClientRect();
+  if (t.right > box.right + 0.5) out.scrolling++;
+  if (box.right > window.innerWidth + 0.5 && out.wideTables.length < 3)
+    out.wideTables.push(tables[i].closest("section").id + " (a box of " +
+                        Math.round(box.width) + " px)");
+}
+var items = document.querySelectorAll("nav > *");
+for (var i = 1; i < items.length; i++) {
+  var a = items[i - 1].getBoundingClientRect(), b = items[i].getBoundingClientRect();
+  if (Math.abs(a.top - b.top) < 1)
+    out.gaps.push([items[i - 1].textContent, items[i].textContent, b.left - a.right]);
+}
+return out;
+"""
+
+# Puts a text into the filter as typing would, and gives back the entries
+# shown (by id, or on the index by the link of the row), the count line and
+# how long the filter took.
+FILTER = """
+var box = document.getElementById("find");
+box.value = arguments[0];
+var start = performance.now();
+box.dispatchEvent(new Event("input"));
+var took = performance.now() - start;
+var shown = [];
+var items = document.querySelectorAll("[data-find]");
+for (var i = 0; i < items.length; i++) {
+  if (getComputedStyle(items[i]).display === "none") continue;
+  shown.push(items[i].id || items[i].querySelector("a").getAttribute("href"));
+}
+return {shown: shown, count: document.getElementById("count").textContent, took: took};
+"""
+
+
+def layout_faults(m: dict) -> list[str]:
+    faults = []
+    if m["page"] > m["window"]:
+        faults.append(f"the page is {m['page']} px wide in a window of {m['window']} px: "
+                      + ", ".join(m["past"]))
+    if m["wideTables"]:
+        faults.append(f"field tables wider than the window: {', '.join(m['wideTables'])}")
+    gaps = [g for _, _, g in m["gaps"]]
+    if gaps and max(gaps) - min(gaps) > 1:
+        odd = [f"{a} {b}: {g:.1f} px" for a, b, g in m["gaps"]]
+        faults.append(f"the header's links stand unevenly apart ({'; '.join(odd)})")
+    return faults
+
+
+def filter_faults(browser: Browser, typo: str, word: str) -> tuple[list[str], str]:
+    """What is wrong with what the filter shows for a misspelling of `word`."""
+    right = browser.run(FILTER, word)
+    wrong = browser.run(FILTER, typo)
+    faults = []
+    if not right["shown"]:
+        faults.append(f"{word!r} shows nothing")
+    if sorted(wrong["shown"]) != sorted(right["shown"]):
+        missing = sorted(set(right["shown"]) - set(wrong["shown"]))[:3]
+        extra = sorted(set(wrong["shown"]) - set(right["shown"]))[:3]
+        faults.append(f"{typo!r} shows {len(wrong['shown'])} entries and {word!r} "
+                      f"{len(right['shown'])} (missing {missing}, more {extra})")
+    if typo not in wrong["count"]:
+        faults.append(f"the count does not say it matched by spelling: {wrong['count']!r}")
+    if wrong["took"] > 1000:
+        faults.append(f"filtering took {wrong['took']:.0f} ms")
+    nothing = browser.run(FILTER, "zqxwvzqxwv")
+    if nothing["shown"]:
+        faults.append(f"a word near no other shows {len(nothing['shown'])} entries")
+    return faults, f"{len(right['shown'])} entries, {wrong['took']:.0f} ms"
+
+
 def check(pages_dir: str, shots: str, chromium: str, chromedriver: str) -> int:
     pages = read_pages(pages_dir)
     far_page, far = far_entry(pages)
     page, source, target, words = linked_pair(pages)
+    reply_page, request, reply = reply_pair(pages)
+    # The page with the most entries about barriers, to misspell the word on.
+    typo_page = max(pages.values(),
+                    key=lambda p: sum("barrier" in text for _, text, _ in p.entries)).page
     os.makedirs(shots, exist_ok=True)
     failures = 0
     with tempfile.TemporaryDirectory(prefix="reference-check-") as profile, \
@@ -334,6 +460,13 @@ def check(pages_dir: str, shots: str, chromium: str, chromedriver: str) -> int:
                                     f"with the filter {words!r}")
                 cases.append(("filtered", filtered))
 
+                # From a request to its likely reply.
+                def to_reply():
+                    browser.open(f"{base}/{reply_page}#{request}", width, height)
+                    browser.click(f'section#{request} p.reply a[href="{reply_page}#{reply}"]')
+                    return reply, f"{reply_page}: the likely reply of {request}, {reply}"
+                cases.append(("reply", to_reply))
+
                 for name, case in cases:
                     shot = os.path.join(shots, f"{name}-{width}.png")
                     anchor, what = case()
@@ -352,6 +485,34 @@ def check(pages_dir: str, shots: str, chromium: str, chromedriver: str) -> int:
                     for fault in faults:
                         print(f"    {fault}")
                     failures += bool(faults)
+
+                # Every page at this width.
+                for name in ["index.html", *pages]:
+                    browser.open(f"{base}/{name}", width, height)
+                    m = browser.run(LAYOUT)
+                    faults = layout_faults(m)
+                    if name != "index.html" and not m["tables"]:
+                        faults.append("no field table to measure")
+                    shot = os.path.join(shots, f"layout-{name[:-5]}-{width}.png")
+                    browser.screenshot(shot)
+                    status = "ok" if not faults else "FAILED"
+                    scroll = f", {m['scrolling']} of {m['tables']} field tables scroll" \
+                        if m["tables"] else ""
+                    print(f"{status}: {width}x{height}: {name}: layout{scroll} ({shot})")
+                    for fault in faults:
+                        print(f"    {fault}")
+                    failures += bool(faults)
+
+            # The filter, on the index and on the family page with the most
+            # barriers, with the word misspelled.
+            for name in ("index.html", typo_page):
+                browser.open(f"{base}/{name}", *WINDOWS[0])
+                faults, said = filter_faults(browser, "barier", "barrier")
+                status = "ok" if not faults else "FAILED"
+                print(f"{status}: {name}: the filter 'barier' finds what 'barrier' finds ({said})")
+                for fault in faults:
+                    print(f"    {fault}")
+                failures += bool(faults)
         finally:
             browser.close()
     return 1 if failures else 0

@@ -35,6 +35,12 @@ def run(*args, tool=None):
     return r.returncode, r.stdout, r.stderr
 
 
+def reply_line(msg, indent="  "):
+    """The line that gives a request's likely reply."""
+    reply = BY_NAME[msg.reply]
+    return f"{indent}likely reply (by name): {reply.name} {reply.number}"
+
+
 def depth(name):
     return 1 + max((depth(f.sub) for f in BY_NAME[name].fields if f.sub), default=0)
 
@@ -63,6 +69,8 @@ class Show(unittest.TestCase):
         if BY_NAME[deepest].role:
             self.assertEqual(lines.pop(1), f"  {BY_NAME[deepest].role}: "
                                            f"{BY_NAME[deepest].description}")
+        if BY_NAME[deepest].reply:
+            self.assertEqual(lines.pop(1), reply_line(BY_NAME[deepest]))
         self.assertEqual(len(lines), size(deepest))
         # Replays the tree against the schema: each line is the next field of
         # the class open at its indent, with the dictionary's tag.
@@ -94,11 +102,18 @@ class Show(unittest.TestCase):
     def test_role_and_description_under_the_class_and_field_roles_beside_fields(self):
         described = [m for m in SCHEMA.messages if m.role]
         self.assertTrue(described, "the schema describes no class")
+        # A request's likely reply, where its family's names give one, on
+        # the line below; no other class has that line.
         for msg in described:
             with self.subTest(msg=msg.name):
                 code, out, _ = run("show", msg.name, "-d", "1")
                 self.assertEqual(code, 0)
-                self.assertEqual(out.splitlines()[1], f"  {msg.role}: {msg.description}")
+                lines = out.splitlines()
+                self.assertEqual(lines[1], f"  {msg.role}: {msg.description}")
+                if msg.reply:
+                    self.assertEqual(lines[2], reply_line(msg))
+                self.assertEqual(sum("likely reply" in l for l in lines), bool(msg.reply))
+        self.assertTrue(any(m.reply for m in described), "the schema pairs no request")
         # Field roles close their line, after the kind, aligned among the
         # fields of the class; a field without one ends at its kind.
         with_role = next((m, f) for m in SCHEMA.messages for f in m.fields if f.role)
@@ -411,8 +426,37 @@ class Search(unittest.TestCase):
         self.assertEqual((code, err), (0, ""), args)
         lines = out.splitlines()
         if lines and lines[0].startswith("classes ("):
-            lines = [l for l in lines[1:l_end(lines)]]
+            lines = [l for l in lines[1:l_end(lines)] if "likely reply" not in l]
         return [l.split()[0] for l in lines], lines
+
+    def test_find_gives_a_requests_likely_reply_below_it(self):
+        # Barrier products of every family: requests with a reply by name
+        # (FX forward structures, equity swaps), requests without (options,
+        # star notes), and blocks.
+        code, out, err = run("find", "barr")
+        self.assertEqual((code, err), (0, ""))
+        lines = out.splitlines()[1:l_end(out.splitlines())]
+        kinds = set()
+        for i, line in enumerate(lines):
+            if "likely reply" in line:
+                continue
+            msg = BY_NAME[line.split()[0]]
+            below = lines[i + 1] if i + 1 < len(lines) else ""
+            with self.subTest(msg=msg.name):
+                if msg.reply:
+                    self.assertEqual(below, reply_line(msg, "      "))
+                else:
+                    self.assertNotIn("likely reply", below)
+            kinds.add((msg.role, bool(msg.reply)))
+        self.assertLessEqual({("request", True), ("request", False)}, kinds)
+        # By number, and with a filter.
+        for args in (["find", "3721"], ["find", "-r", "request", "FlterHwMc"]):
+            code, out, _ = run(*args)
+            self.assertRegex(out, r"\n  M_IrNoteFlterHwMc +3721 +rates +request +[^\n]+\n"
+                                  r"      likely reply \(by name\): M_IrNoteHwOut 3706\n")
+        # list stays one line a class.
+        code, out, _ = run("list", "FlterHwMc")
+        self.assertNotIn("likely reply", out)
 
     def test_a_product_word_finds_its_request_first(self):
         # Each phrase of the word list finds, first, a request whose name
