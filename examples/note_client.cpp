@@ -7,19 +7,21 @@
 // price; a second call gets a damaged reply, to show how a client finds the
 // first cause of a failed Load (MA_ExplainFailure of libpricemsg_text).
 //
-// It uses the runtime only through the calls that every runtime has, so it
-// builds and runs on whichever runtime the library is built on: values are
-// set through their fields, dates with CDate::Set. Reading back what Dump
-// wrote into a CStream is each runtime's own affair; the build's probe of
-// the runtime does it here.
+// It uses what any client has, the installed headers and the runtime's
+// documented calls, so it builds and runs on whichever runtime the library
+// is built on: values are set through their fields, dates with CDate::Set,
+// and objects are shown as message files (MsgText.h), which any runtime's
+// messages make. (Dump writes into the runtime's CStream, whose text only
+// the runtime itself knows how to give back.)
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <string>
 
-#include "MsgExplain.h"
-#include "RuntimeProbe.h"
-#include "rates/M_IrNoteFlterHwMc.h"
-#include "rates/M_IrNoteHwOut.h"
+#include <pricemsg/MsgExplain.h>
+#include <pricemsg/MsgText.h>
+#include <pricemsg/rates/M_IrNoteFlterHwMc.h>
+#include <pricemsg/rates/M_IrNoteHwOut.h>
 
 namespace {
 
@@ -30,10 +32,17 @@ void Put(V& field, T value) {
   field.isSet = true;
 }
 
-void Print(const char* title, const CMsgBase& obj) {
-  CStream out;
-  obj.Dump(&out);
-  std::printf("==== %s ====%s\n\n", title, pricemsg::probe::StreamText(out).c_str());
+// Prints an object as the message file of the message that its ToMsg makes:
+// every value with its field's name.
+void Print(const char* title, CMsgBase& obj) {
+  std::unique_ptr<CMsg> msg(obj.ToMsg());
+  std::string text;
+  MsgTextError err{};
+  if (!msg || MA_WriteMsgText(msg.get(), &text, &err) != MSGTEXT_OK) {
+    std::printf("==== %s: cannot be shown: %s\n", title, msg ? err.reason : obj.errtext.ToStr());
+    return;
+  }
+  std::printf("==== %s ====\n%s\n", title, text.c_str());
 }
 
 void FillRequest(M_IrNoteFlterHwMc& req) {

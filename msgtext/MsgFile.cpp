@@ -14,6 +14,7 @@
 #include <string>
 
 #include "MsgBase.h"
+#include "MsgJson.h"
 #include "MsgText.h"
 #include "TextCommon.h"
 
@@ -377,8 +378,24 @@ int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
   return pricemsg::text::WriteFileWith(MA_WriteMsgText, msg, path, err);
 }
 
+bool MA_IsMsgJson(const char* text, size_t size) {
+  size_t i = size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+  while (i < size && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
+  return i < size && text[i] == '{';
+}
+
+namespace {
+
+// A message file's content in either form.
+CMsg* ReadEitherForm(const char* text, size_t size, MsgTextError* err) {
+  return MA_IsMsgJson(text, size) ? MA_ReadMsgJson(text, size, err)
+                                  : MA_ReadMsgText(text, size, err);
+}
+
+}  // namespace
+
 CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err, size_t maxSize) {
-  return pricemsg::text::ReadFileWith(MA_ReadMsgText, path, err, maxSize);
+  return pricemsg::text::ReadFileWith(ReadEitherForm, path, err, maxSize);
 }
 
 int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err, size_t maxSize) {
@@ -397,7 +414,7 @@ int MA_LoadMsgFile(const char* path, CMsgBase* obj, MsgTextError* err, size_t ma
       // The reader's own position goes to the caller, so the code is told
       // from a local copy of the error.
       MsgTextError read;
-      tree.reset(MA_ReadMsgText(text.data(), text.size(), &read));
+      tree.reset(ReadEitherForm(text.data(), text.size(), &read));
       if (!tree) {
         if (err) *err = read;
         return read.code;

@@ -152,7 +152,14 @@ PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgText(const char* text, size_t size, MsgText
 // file could not be written (errno tells why, and so does the reason).
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err = nullptr);
 
-// Reads the message tree in the file at `path` as MA_ReadMsgText does. A file
+// Whether the `size` bytes at `text` are a JSON message file (MsgJson.h):
+// the first character that is not a blank, a line end or a UTF-8 byte order
+// mark is '{'. Anything else is taken for the text form.
+PRICEMSG_TEXT_EXPORT bool MA_IsMsgJson(const char* text, size_t size);
+
+// Reads the message tree in the file at `path`, in either form by its
+// content (MA_IsMsgJson): as MA_ReadMsgJson reads JSON, else as
+// MA_ReadMsgText reads text. A file
 // that cannot be opened or read, or is larger than `maxSize` bytes, is an
 // error at line 0 whose reason names the cause (MSGTEXT_E_IO). The file is
 // read no further than its first NUL byte, which no message file holds: it
@@ -179,14 +186,15 @@ PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgFile(const char* path, MsgTextError* err,
 PRICEMSG_TEXT_EXPORT int MA_WriteMsgTemplate(int classNumber, std::string* out,
                                              MsgTextError* err = nullptr);
 
-// Loads the message file at `path` into `obj`: reads it as MA_ReadMsgFile
-// does, checks that it holds a message of `obj`'s class, and calls
+// Loads the message file at `path`, text or JSON, into `obj`: reads it as
+// MA_ReadMsgFile does, checks that it holds a message of `obj`'s class, and calls
 // obj->Load() with the tree, which is freed after. Gives MSGTEXT_OK (with
 // `err` cleared) or, with `err` (which may be null) saying why:
 // - MSGTEXT_E_ARG for a null or empty `path` or a null `obj`;
 // - MSGTEXT_E_IO for a file that cannot be opened or read, or is larger than
 //   `maxSize` bytes (line 0);
-// - MSGTEXT_E_TEXT for a text that does not read, at its line and column;
+// - MSGTEXT_E_TEXT for a text or JSON that does not read, at its line and
+//   column;
 // - MSGTEXT_E_NOMEM when memory runs out while reading;
 // - MSGTEXT_E_CLASS for a message of another class than `obj`'s, naming both
 //   (`obj` is left as it was);

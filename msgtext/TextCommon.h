@@ -1,7 +1,6 @@
-// What the writer, the reader and the file part of message texts share: the
-// escapes of quoted texts and the filling of a MsgTextError. Internal to
-// libpricemsg_text, but for the whole-file writing and reading, which the
-// other forms of message files (libpricemsg_json) share.
+// What the forms of message files (text and JSON) share: the escapes of
+// quoted texts, the filling of a MsgTextError, calls of the runtime, and the
+// writing and reading of whole files. Internal to libpricemsg_text.
 #pragma once
 
 #include <cerrno>
@@ -47,16 +46,15 @@ RuntimeResult CallRuntime(Call call) {
 // Sets `err` (if not null) to the code, the position and the formatted
 // reason, cut to fit. Gives `code`, so that a failing function can end with
 // it.
-PRICEMSG_TEXT_EXPORT int SetError(MsgTextError* err, int code, int line, int column,
-                                  const char* format, ...) __attribute__((format(printf, 5, 6)));
-PRICEMSG_TEXT_EXPORT void SetErrorV(MsgTextError* err, int code, int line, int column,
-                                    const char* format, va_list args)
+int SetError(MsgTextError* err, int code, int line, int column, const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
+void SetErrorV(MsgTextError* err, int code, int line, int column, const char* format, va_list args)
     __attribute__((format(printf, 5, 0)));
 // Appends to the reason that `err` holds, cut to fit.
 void AppendReasonV(MsgTextError* err, const char* format, va_list args)
     __attribute__((format(printf, 2, 0)));
 // Line 0, column 0, an empty reason, code 0.
-PRICEMSG_TEXT_EXPORT void ClearError(MsgTextError* err);
+void ClearError(MsgTextError* err);
 
 // Runs `write(*out)`, which appends a text and gives MSGTEXT_OK or a failure
 // code with `err` set, as every writer of texts does: on failure, running
@@ -85,10 +83,8 @@ using TextWriter = int (*)(CMsg* msg, std::string* out, MsgTextError* err);
 using TextReader = CMsg* (*)(const char* text, size_t size, MsgTextError* err);
 // MA_WriteMsgFile and MA_ReadMsgFile of a form: the text that `write`
 // writes replaces the file at `path`, and `read` reads the whole file.
-PRICEMSG_TEXT_EXPORT int WriteFileWith(TextWriter write, CMsg* msg, const char* path,
-                                       MsgTextError* err);
-PRICEMSG_TEXT_EXPORT CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err,
-                                        size_t maxSize);
+int WriteFileWith(TextWriter write, CMsg* msg, const char* path, MsgTextError* err);
+CMsg* ReadFileWith(TextReader read, const char* path, MsgTextError* err, size_t maxSize);
 
 // Replaces the file at `path` (neither null nor empty) with `text`, whole or
 // not at all, as MA_WriteMsgFile says. Gives MSGTEXT_OK, or MSGTEXT_E_IO

@@ -85,6 +85,7 @@ client_of_package() {
     return 1
   fi
   scripts/check_imports.sh "$libdir/libpricemsg.so"
+  scripts/check_exports.sh "$libdir"
   echo "-- the installed tool and reference pages"
   LD_LIBRARY_PATH='' "$prefix/bin/pricemsg-catalogue" --version
   LD_LIBRARY_PATH='' "$prefix/bin/pricemsg-catalogue" find swaption >/dev/null
@@ -105,11 +106,16 @@ client_of_package() {
 
   echo "-- pkg-config"
   local flags
-  flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg)
-  echo "pkg-config --cflags --libs pricemsg: $flags"
+  flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg-text)
+  echo "pkg-config --cflags --libs pricemsg-text: $flags"
+  # The headers reach each other from the include root alone.
+  [[ $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags-only-I pricemsg-text) != *include/pricemsg* ]] || {
+    echo "pkg-config gives more than the include root" >&2
+    return 1
+  }
   # The client finds every library it links where pkg-config found it.
   local rpaths
-  rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg |
+  rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg-text |
     sed 's/-L/-Wl,-rpath,/g')
   # shellcheck disable=SC2086  # the flags are words
   g++ -std=c++17 -Wall -Wextra -Werror -I"$work/cmake-client/decoy" tests/package/main.cpp $flags \
@@ -117,6 +123,49 @@ client_of_package() {
     -o "$work/pc-client"
   "$work/pc-client"
   rm -rf "$work"
+}
+
+# The Debian packages of the build (cmake/Packaging.cmake), installed with
+# dpkg, a client built against them with find_package and with pkg-config
+# and run, and the packages removed again.
+debian_packages() {
+  local build=$1 sudo="" work
+  if [[ $(id -u) -ne 0 ]]; then
+    if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+      sudo=sudo
+    elif [[ ${CI:-} == true ]]; then
+      echo "the Debian packages must be tried in CI: run as root or with sudo" >&2
+      return 1
+    else
+      echo "-- Debian packages: skipped, neither root nor sudo here"
+      return 0
+    fi
+  fi
+  echo "-- Debian packages"
+  work=$(mktemp -d)
+  local root
+  root=$(pwd)
+  (cd "$work" && cpack -G DEB --config "$root/$build/CPackConfig.cmake" >/dev/null)
+  local debs=("$work"/*.deb) names=()
+  for deb in "${debs[@]}"; do names+=("$(dpkg-deb -f "$deb" Package)"); done
+  echo "built: ${names[*]}"
+  $sudo dpkg -i "${debs[@]}" >/dev/null
+  local rc=0
+  {
+    [[ -x /usr/bin/pricemsg-catalogue ]] && /usr/bin/pricemsg-catalogue find swaption >/dev/null &&
+      cmake -S tests/package -B "$work/client" -G Ninja >/dev/null &&
+      grep -q '^pricemsg_DIR:PATH=/usr/' "$work/client/CMakeCache.txt" &&
+      cmake --build "$work/client" >/dev/null && "$work/client/package_client" &&
+      g++ -std=c++17 -Wall -Wextra -Werror tests/package/main.cpp \
+        $(pkg-config --cflags --libs pricemsg-text) -o "$work/pc-client" &&
+      "$work/pc-client"
+  } || rc=1
+  $sudo dpkg -r "${names[@]}" >/dev/null
+  rm -rf "$work"
+  if ((rc)); then
+    echo "a client of the installed Debian packages failed" >&2
+    return 1
+  fi
 }
 
 package() {
@@ -127,6 +176,7 @@ package() {
   prefix=$(mktemp -d)/prefix
   client_of_package build "$prefix"
   scripts/readme_examples.sh "$prefix"
+  debian_packages build
   # The installed libraries find each other through their own runpath.
   libdir=$(dirname "$(find "$prefix" -name libpricemsg.so)")
   local pricemsg_deps callkyt_deps

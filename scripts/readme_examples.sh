@@ -10,8 +10,8 @@ cd "$(dirname "$0")/.."
 
 prefix=${1:?usage: readme_examples.sh <install prefix>}
 libdir=$(dirname "$(find "$prefix" -name libpricemsg.so | head -1)")
-flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg)
-rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg |
+flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs pricemsg-text)
+rpaths=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --libs-only-L pricemsg-text |
   sed 's/-L/-Wl,-rpath,/g')
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "ClassCases.h"
+#include "MsgJson.h"
 #include "MsgText.h"
+#include "Reflect.h"
 #include "RuntimeFaults.h"
 #include "SchemaTables.h"
 #include "TestSupport.h"
@@ -269,6 +271,26 @@ TEST(MsgFile, LoadsAFileIntoAnObjectOrSaysWhyNot) {
     MsgPtr back(obj->ToMsg());
     EXPECT_EQ(Text(back.get()), Text(sample.get())) << number;
   }
+
+  // JSON is a message file like the text form: its template loads, and a
+  // damaged one is told at its line and column.
+  std::string json;
+  ASSERT_EQ(MA_WriteMsgJsonTemplate(3685, &json), MSGTEXT_OK);
+  EXPECT_EQ(json.rfind("{\n  \"class\": \"M_IrTargetSwitching\"", 0), 0u) << json.substr(0, 80);
+  const std::string jsonPath = dir.File("switching.json", json);
+  std::unique_ptr<CMsgBase> switching = pricemsg::NewMessage(3685);
+  ASSERT_EQ(MA_LoadMsgFile(jsonPath.c_str(), switching.get(), &err), MSGTEXT_OK) << err.reason;
+  std::string templ;
+  ASSERT_EQ(MA_WriteMsgTemplate(3685, &templ), MSGTEXT_OK);
+  MsgPtr fromText(MA_ReadMsgText(templ.data(), templ.size(), &err));
+  MsgPtr fromJson(switching->ToMsg());
+  EXPECT_EQ(Text(fromJson.get()), Text(fromText.get()));
+  const std::string badJson = dir.File("bad.json", "\xEF\xBB\xBF  {\"class\": \"M_Tiv\",\n \"nDate\": 7}");
+  M_Tiv fromBad;
+  EXPECT_EQ(MA_LoadMsgFile(badJson.c_str(), &fromBad, &err), MSGTEXT_E_TEXT);
+  EXPECT_EQ(err.line, 2);
+  EXPECT_EQ(err.column, 11);
+  EXPECT_NE(std::strstr(err.reason, "/nDate: expected a date or null"), nullptr) << err.reason;
 
   // A missing file: at line 0, naming the file and the cause.
   M_Tiv fresh;

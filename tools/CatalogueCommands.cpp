@@ -64,24 +64,21 @@ std::string NoClassOf(const std::pair<std::string, std::string>& filters, const 
   return out;
 }
 
-// A message file of either form, told by its first character that is not
-// blank: '{' begins JSON, anything else the text form. Null on failure, with
-// `err` saying why. `isJson`, if given, tells the form.
+// A message file of either form (MA_ReadMsgFile tells them apart). Null on
+// failure, with `err` saying why. `isJson`, if given, tells the form, from
+// the file's start.
 std::unique_ptr<CMsg> ReadAnyFile(const std::string& path, MsgTextError* err,
                                   bool* isJson = nullptr) {
-  bool json = false;
-  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-    for (int c, n = 0; n < 4096 && (c = std::fgetc(f)) != EOF; ++n) {
-      if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xEF || c == 0xBB || c == 0xBF)
-        continue;
-      json = c == '{';
-      break;
+  if (isJson) {
+    char start[4096];
+    size_t n = 0;
+    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
+      n = std::fread(start, 1, sizeof start, f);
+      std::fclose(f);
     }
-    std::fclose(f);
+    *isJson = MA_IsMsgJson(start, n);
   }
-  if (isJson) *isJson = json;
-  return std::unique_ptr<CMsg>(json ? MA_ReadMsgJsonFile(path.c_str(), err)
-                                    : MA_ReadMsgFile(path.c_str(), err));
+  return std::unique_ptr<CMsg>(MA_ReadMsgFile(path.c_str(), err));
 }
 
 }  // namespace
@@ -239,7 +236,9 @@ int Template(const Io& io, const Args& args) {
   if (!cls) return NoClass(io, args.operands[0]);
   std::string text;
   MsgTextError err{};
-  if (MA_WriteMsgTemplate(cls->number, &text, &err) != MSGTEXT_OK) {
+  const bool json = args.Option("json") != nullptr;
+  if ((json ? MA_WriteMsgJsonTemplate(cls->number, &text, &err)
+            : MA_WriteMsgTemplate(cls->number, &text, &err)) != MSGTEXT_OK) {
     std::fprintf(io.err, "%s: no template of %s: %s\n", kTool, cls->name, err.reason);
     return kNotFound;
   }

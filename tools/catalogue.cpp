@@ -149,8 +149,9 @@ const std::vector<Command>& Commands() {
        "Every field is there with a placeholder value (0, N, 20000101, \"\"),\n"
        "nested blocks included and one element of each array, each under a\n"
        "comment line with its kind and role. The file loads as it is, into an\n"
-       "object of the class (MA_LoadMsgFile).",
-       {},
+       "object of the class (MA_LoadMsgFile). With --json, as a JSON message\n"
+       "file, without the comments.",
+       {{"-j,--json", nullptr, "write the template as JSON"}},
        Template},
       {"convert",
        "<in> [out]",

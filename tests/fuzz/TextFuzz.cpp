@@ -131,7 +131,10 @@ void ReadFile(const uint8_t* data, size_t size) {
     CheckPosition(reinterpret_cast<const char*>(data), size, fromFile);
     return;
   }
-  MsgPtr same(MA_ReadMsgText(reinterpret_cast<const char*>(data), size, &fromText));
+  // Read as a file reads it: JSON by its first character, else text.
+  const char* bytes = reinterpret_cast<const char*>(data);
+  MsgPtr same(MA_IsMsgJson(bytes, size) ? MA_ReadMsgJson(bytes, size, &fromText)
+                                        : MA_ReadMsgText(bytes, size, &fromText));
   Check((msg != nullptr) == (same != nullptr));
   Check(fromFile.line == fromText.line && fromFile.column == fromText.column);
   Check(std::strcmp(fromFile.reason, fromText.reason) == 0);

@@ -238,6 +238,16 @@ class Files(unittest.TestCase):
                                os.path.join(tmp, "no", "such", "dir.msg"))
             self.assertEqual(code, 3, err)
             self.assertEqual(run("template", "M_Nothing")[0], 1)
+            # The template as JSON is a file that `file` takes as it is.
+            code, doc, err = run("template", "--json", "M_Tiv")
+            self.assertEqual((code, err), (0, ""))
+            self.assertEqual(json.loads(doc)["class"], "M_Tiv")
+            path = os.path.join(tmp, "tiv.json")
+            with open(path, "w") as fh:
+                fh.write(doc)
+            code, out, err = run("file", path)
+            self.assertEqual((code, err), (0, ""))
+            self.assertTrue(out.startswith("M2143 M_Tiv {\n"), out)
 
 
     def test_diff_answers_as_diff_does(self):

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <new>
 
-#include "callkyt/CString.h"
+#include "CString.h"
 
 namespace kyt_detail {
 

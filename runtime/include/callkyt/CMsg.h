@@ -38,9 +38,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "callkyt/CArray.h"
-#include "callkyt/CString.h"
-#include "callkyt/CValue.h"
+#include "CArray.h"
+#include "CString.h"
+#include "CValue.h"
 
 class CMsgDic;
 class CMsgArray;

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "callkyt/CMsg.h"
+#include "CMsg.h"
 
 struct KytFieldInfo {
   int32_t tag;

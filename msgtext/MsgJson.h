@@ -64,28 +64,32 @@
 
 #include "MsgText.h"
 
-// Marks what libpricemsg_json exports; all else in it stays internal.
-#define PRICEMSG_JSON_EXPORT __attribute__((visibility("default")))
-
 // Appends the JSON of `msg` and all below it to `out`, indented by two
 // blanks a level and ending with a newline. Gives MSGTEXT_OK, or a negative
 // code (as MA_WriteMsgText) with `out` as it was and `err` (which may be
 // null) saying which field of which class failed.
-PRICEMSG_JSON_EXPORT int MA_WriteMsgJson(CMsg* msg, std::string* out, MsgTextError* err = nullptr);
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgJson(CMsg* msg, std::string* out, MsgTextError* err = nullptr);
+
+// Appends a JSON message file of the class numbered `classNumber` with every
+// field present, as MA_WriteMsgTemplate writes it in the text form (with
+// the same placeholders, and without its comments, which JSON has no room
+// for). Gives what MA_WriteMsgTemplate gives.
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgJsonTemplate(int classNumber, std::string* out,
+                                                 MsgTextError* err = nullptr);
 
 // Reads one message tree from the `size` bytes of JSON at `text`; a null
 // `text` is an error at line 0, column 0. Gives the new tree, which the
 // caller owns and frees with delete, or null with `err` (which may be null)
 // saying where and why; on success `err` is cleared.
-PRICEMSG_JSON_EXPORT CMsg* MA_ReadMsgJson(const char* text, size_t size, MsgTextError* err);
+PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgJson(const char* text, size_t size, MsgTextError* err);
 
 // Writes the JSON of `msg` to the file at `path`, whole or not at all, with
 // every guarantee of MA_WriteMsgFile (the same code writes both).
-PRICEMSG_JSON_EXPORT int MA_WriteMsgJsonFile(CMsg* msg, const char* path,
+PRICEMSG_TEXT_EXPORT int MA_WriteMsgJsonFile(CMsg* msg, const char* path,
                                              MsgTextError* err = nullptr);
 
 // Reads the message tree in the JSON file at `path` as MA_ReadMsgJson does;
 // a file that cannot be read, is larger than `maxSize` bytes or holds a NUL
 // byte is refused as MA_ReadMsgFile refuses it.
-PRICEMSG_JSON_EXPORT CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err,
+PRICEMSG_TEXT_EXPORT CMsg* MA_ReadMsgJsonFile(const char* path, MsgTextError* err,
                                               size_t maxSize = kMsgFileMaxSize);

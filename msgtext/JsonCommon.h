@@ -1,6 +1,6 @@
 // What the JSON writer and reader share: the keys and texts of the form,
 // the JSON pointer of the value at hand, and input shown in reasons.
-// Internal to libpricemsg_json.
+// Internal to libpricemsg_text.
 #pragma once
 
 #include <cstddef>

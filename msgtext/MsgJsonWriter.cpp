@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -353,4 +354,18 @@ int MA_WriteMsgJson(CMsg* msg, std::string* out, MsgTextError* err) {
 
 int MA_WriteMsgJsonFile(CMsg* msg, const char* path, MsgTextError* err) {
   return pricemsg::text::WriteFileWith(MA_WriteMsgJson, msg, path, err);
+}
+
+int MA_WriteMsgJsonTemplate(int classNumber, std::string* out, MsgTextError* err) {
+  using pricemsg::text::SetError;
+  if (!out) return SetError(err, MSGTEXT_E_ARG, 0, 0, "no output");
+  try {
+    std::string text;
+    if (const int rc = MA_WriteMsgTemplate(classNumber, &text, err)) return rc;
+    const std::unique_ptr<CMsg> msg(MA_ReadMsgText(text.data(), text.size(), err));
+    if (!msg) return err ? err->code : MSGTEXT_E_TEXT;
+    return MA_WriteMsgJson(msg.get(), out, err);
+  } catch (const std::bad_alloc&) {
+    return SetError(err, MSGTEXT_E_NOMEM, 0, 0, "out of memory");
+  }
 }
