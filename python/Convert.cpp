@@ -154,31 +154,32 @@ bool TextOf(py::handle value, std::string* out) {
 
 // The items of an iterable that is meant as a list, taken whole into a tuple
 // of their own, so that Python code run meanwhile cannot change them; null
-// for a text, a mapping or what does not iterate.
-py::tuple ItemsOf(py::handle value) {
+// for a text, a mapping, a message or what does not iterate.
+py::object ItemsOf(py::handle value) {
   if (PyUnicode_Check(value.ptr()) || PyBytes_Check(value.ptr()) || PyDict_Check(value.ptr()) ||
       NodeOf(value)) {
-    return py::tuple();
+    return py::object();
   }
   PyObject* tuple = PySequence_Tuple(value.ptr());
   if (!tuple) {
     if (!PyErr_ExceptionMatches(PyExc_TypeError)) throw py::error_already_set();
     PyErr_Clear();
-    return py::tuple();
+    return py::object();
   }
-  return py::reinterpret_steal<py::tuple>(tuple);
+  return py::reinterpret_steal<py::object>(tuple);
 }
 
 template <class E>
 Value ElementsOf(const FieldInfo& f, const ClassInfo& holder, py::handle value,
                  const Where& where) {
-  py::tuple items = ItemsOf(value);
+  py::object items = ItemsOf(value);
   if (!items) WrongType(f, holder, value, where);
+  const Py_ssize_t n = PyTuple_GET_SIZE(items.ptr());
   std::vector<E> out;
-  out.reserve(items.size());
-  for (size_t i = 0; i < items.size(); ++i) {
+  out.reserve(static_cast<size_t>(n));
+  for (Py_ssize_t i = 0; i < n; ++i) {
     const Where at{&where, nullptr, static_cast<long>(i)};
-    py::handle item = items[i];
+    py::handle item = PyTuple_GET_ITEM(items.ptr(), i);
     E e{};
     bool ok;
     if constexpr (std::is_same_v<E, int>) {
@@ -299,6 +300,21 @@ bool ClassKey(const ClassInfo& cls, std::string_view key, py::handle value, cons
 
 }  // namespace
 
+std::string Printable(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7f) {
+      char hex[8];
+      std::snprintf(hex, sizeof hex, "\\x%02x", u);
+      out += hex;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
 std::string Wanted(const FieldInfo& f) {
   if (f.kind == Kind::kMessage) {
     return std::string("an ") + schema::HeldClass(f).name + ", a dict of its fields or None";
@@ -388,8 +404,8 @@ void SetValue(const FieldRef& ref, const Value& value, const Where& where) {
   const int rc = Set(ref, value, &why);
   if (rc == REFLECT_OK) return;
   if (rc == MSG_E_NOMEM) throw std::bad_alloc();
-  if (rc == REFLECT_E_VALUE) throw py::value_error(where.Text() + ": " + why);
-  throw std::runtime_error(where.Text() + ": " + why);
+  if (rc == REFLECT_E_VALUE) throw py::value_error(where.Text() + ": " + Printable(why));
+  throw std::runtime_error(where.Text() + ": " + Printable(why));
 }
 
 void FillMessage(CMsgBase& obj, const ClassInfo& cls, py::handle value, const Where& where) {
@@ -430,7 +446,7 @@ void FillMessage(CMsgBase& obj, const ClassInfo& cls, py::handle value, const Wh
     const FieldInfo* f = schema::FindMember(cls, sv);
     if (!f) {
       if (ClassKey(cls, sv, v, where)) continue;
-      RaiseNoField(cls, sv);
+      RaiseNoField(cls, sv, &where);
     }
     const int index = schema::MemberIndex(cls, f->tag);
     FillField(cls, *f, members[static_cast<size_t>(index)], v, Where{&where, f->name});
@@ -439,19 +455,19 @@ void FillMessage(CMsgBase& obj, const ClassInfo& cls, py::handle value, const Wh
 
 void FillArray(CMsgBase_Array& arr, const ClassInfo& held, py::handle value, const Where& where) {
   if (value.is_none()) return;
-  py::tuple items = ItemsOf(value);
+  py::object items = ItemsOf(value);
   if (!items) {
     throw py::type_error(where.Text() + " takes a list of " + held.name + " or of dicts, not " +
                          TypeName(value));
   }
-  if (items.size() > static_cast<size_t>(INT_MAX)) throw std::bad_alloc();
-  const int n = static_cast<int>(items.size());
+  if (PyTuple_GET_SIZE(items.ptr()) > INT_MAX) throw std::bad_alloc();
+  const int n = static_cast<int>(PyTuple_GET_SIZE(items.ptr()));
   if (n == 0) return;
   if (arr.SetSize(n) < 0) throw std::bad_alloc();
   for (int i = 0; i < n; ++i) {
     CMsgBase* element = arr.GetAt(i);
     if (!element) throw std::bad_alloc();
-    FillMessage(*element, held, items[static_cast<size_t>(i)], Where{&where, nullptr, i});
+    FillMessage(*element, held, PyTuple_GET_ITEM(items.ptr(), i), Where{&where, nullptr, i});
   }
 }
 

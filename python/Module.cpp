@@ -744,9 +744,8 @@ const Node* NodeOf(py::handle obj) {
 
 void RaiseMessageError(int code, const std::string& text, const std::string& explanation,
                        const std::string& file, int line, int column) {
-  const std::string first = explanation.substr(0, explanation.find('\n'));
-  std::string path = first.substr(0, first.find(" ("));
-  if (!file.empty() || path.find(' ') != std::string::npos) path.clear();
+  // The path leads the explanation's first line, up to its blank or colon.
+  std::string path = file.empty() ? explanation.substr(0, explanation.find_first_of(" :\n")) : "";
   py::object e = MessageErrorType()(FromUtf8(explanation.empty() ? text : explanation));
   e.attr("code") = code;
   e.attr("text") = FromUtf8(text);
@@ -766,9 +765,9 @@ void RaiseLoadError(const CMsgBase& obj, const char* what) {
   RaiseMessageError(obj.errcode, text, explanation);
 }
 
-void RaiseNoField(const ClassInfo& cls, std::string_view name) {
-  std::string text = std::string(cls.name) + " has no field '" + std::string(name.substr(0, 64)) +
-                     (name.size() > 64 ? "...'" : "'");
+void RaiseNoField(const ClassInfo& cls, std::string_view name, const Where* where) {
+  std::string text = (where ? where->Text() + ": " : std::string()) + cls.name + " has no field '" +
+                     Printable(name.substr(0, 64)) + (name.size() > 64 ? "...'" : "'");
   if (name.empty() || name[0] != '_') {
     std::vector<std::string_view> names;
     for (int i = 0; i < cls.memberCount; ++i) names.push_back(schema::MemberOf(cls, i).name);
@@ -1140,6 +1139,7 @@ PYBIND11_MODULE(_core, m) {
   auto classmethod = [&message](const char* name, py::cpp_function f) {
     message.attr(name) = py::reinterpret_steal<py::object>(PyClassMethod_New(f.ptr()));
   };
+  // Named, so that pickle finds a class method by its name.
   classmethod("from_dict", py::cpp_function(
                                [](py::handle type, py::handle fields) {
                                  const ClassInfo& cls = ClassOfTypeOrRaise(type);
@@ -1147,22 +1147,22 @@ PYBIND11_MODULE(_core, m) {
                                  FillMessage(*obj, cls, fields, Where{nullptr, cls.name});
                                  return WrapNew(std::move(obj));
                                },
-                               arg("cls"), arg("fields"),
+                               py::name("from_dict"), arg("cls"), arg("fields"),
                                py::doc("A new object from a dict of fields, as to_dict() gives.")));
-  classmethod("from_json",
-              py::cpp_function(
-                  [](py::handle type, py::handle text) {
-                    const ClassInfo& cls = ClassOfTypeOrRaise(type);
-                    return LoadNew(&cls, ReadTree(Source::kJson, Text(text), {}), {});
-                  },
-                  arg("cls"), arg("text"), py::doc("A new object from the JSON of its message.")));
-  classmethod("from_text",
-              py::cpp_function(
-                  [](py::handle type, py::handle text) {
-                    const ClassInfo& cls = ClassOfTypeOrRaise(type);
-                    return LoadNew(&cls, ReadTree(Source::kText, Text(text), {}), {});
-                  },
-                  arg("cls"), arg("text"), py::doc("A new object from a message file's text.")));
+  classmethod("from_json", py::cpp_function(
+                               [](py::handle type, py::handle text) {
+                                 const ClassInfo& cls = ClassOfTypeOrRaise(type);
+                                 return LoadNew(&cls, ReadTree(Source::kJson, Text(text), {}), {});
+                               },
+                               py::name("from_json"), arg("cls"), arg("text"),
+                               py::doc("A new object from the JSON of its message.")));
+  classmethod("from_text", py::cpp_function(
+                               [](py::handle type, py::handle text) {
+                                 const ClassInfo& cls = ClassOfTypeOrRaise(type);
+                                 return LoadNew(&cls, ReadTree(Source::kText, Text(text), {}), {});
+                               },
+                               py::name("from_text"), arg("cls"), arg("text"),
+                               py::doc("A new object from a message file's text.")));
   classmethod("read_file",
               py::cpp_function(
                   [](py::handle type, py::handle p) {
@@ -1170,7 +1170,7 @@ PYBIND11_MODULE(_core, m) {
                     const std::string path = PathText(p);
                     return LoadNew(&cls, ReadTree(Source::kFile, {}, path), path);
                   },
-                  arg("cls"), arg("path"),
+                  py::name("read_file"), arg("cls"), arg("path"),
                   py::doc("A new object from a message file (JSON for a name ending in .json).")));
   classmethod("template",
               py::cpp_function(
@@ -1183,7 +1183,7 @@ PYBIND11_MODULE(_core, m) {
                     }
                     return LoadNew(&cls, ReadTree(Source::kText, text, {}), {});
                   },
-                  arg("cls"),
+                  py::name("template"), arg("cls"),
                   py::doc("An object with every field present: a block, one element of each "
                           "array, placeholder values (0, 0.0, False, 2000-01-01, '').")));
   classmethod("fields", py::cpp_function(
@@ -1195,7 +1195,8 @@ PYBIND11_MODULE(_core, m) {
                               }
                               return out;
                             },
-                            arg("cls"), py::doc("The fields of the class, in tag order.")));
+                            py::name("fields"), arg("cls"),
+                            py::doc("The fields of the class, in tag order.")));
 
   // ---- one Python type per class ----
   py::object typeType =

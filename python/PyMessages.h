@@ -114,8 +114,13 @@ py::handle TypeOf(const ClassInfo& cls);
                                     int line = 0, int column = 0);
 // The failure of the last Load or ToMsg of `obj` as MessageError.
 [[noreturn]] void RaiseLoadError(const CMsgBase& obj, const char* what);
-// AttributeError for a name that `cls` has no field of, with the nearest.
-[[noreturn]] void RaiseNoField(const ClassInfo& cls, std::string_view name);
+// AttributeError for a name that `cls` has no field of, with the nearest;
+// `where` leads the text where given.
+struct Where;
+[[noreturn]] void RaiseNoField(const ClassInfo& cls, std::string_view name,
+                               const Where* where = nullptr);
+// A text for a message: control bytes (a NUL among them) as \xHH.
+std::string Printable(std::string_view text);
 
 // ---- values (Convert.cpp) ----
 
