@@ -44,6 +44,7 @@ TAKE = {
 
 HEAD = '''\
 # The type stubs of pricemsg, written from schema/ by python/make_stubs.py.
+import builtins
 import datetime
 import os
 from typing import (Any, ClassVar, Generic, Iterable, Iterator, Mapping, NamedTuple,
@@ -98,7 +99,7 @@ class Field:
     @property
     def role(self) -> str: ...
     @property
-    def held(self) -> type[Message] | None: ...
+    def held(self) -> builtins.type[Message] | None: ...
 
 class IntArray:
     def __len__(self) -> int: ...
