@@ -24,8 +24,8 @@ namespace {
 // The field names as interned Python texts, by their place in the
 // dictionary, made once.
 std::vector<py::object>& NameTexts() {
-  static std::vector<py::object> names;
-  return names;
+  static auto* names = new std::vector<py::object>();  // kept past the interpreter's end
+  return *names;
 }
 
 py::handle NameText(const FieldInfo& f) {
@@ -38,6 +38,23 @@ py::handle NameText(const FieldInfo& f) {
     if (!name) throw py::error_already_set();
   }
   return name;
+}
+
+// The fields of the dictionary by their Python names, to their place in it:
+// a lookup hashes the key once, as Python has already done for its dict.
+py::dict& FieldIndex() {
+  static auto* index = new py::dict();  // kept past the interpreter's end
+  return *index;
+}
+
+// The field of the dictionary that a Python key names; null for another key.
+const FieldInfo* FieldOfKey(py::handle key) {
+  PyObject* i = PyDict_GetItemWithError(FieldIndex().ptr(), key.ptr());
+  if (!i) {
+    if (PyErr_Occurred()) throw py::error_already_set();
+    return nullptr;
+  }
+  return &schema::Fields()[static_cast<int>(PyLong_AsLong(i))];
 }
 
 const char* PythonWords(Kind kind) {
@@ -326,7 +343,9 @@ std::string Wanted(const FieldInfo& f) {
 }
 
 void InitConvert() {
-  NameTexts().resize(static_cast<size_t>(schema::Fields().size()));
+  const auto fields = schema::Fields();
+  NameTexts().resize(static_cast<size_t>(fields.size()));
+  for (int i = 0; i < fields.size(); ++i) FieldIndex()[NameText(fields[i])] = i;
   DateApi();
 }
 
@@ -374,10 +393,15 @@ Value ValueFromPython(const FieldInfo& f, const ClassInfo& holder, py::handle va
     case Kind::kDate: {
       DateApi();
       if (PyDate_Check(value.ptr()) && !PyDateTime_Check(value.ptr())) {
-        char text[16];
-        std::snprintf(text, sizeof text, "%04d%02d%02d", PyDateTime_GET_YEAR(value.ptr()),
-                      PyDateTime_GET_MONTH(value.ptr()), PyDateTime_GET_DAY(value.ptr()));
-        return std::string(text);
+        // YYYYMMDD: datetime.date keeps years of 1 to 9999.
+        const int parts[] = {PyDateTime_GET_YEAR(value.ptr()), PyDateTime_GET_MONTH(value.ptr()),
+                             PyDateTime_GET_DAY(value.ptr())};
+        std::string text(8, '0');
+        for (int i = 0, end = 4, part = 0; part < 3; end += 2, ++part) {
+          for (int k = end - 1, v = parts[part]; k >= i; --k, v /= 10) text[k] = char('0' + v % 10);
+          i = end;
+        }
+        return text;
       }
       std::string text;
       if (PyUnicode_Check(value.ptr()) && TextOf(value, &text)) return text;
@@ -439,12 +463,13 @@ void FillMessage(CMsgBase& obj, const ClassInfo& cls, py::handle value, const Wh
     if (!PyUnicode_Check(key)) {
       throw py::type_error(where.Text() + ": field names are texts, not " + TypeName(key));
     }
-    Py_ssize_t size = 0;
-    const char* name = PyUnicode_AsUTF8AndSize(key, &size);
-    if (!name) throw py::error_already_set();
-    const std::string_view sv(name, static_cast<size_t>(size));
-    const FieldInfo* f = schema::FindMember(cls, sv);
+    const FieldInfo* f = FieldOfKey(k);
+    if (f && schema::FindMember(cls, f->tag) != f) f = nullptr;
     if (!f) {
+      Py_ssize_t size = 0;
+      const char* name = PyUnicode_AsUTF8AndSize(key, &size);
+      if (!name) throw py::error_already_set();
+      const std::string_view sv(name, static_cast<size_t>(size));
       if (ClassKey(cls, sv, v, where)) continue;
       RaiseNoField(cls, sv, &where);
     }

@@ -32,21 +32,23 @@ std::mutex gBusyMutex;
 std::condition_variable gBusyDone;
 
 // The Python types of the classes, by their place in the tables, and back.
+// The Python objects that the module keeps are never freed: the interpreter
+// may have ended when static objects are destroyed.
 std::vector<py::object>& Types() {
-  static std::vector<py::object> types;
-  return types;
+  static auto* types = new std::vector<py::object>();
+  return *types;
 }
 std::unordered_map<PyTypeObject*, const ClassInfo*>& ClassByType() {
   static std::unordered_map<PyTypeObject*, const ClassInfo*> classes;
   return classes;
 }
 py::object& MessageErrorType() {
-  static py::object type;
-  return type;
+  static auto* type = new py::object();
+  return *type;
 }
 py::object& DifferenceType() {
-  static py::object type;
-  return type;
+  static auto* type = new py::object();
+  return *type;
 }
 
 py::detail::type_info* NodeType() {
