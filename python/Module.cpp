@@ -101,21 +101,29 @@ int Count(const CMsgBase_Array& a) {
   return n;
 }
 
-// An index of a sequence of `count` elements from Python: negative ones count
-// from the end; IndexError out of range, whatever its size.
-int IndexIn(py::handle index, int count, const std::string& what) {
-  const Py_ssize_t i = PyNumber_AsSsize_t(index.ptr(), PyExc_IndexError);
-  if (i == -1 && PyErr_Occurred()) {
-    if (PyErr_ExceptionMatches(PyExc_IndexError)) {
-      PyErr_Clear();
-      RaiseError(PyExc_IndexError, what + ": index out of range");
-    }
-    throw py::error_already_set();
+// An index from Python, read before anything of the sequence is reached (its
+// __index__ may run Python code); one too large for a Py_ssize_t is taken as
+// out of range.
+Py_ssize_t IndexValue(py::handle index) {
+  py::object i = py::reinterpret_steal<py::object>(PyNumber_Index(index.ptr()));
+  if (!i) throw py::error_already_set();
+  const Py_ssize_t v = PyLong_AsSsize_t(i.ptr());
+  if (v == -1 && PyErr_Occurred()) {
+    if (!PyErr_ExceptionMatches(PyExc_OverflowError)) throw py::error_already_set();
+    PyErr_Clear();
+    const int negative = PyObject_RichCompareBool(i.ptr(), py::int_(0).ptr(), Py_LT);
+    if (negative < 0) throw py::error_already_set();
+    return negative ? PY_SSIZE_T_MIN : PY_SSIZE_T_MAX;
   }
-  const Py_ssize_t at = i < 0 ? i + count : i;
+  return v;
+}
+
+// The place of an index in a sequence of `count` elements: negative ones
+// count from the end; IndexError out of range, whatever its size.
+int IndexIn(Py_ssize_t i, int count, const std::string& what) {
+  const Py_ssize_t at = i < 0 && i != PY_SSIZE_T_MIN ? i + count : i;
   if (at < 0 || at >= count) {
-    RaiseError(PyExc_IndexError, what + ": index " + std::to_string(i) + " out of range, " +
-                                     std::to_string(count) +
+    RaiseError(PyExc_IndexError, what + ": index out of range, " + std::to_string(count) +
                                      (count == 1 ? " element" : " elements"));
   }
   return static_cast<int>(at);
@@ -572,12 +580,13 @@ void BindValueArray(py::module_& m, const char* name, const char* iterName) {
            })
       .def("__getitem__",
            [](const VA& v, py::handle index) -> py::object {
-             std::vector<Elem<A>> now = Current<A>(v.view);
              if (PySlice_Check(index.ptr())) {
-               py::list all = py::cast(now);
+               py::list all = py::cast(Current<A>(v.view));
                return all[index];
              }
-             const int i = IndexIn(index, static_cast<int>(now.size()), v.view.Path());
+             const Py_ssize_t at = IndexValue(index);
+             std::vector<Elem<A>> now = Current<A>(v.view);
+             const int i = IndexIn(at, static_cast<int>(now.size()), v.view.Path());
              return ElementToPython<A>(now[static_cast<size_t>(i)]);
            })
       .def("__setitem__",
@@ -589,8 +598,9 @@ void BindValueArray(py::module_& m, const char* name, const char* iterName) {
                return;
              }
              std::vector<Elem<A>> one = ElementsFrom<A>(v.view, value, false);
+             const Py_ssize_t at = IndexValue(index);
              std::vector<Elem<A>> now = Current<A>(v.view);
-             const int i = IndexIn(index, static_cast<int>(now.size()), v.view.Path());
+             const int i = IndexIn(at, static_cast<int>(now.size()), v.view.Path());
              now[static_cast<size_t>(i)] = one.at(0);
              Store<A>(v.view, std::move(now));
            })
@@ -980,14 +990,13 @@ PYBIND11_MODULE(_core, m) {
       .def("__len__", [arrayOf](const MessageArray& v) { return Count(arrayOf(v)); })
       .def("__getitem__",
            [arrayOf](const MessageArray& v, py::handle index) -> py::object {
-             const int n = Count(arrayOf(v));
              const ClassInfo* held = &schema::HeldClass(*v.view.field);
              if (PySlice_Check(index.ptr())) {
                Py_ssize_t start, stop, step;
                if (PySlice_Unpack(index.ptr(), &start, &stop, &step) < 0) {
                  throw py::error_already_set();
                }
-               const Py_ssize_t len = PySlice_AdjustIndices(n, &start, &stop, step);
+               const Py_ssize_t len = PySlice_AdjustIndices(Count(arrayOf(v)), &start, &stop, step);
                py::list out;
                for (Py_ssize_t i = 0; i < len; ++i) {
                  out.append(Wrap(v.view.node.Child(v.view.field->tag,
@@ -995,14 +1004,16 @@ PYBIND11_MODULE(_core, m) {
                }
                return std::move(out);
              }
-             const int i = IndexIn(index, n, v.view.Path());
+             const Py_ssize_t at = IndexValue(index);
+             const int i = IndexIn(at, Count(arrayOf(v)), v.view.Path());
              return Wrap(v.view.node.Child(v.view.field->tag, i, held));
            })
       .def("__setitem__",
            [arrayOf, elementFrom](const MessageArray& v, py::handle index, py::handle value) {
              std::unique_ptr<CMsgBase> fresh = elementFrom(v, value);
+             const Py_ssize_t at = IndexValue(index);
              CMsgBase_Array& arr = arrayOf(v);
-             const int i = IndexIn(index, Count(arr), v.view.Path());
+             const int i = IndexIn(at, Count(arr), v.view.Path());
              if (Copy(*arr.GetAt(i), *fresh) != pricemsg::REFLECT_OK) {
                throw std::runtime_error("Copy failed");
              }
