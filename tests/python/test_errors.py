@@ -21,9 +21,13 @@ def test_wrong_values_name_class_field_and_kind():
     c = pricemsg.M_IrCancelable()
     for field, value in [("iAppEndPeriodNo", True), ("iAppEndPeriodNo", 1.0),
                          ("bEventOccuredYN", 1), ("sAppPeriodType", 3),
-                         ("iaAppPeriodNo", "12"), ("iaAppPeriodNo", [1.5])]:
+                         ("iaAppPeriodNo", "12"), ("iaAppPeriodNo", ""),
+                         ("iaAppPeriodNo", b"\x01"), ("iaAppPeriodNo", [1.5])]:
         with pytest.raises(TypeError, match=f"M_IrCancelable.{field}"):
             setattr(c, field, value)
+    for text in ("", b"", "ab"):
+        with pytest.raises(TypeError, match="M_FxBarr.maUnderData takes a list of M_UnderData"):
+            pricemsg.M_FxBarr(maUnderData=text)
     with pytest.raises(TypeError, match="a datetime.date"):
         pricemsg.M_Tiv(nDate=20261123)
     with pytest.raises(OverflowError, match="iAppEndPeriodNo"):
