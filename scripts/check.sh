@@ -241,7 +241,8 @@ tsan() {
 memcheck() {
   say "valgrind memcheck"
   # Every C++ test program that CTest knows runs under valgrind (the tests of
-  # the Python tools run as they are). valgrind puts its own operator new in
+  # the Python tools and of the Python module, its embedding program among
+  # them, run as they are: valgrind would check the interpreter). valgrind puts its own operator new in
   # place of the tests' failing one, so the cases that make allocations fail
   # skip themselves; they run under LeakSanitizer in the asan stage.
   configure build-memcheck -DPRICEMSG_TEST_WRAPPER="valgrind;--quiet;--error-exitcode=1;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect"
