@@ -11,6 +11,8 @@
 #   bin/pricemsg-catalogue                 the guide to the classes
 #   share/doc/pricemsg/reference/*.html    the reference pages
 #   include/pricemsg/MsgJson.h             message files as JSON
+#   include/pricemsg/PricemsgPython.h      messages handed to the Python module
+#                                          (with it: see python/CMakeLists.txt)
 #   lib/libpricemsg.so                     the message classes, the schema tables
 #                                          and the reflection
 #   lib/libpricemsg_text.so                message files, failures explained
