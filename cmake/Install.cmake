@@ -10,6 +10,9 @@
 #   include/pricemsg/version.h             the version
 #   bin/pricemsg-catalogue                 the guide to the classes
 #   share/doc/pricemsg/reference/*.html    the reference pages
+#   include/pricemsg/PricemsgPython.h      messages handed to the Python module
+#                                          (with it: see python/CMakeLists.txt)
+#   lib/python3/dist-packages/pricemsg/    the Python module (component python)
 #   lib/libpricemsg.so                     the message classes, the schema tables
 #                                          and the reflection
 #   lib/libpricemsg_text.so                message files (text and JSON),

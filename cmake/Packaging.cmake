@@ -7,6 +7,7 @@
 #   pricemsg-libs     libpricemsg and libpricemsg_text
 #   pricemsg-dev      headers, the CMake package, the pkg-config files
 #   pricemsg-tools    pricemsg-catalogue and the reference pages
+#   python3-pricemsg  the Python module (where it is built)
 #
 # `scripts/check.sh package` installs them with dpkg, builds a client
 # against them and removes them again.
@@ -33,6 +34,12 @@ set(CPACK_COMPONENT_DEV_DESCRIPTION "headers, CMake package and pkg-config files
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "pricemsg-catalogue and the reference pages of the classes")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "pricemsg-libs (= ${version})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "pricemsg-libs (= ${version})")
+if(PRICEMSG_BUILD_PYTHON)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-pricemsg)
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "the Python module of pricemsg")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "pricemsg-libs (= ${version}), python3")
+endif()
 if(PRICEMSG_STANDIN)
   list(APPEND CPACK_COMPONENTS_ALL runtime)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME pricemsg-runtime)

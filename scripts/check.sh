@@ -2,7 +2,8 @@
 # Builds and runs the project's checks. With no argument it runs them all,
 # in this order; name one or more to run only those.
 #
-#   plain     GCC build, every test                              (build/)
+#   plain     GCC build, every test, the Python module's included
+#             (in CI the module must build: PRICEMSG_BUILD_PYTHON=ON) (build/)
 #   pages     the reference pages, links followed in headless
 #             chromium: each lands below the sticky header, also
 #             when the filter hides its target; screenshots in
@@ -12,7 +13,8 @@
 #             libpricemsg imports from its runtime checked against the
 #             runtime's documented calls; a client outside the tree built
 #             against it with find_package and with pkg-config, and run;
-#             every C++ block of README.md built against it and run
+#             every C++ block of README.md built against it and run,
+#             and its Python blocks run on the installed module
 #   altruntime  a second runtime (tests/altruntime) installed into a
 #             scratch prefix; the library built on it through
 #             PRICEMSG_RUNTIME_ROOT, its tests, its package and its
@@ -47,9 +49,15 @@ configure() {  # dir, then cmake options
   cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
 }
 
+# CI insists on the Python module; elsewhere it is built where pybind11 and
+# the Python headers are found.
+python_option() {
+  [[ ${CI:-} == true ]] && echo -DPRICEMSG_BUILD_PYTHON=ON || true
+}
+
 plain() {
   say "plain build and tests"
-  configure build
+  configure build $(python_option)
   cmake --build build
   ctest --test-dir build --output-on-failure
 }
@@ -239,6 +247,9 @@ sanitized() {  # kind, dir
   cmake --build "$2"
 }
 
+# The sanitized builds leave the Python module out (PRICEMSG_BUILD_PYTHON
+# defaults to OFF there): the interpreter would need the sanitizer's runtime
+# preloaded, which is fragile, and would report its own allocations.
 asan() {
   say "AddressSanitizer, UndefinedBehaviorSanitizer, LeakSanitizer"
   sanitized address build-asan
@@ -283,7 +294,8 @@ tsan() {
 memcheck() {
   say "valgrind memcheck"
   # Every C++ test program that CTest knows runs under valgrind (the tests of
-  # the Python tools run as they are). valgrind puts its own operator new in
+  # the Python tools and of the Python module, its embedding program among
+  # them, run as they are: valgrind would check the interpreter). valgrind puts its own operator new in
   # place of the tests' failing one, so the cases that make allocations fail
   # skip themselves; they run under LeakSanitizer in the asan stage.
   configure build-memcheck -DPRICEMSG_TEST_WRAPPER="valgrind;--quiet;--error-exitcode=1;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect"

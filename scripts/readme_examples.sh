@@ -2,7 +2,9 @@
 # Builds and runs every C++ block of README.md against an installed package,
 # so that the examples there stay true. Each block becomes the body of a main
 # function; its #include lines go before it, with the standard headers and
-# the message classes the blocks use.
+# the message classes the blocks use. Where the package holds the Python
+# module, every Python block runs on it too, with the interpreter that the
+# module was built for.
 #
 #   scripts/readme_examples.sh <install prefix>
 set -euo pipefail
@@ -52,3 +54,24 @@ for block in "$work"/block-*.txt; do
   }
 done
 echo "README.md: $count C++ blocks built and run"
+
+package=$(find "$prefix" -path '*/dist-packages/pricemsg/__init__.py' | head -1)
+[[ -n $package ]] || exit 0
+site=$(dirname "$(dirname "$package")")
+python=/usr/bin/python3
+[[ -x $python ]] || python=python3
+awk -v dir="$work" '
+  /^```python$/ { n++; inside = 1; next }
+  /^```$/ { inside = 0; next }
+  inside { print > (dir "/python-" n ".py") }
+' README.md
+count=0
+for block in "$work"/python-*.py; do
+  [[ -e $block ]] || break
+  count=$((count + 1))
+  (cd "$work" && LD_LIBRARY_PATH='' PYTHONPATH="$site" "$python" "$block" >/dev/null) || {
+    echo "README.md, Python block $count failed on the module installed in $site" >&2
+    exit 1
+  }
+done
+echo "README.md: $count Python blocks run on the installed module"
