@@ -166,7 +166,9 @@ debian_packages() {
       cmake --build "$work/client" >/dev/null && "$work/client/package_client" &&
       g++ -std=c++17 -Wall -Wextra -Werror tests/package/main.cpp \
         $(pkg-config --cflags --libs pricemsg-text) -o "$work/pc-client" &&
-      "$work/pc-client"
+      "$work/pc-client" &&
+      { [[ " ${names[*]} " != *" python3-pricemsg "* ]] ||
+        (cd "$work" && /usr/bin/python3 -c 'import pricemsg; print("python3-pricemsg:", pricemsg.M_FxBarr())'); }
   } || rc=1
   $sudo dpkg -r "${names[@]}" >/dev/null
   rm -rf "$work"
