@@ -259,16 +259,17 @@ TEST(Texts, PastKMaxSizeAreRefusedBeforeAskingAndAFailureLeavesThemAsTheyWere) {
   // A message refuses a text whose record could not fit its 2^31 bytes.
   MsgPtr msg = NewMsg(10);
   ASSERT_EQ(msg->SetValue(6, CInt(1)), KYT_OK);
+  ASSERT_EQ(msg->SetValue(7, "fits"), KYT_OK);  // 13 bytes of records
   int rc = 0;
-  EXPECT_EQ(Attempt([&] { rc = msg->SetValue(7, over); }), "done");
-  EXPECT_EQ(rc, KYT_E_NOMEM);
-  EXPECT_EQ(Attempt([&] { rc = msg->SetValue(7, huge.OfLength(0x7ffffff1)); }), "done");
-  EXPECT_EQ(rc, KYT_E_NOMEM);
+  for (size_t len : {size_t{INT_MAX} + 1, size_t{0x7ffffff1}, size_t{0x7ffffff0}}) {
+    EXPECT_EQ(Attempt([&] { rc = msg->SetValue(7, huge.OfLength(len)); }), "done") << len;
+    EXPECT_EQ(rc, KYT_E_NOMEM);
+  }
   MsgPtr empty = NewMsg(10);
   EXPECT_EQ(Attempt([&] { rc = empty->SetValue(7, huge.OfLength(0x7ffffff0)); }),
             "done after asking");
   EXPECT_EQ(rc, KYT_E_NOMEM);
-  EXPECT_EQ(msg->GetValueCount(), 1);
+  EXPECT_EQ(msg->GetValueCount(), 2);
   EXPECT_EQ(empty->GetValueCount(), 0);
 
   // A stream holds at most kMaxSize bytes too.
