@@ -346,7 +346,8 @@ TEST(CDateTest, SetTakesAnyTextADateCanHold) {
     EXPECT_EQ(Show(d), text);
   }
   CDate d;
-  EXPECT_TRUE(d.Set("202403011" + 1));  // from within a longer text
+  const char longer[] = "202403011";
+  EXPECT_TRUE(d.Set(&longer[1]));  // from within a longer text
   EXPECT_FALSE(d.Set(nullptr));
   EXPECT_FALSE(d.Set("202611231"));
   EXPECT_EQ(Show(d), "02403011");
