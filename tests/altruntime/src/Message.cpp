@@ -84,26 +84,26 @@ int CMsg::Collect(int tag, Kind kind, std::vector<T>* out) const {
 
 // ---- SetValue ----
 
-int CMsg::SetValue(int tag, CInt v) {
-  Value value(Kind::kInt);
-  value.isSet = v.isSet != 0;
-  value.i = v.value;
+// A number of one kind, set or unset, in the field of its kind.
+template <class T>
+int CMsg::SetNumber(int tag, Kind kind, bool isSet, T v) {
+  Value value(kind);
+  value.isSet = isSet;
+  if constexpr (std::is_same_v<T, double>) {
+    value.d = v;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    value.b = v;
+  } else {
+    value.i = v;
+  }
   return Add(tag, std::move(value));
 }
 
-int CMsg::SetValue(int tag, CDbl v) {
-  Value value(Kind::kDbl);
-  value.isSet = v.isSet != 0;
-  value.d = v.value;
-  return Add(tag, std::move(value));
-}
-
-int CMsg::SetValue(int tag, CBool v) {
-  Value value(Kind::kBool);
-  value.isSet = v.isSet != 0;
-  value.b = v.value;
-  return Add(tag, std::move(value));
-}
+int CMsg::SetValue(int tag, CInt v) { return SetNumber(tag, Kind::kInt, v.isSet != 0, v.value); }
+int CMsg::SetValue(int tag, CDbl v) { return SetNumber(tag, Kind::kDbl, v.isSet != 0, v.value); }
+int CMsg::SetValue(int tag, CBool v) { return SetNumber(tag, Kind::kBool, v.isSet != 0, v.value); }
+int CMsg::SetValue(int tag, int v) { return SetNumber(tag, Kind::kInt, true, int32_t{v}); }
+int CMsg::SetValue(int tag, double v) { return SetNumber(tag, Kind::kDbl, true, v); }
 
 int CMsg::SetValue(int tag, CDate v) {
   // A date's text must end within its 9 bytes.
@@ -128,18 +128,6 @@ int CMsg::SetValue(int tag, const char* text) {
   } catch (const std::exception&) {
     return altkyt::NoMemory();
   }
-}
-
-int CMsg::SetValue(int tag, int v) {
-  Value value(Kind::kInt);
-  value.i = v;
-  return Add(tag, std::move(value));
-}
-
-int CMsg::SetValue(int tag, double v) {
-  Value value(Kind::kDbl);
-  value.d = v;
-  return Add(tag, std::move(value));
 }
 
 int CMsg::SetValue(int tag, CMsg* sub) {
@@ -214,25 +202,23 @@ int CMsg::GetValue(int tag, CString* out) {
                    [](const Value* v, CString* o) { *o = v ? v->text.c_str() : ""; });
 }
 
-int CMsg::GetValue(int tag, CIntArray* out) {
+// Every value of `kind` under `tag`, as the list of `out`.
+template <class T, class List>
+int CMsg::ReadAll(int tag, Kind kind, List* out) {
   if (!out) return altkyt::kBadArgument;
-  std::vector<int32_t> items;
-  int rc = Collect(tag, Kind::kInt, &items);
+  std::vector<T> items;
+  int rc = Collect(tag, kind, &items);
   if (rc < 0 && rc != altkyt::kAbsent) return rc;
   out->items_.swap(items);
-  out->size = static_cast<int32_t>(out->items_.size());
+  if constexpr (!std::is_same_v<List, CMsgArray>) {
+    out->size = static_cast<int32_t>(out->items_.size());
+  }
   return rc;
 }
 
-int CMsg::GetValue(int tag, CDblArray* out) {
-  if (!out) return altkyt::kBadArgument;
-  std::vector<double> items;
-  int rc = Collect(tag, Kind::kDbl, &items);
-  if (rc < 0 && rc != altkyt::kAbsent) return rc;
-  out->items_.swap(items);
-  out->size = static_cast<int32_t>(out->items_.size());
-  return rc;
-}
+int CMsg::GetValue(int tag, CIntArray* out) { return ReadAll<int32_t>(tag, Kind::kInt, out); }
+int CMsg::GetValue(int tag, CDblArray* out) { return ReadAll<double>(tag, Kind::kDbl, out); }
+int CMsg::GetValue(int tag, CMsgArray* out) { return ReadAll<CMsg*>(tag, Kind::kMsg, out); }
 
 int CMsg::GetValue(int tag, CMsg** out) {
   if (!out) return altkyt::kBadArgument;
@@ -241,15 +227,6 @@ int CMsg::GetValue(int tag, CMsg** out) {
   int rc = Find(tag, Kind::kMsg, &v);
   if (rc < 0) return rc;
   *out = v->sub;
-  return rc;
-}
-
-int CMsg::GetValue(int tag, CMsgArray* out) {
-  if (!out) return altkyt::kBadArgument;
-  std::vector<CMsg*> items;
-  int rc = Collect(tag, Kind::kMsg, &items);
-  if (rc < 0 && rc != altkyt::kAbsent) return rc;
-  out->items_.swap(items);
   return rc;
 }
 

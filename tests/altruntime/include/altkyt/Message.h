@@ -98,6 +98,8 @@ class CMsg {
 
   int Check(int tag) const;
   int Add(int tag, Value&& v);
+  template <class T>
+  int SetNumber(int tag, Kind kind, bool isSet, T v);
   // The first value under `tag` (or kAbsent) if it is of `kind` (or
   // kKindMismatch).
   int Find(int tag, Kind kind, const Value** found) const;
@@ -106,6 +108,10 @@ class CMsg {
   // Find, then fill(value, out); fill(nullptr, out) resets `out` for kAbsent.
   template <class T, class Fill>
   int ReadFirst(int tag, Kind kind, T* out, Fill fill);
+  // Collect, into the list of a CIntArray, CDblArray or CMsgArray; an empty
+  // list for kAbsent.
+  template <class T, class List>
+  int ReadAll(int tag, Kind kind, List* out);
 
   bool usable_;
   CMsg* parent_ = nullptr;
