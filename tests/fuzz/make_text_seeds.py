@@ -1,23 +1,12 @@
 #!/usr/bin/env python3
-"""Writes the seed inputs of the fuzzers of outside text (TextFuzz.h):
-
-    make_text_seeds.py            # into corpus-msgtext, corpus-msgfile, corpus-catalogue here
-
-- corpus-msgtext and corpus-msgfile: message texts of a few classes with
-  every field set (from schema/), in the layouts a person may give them
-  (names left out, CRLF, notes, a byte order mark), and texts that the
-  reader refuses, one for each kind of refusal;
-- corpus-msgjson: the same messages as JSON message files, in the layouts a
-  script may give them (keys in any order, class or number alone, hex texts,
-  a byte order mark), and documents that the reader refuses, one for each
-  kind of refusal;
-- corpus-catalogue: command lines of the tool (a first byte 0, then the
-  arguments separated by NUL bytes) and message files for its `file`
-  command (a first byte 1, then the file).
-
-Inputs that a fuzzer found are added by hand as crash-<what> and are not
-touched here. The seeds stay below 8 KiB, the length the fuzz stage of
-scripts/check.sh gives the fuzzers.
+"""Writes the seed inputs of the fuzzers of outside text (TextFuzz.h) into
+corpus-msgtext and corpus-msgfile (message texts of a few classes with every
+field set, in the layouts a person gives them, and one text for each kind of
+refusal), corpus-msgjson (the same as JSON, in the layouts a script gives
+them, and refused documents) and corpus-catalogue (a byte 0 and the tool's
+arguments separated by NUL bytes, or a byte 1 and a file for `file`).
+Inputs that a fuzzer found are added by hand as crash-<what>; every seed
+stays below the 8 KiB that scripts/check.sh gives the fuzzers.
 """
 
 import json
@@ -32,8 +21,6 @@ from schema import load  # noqa: E402
 
 CLASSES = ["M_SysReject", "M_Tiv", "M_Greeks", "M_KytVolSurface", "M_IrTargetSwitching",
            "M_FxFwdStdTgt", "M_SeriesValOut", "M_CrCdsOut"]
-LETTER = {"i": "i", "d": "d", "b": "b", "n": "n", "s": "s", "ia": "i", "da": "d", "m": "m",
-          "ma": "m"}
 MAX_SEED = 8192
 
 
@@ -57,7 +44,7 @@ def block(schema, msg, depth, lines, names=True):
     for index, f in enumerate(msg.fields):
         count = (2 if depth < 2 else 1) if f.is_array else 1
         for k in range(count):
-            head = f"{pad}  T{f.tag} {f.name + ' ' if names else ''}{LETTER[f.kind]} "
+            head = f"{pad}  T{f.tag} {f.name + ' ' if names else ''}{f.kind[0]} "
             if f.sub:
                 sub = schema.message(f.sub)
                 lines.append(f"{head}M{sub.number} {sub.name} {{")
