@@ -349,11 +349,15 @@ TEST_F(Explain, OutOfMemoryInATextKeepsItsCodeAtEveryLevel) {
       "-11\n  M_EqStd M3540 T4566 mOptSched (message, M_OptSched): SET_SUB_ONE, ToMsg gave "
       "null, code -11\n  M_OptSched M3434: ToMsg could not make a message: out of memory, -11");
   EXPECT_EQ(
-      MA_ExplainFailureText(
-          "M_EqCmb:GET_SUB_ARR(M4316.T4938) fail\nM_OptCmb_Array : Out of memory"),
-      "M_EqCmb.maOptCmb (T4938, M_OptCmb_Array): the array could not make its elements: out of "
-      "memory, -11\n  M_EqCmb M4316 T4938 maOptCmb (repeated message, M_OptCmb_Array): "
-      "GET_SUB_ARR, the array could not make its elements: out of memory, -11");
+      MA_ExplainFailureText("M_IrNoteHwOut:GET_SUB_ARR(M3706.T4673) fail\nmaIrNotePrice[0]: "
+                            "M_IrNotePrice:GET_SUB_ARR(M3709.T4668) fail\n"
+                            "M_IrNoteCF_Array : Out of memory"),
+      "M_IrNoteHwOut.maIrNotePrice[0].maIrNoteCF (T4668, M_IrNoteCF_Array): the array could "
+      "not make its elements: out of memory, -11\n  M_IrNoteHwOut M3706 T4673 "
+      "maIrNotePrice[0] (repeated message, M_IrNotePrice_Array): GET_SUB_ARR, Load of element "
+      "0 gave -11\n  M_IrNotePrice M3709 T4668 maIrNoteCF (repeated message, "
+      "M_IrNoteCF_Array): GET_SUB_ARR, the array could not make its elements: out of memory, "
+      "-11");
 }
 
 }  // namespace
