@@ -289,8 +289,6 @@ TEST_F(Explain, TextsAmongOtherBytesAndTextsThatCannotBeExplained) {
       "M_SysReject.sSysReasonText (T7, CString): GetValue gave an unknown code";
   const std::string noIndex =
       "M_EqCmb.maOptCmb.sOptPayoffType (T4866, CString): SetValue gave an unknown code";
-  const std::string none =
-      "cannot explain: the text holds no failure text, such as \"" + sys + "\"";
   const std::pair<std::string, std::string> cases[] = {
       {std::string("\x01\xff((([[[", 8) + sys + std::string(")))]]\0\n", 7), sysPath},
       {repeated, sysPath},
@@ -300,16 +298,6 @@ TEST_F(Explain, TextsAmongOtherBytesAndTextsThatCannotBeExplained) {
        "M_EqCmb.maOptCmb[2].sOptPayoffType (T4866, CString): SetValue gave an unknown code"},
       {cmb + " maOptCmb[99999999999]: " + opt, noIndex},
       {cmb + " maOptCmb[3: " + opt, noIndex},
-      {"", none},
-      {"Load failed with -5", none},
-      {"M_EqStd:SET_SUB_ONE(M3540.T4566 fail", none},
-      {"M_EqStd:SET_SUB_ONE(M3540.T4566)", none},
-      {"M_EqStd:SET_SUB_TWO(M3540.T4566) fail", none},
-      {"M_EqStd:SET_SUB_ONE(M3540.T) fail", none},
-      {"M_EqStd:SET_SUB_ONE((((((((M3540.T4566) fail", none},
-      {"M_EqStd:SET_SUB_ONE(M99999999999.T4566) fail", none},
-      {"invalid input message of service(12,", none},
-      {binary, none},
       {"M_NoSuch:GET_VAL_ONE(M0010.T7) fail", "cannot explain: no class is named \"M_NoSuch\""},
       {std::string("M_\0Eq:GET_VAL_ONE(M0010.T7) fail", 32),
        "cannot explain: no class is named \"Eq\""},
@@ -330,6 +318,17 @@ TEST_F(Explain, TextsAmongOtherBytesAndTextsThatCannotBeExplained) {
     if (first.rfind("cannot", 0) == 0) {
       EXPECT_EQ(got, first);
     }
+  }
+  // Nothing there, or not quite the library's texts.
+  for (const std::string& text : std::vector<std::string>{
+           "", "Load failed with -5", "M_EqStd:SET_SUB_ONE(M3540.T4566 fail",
+           "M_EqStd:SET_SUB_ONE(M3540.T4566)", "M_EqStd:SET_SUB_TWO(M3540.T4566) fail",
+           "M_EqStd:SET_SUB_ONE(M3540.T) fail", "M_EqStd:SET_SUB_ONE((((((((M3540.T4566) fail",
+           "M_EqStd:SET_SUB_ONE(M99999999999.T4566) fail", "invalid input message of service(12,",
+           binary}) {
+    EXPECT_EQ(MA_ExplainFailureText(text),
+              "cannot explain: the text holds no failure text, such as \"" + sys + "\"")
+        << text;
   }
   // Texts of other failures than the path's are counted, not followed.
   EXPECT_NE(MA_ExplainFailureText("M_EqStd:SET_SUB_ONE(M3540.T4566) fail\n" + sys)

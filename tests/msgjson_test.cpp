@@ -275,34 +275,25 @@ TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
   ClearFaults();
 }
 
+// JSON files are written and read by the code that writes and reads text
+// files: whole or not at all, a syntax error told at its line and column.
 TEST(MsgJson, FilesAreWrittenWholeAndReadBack) {
   TempDir dir;
   const std::string path = dir.Path("greeks.json");
   MsgPtr greeks = Greeks();
-  const std::string json = Json(greeks.get());
   ASSERT_EQ(MA_WriteMsgJsonFile(greeks.get(), path.c_str()), MSGTEXT_OK);
-  EXPECT_EQ(Content(path), json);
+  EXPECT_EQ(Content(path), Json(greeks.get()));
   MsgTextError err{};
   MsgPtr back(MA_ReadMsgJsonFile(path.c_str(), &err));
   ASSERT_TRUE(back) << Where(err);
   EXPECT_EQ(Text(back.get()), Text(greeks.get()));
-
-  // A tree that cannot be written leaves the file as it was, and so does a
-  // directory in the way; nothing is left beside it.
   EXPECT_EQ(MA_WriteMsgJsonFile(NewMsg(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
-  EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), dir.path.c_str(), &err), MSGTEXT_E_IO);
-  EXPECT_NE(std::strstr(err.reason, "Is a directory"), nullptr) << err.reason;
   EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), "", &err), MSGTEXT_E_ARG);
-  EXPECT_EQ(Content(path), json);
+  EXPECT_EQ(Content(path), Json(greeks.get()));
   EXPECT_EQ(dir.Names(), (std::vector<std::string>{"greeks.json"}));
-
-  // A syntax error in a file is told at its line and column.
   const std::string bad = dir.File("bad.json", "{\"number\": 2143,\n  \"nDate\": \"2024\n}");
   EXPECT_FALSE(MA_ReadMsgJsonFile(bad.c_str(), &err));
   EXPECT_EQ(Where(err).substr(0, 5), "2:17:");  // at the newline in the string
-  EXPECT_FALSE(MA_ReadMsgJsonFile(dir.Path("lost.json").c_str(), &err));
-  EXPECT_NE(std::strstr(err.reason, "cannot open"), nullptr) << err.reason;
-  EXPECT_EQ(err.line, 0);
   EXPECT_FALSE(MA_ReadMsgJsonFile(nullptr, nullptr));
 }
 
