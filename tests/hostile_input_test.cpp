@@ -48,11 +48,6 @@ MsgPtr TivWithDate(const char* text, bool* refused) {
   return msg;
 }
 
-std::string ReadWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 }  // namespace
 
 // A date that is no day of the calendar is carried as its text by Load,
@@ -73,15 +68,11 @@ TEST(Dates, ACalendarImpossibleDateIsCarriedUnchangedEverywhere) {
 
   // Both forms write it; reading it back hands it to the runtime, which
   // takes it or refuses it at that value, with its code.
-  std::string text, json;
-  ASSERT_EQ(MA_WriteMsgText(msg.get(), &text), MSGTEXT_OK);
-  ASSERT_EQ(MA_WriteMsgJson(msg.get(), &json), MSGTEXT_OK);
+  const std::string text = Text(msg.get()), json = Json(msg.get());
   EXPECT_NE(text.find("T198 nDate n \"20260231\""), std::string::npos) << text;
   EXPECT_NE(json.find("\"nDate\": \"20260231\""), std::string::npos) << json;
-  MsgTextError err{};
-  MsgPtr fromText(MA_ReadMsgText(text.data(), text.size(), &err));
-  MsgTextError jsonErr{};
-  MsgPtr fromJson(MA_ReadMsgJson(json.data(), json.size(), &jsonErr));
+  MsgTextError err{}, jsonErr{};
+  MsgPtr fromText = ReadText(text, &err), fromJson = ReadJson(json, &jsonErr);
   std::unique_ptr<CMsg> sent(copy.ToMsg());
   if (runtimeRefuses) {
     EXPECT_FALSE(fromText);
@@ -112,9 +103,7 @@ TEST(Memory, TheJsonReaderNeedsAboutWhatTheTextReaderNeeds) {
   shape.tag = 4711;  // maRateCrvTenor
   shape.tagElements = 5000;
   MsgPtr sample = BuildSample(3691, shape);
-  std::string text, json;
-  ASSERT_EQ(MA_WriteMsgText(sample.get(), &text), MSGTEXT_OK);
-  ASSERT_EQ(MA_WriteMsgJson(sample.get(), &json), MSGTEXT_OK);
+  const std::string text = Text(sample.get()), json = Json(sample.get());
   ASSERT_GT(json.size(), 500000u);
   auto peak = [](const std::function<CMsg*()>& read) {
     FailingAlloc::ResetPeak();
@@ -134,9 +123,7 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   MsgTextError err{};
   EXPECT_FALSE(MA_ReadMsgFile("/dev/zero", &err));
   EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
-  EXPECT_EQ(err.line, 1);
-  EXPECT_EQ(err.column, 1);
-  EXPECT_NE(std::strstr(err.reason, "NUL byte at byte 0"), nullptr) << err.reason;
+  EXPECT_EQ(Where(err), "1:1: /dev/zero holds a NUL byte at byte 0: it is no message file");
   EXPECT_FALSE(MA_ReadMsgJsonFile("/dev/zero", &err));
   EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
 
@@ -146,8 +133,7 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   const std::string nul = dir.File("nul.msg", "M10 {\n  T6 i 1\n  T7 s \"a\0\"\n}\n"s);
   M_SysReject reject;
   EXPECT_EQ(MA_LoadMsgFile(nul.c_str(), &reject, &err), MSGTEXT_E_TEXT);
-  EXPECT_EQ(err.line, 3);
-  EXPECT_EQ(err.column, 10);
+  EXPECT_EQ(Where(err).substr(0, 5), "3:10:");
 
   // A pipe that goes on and on is read up to the caller's limit.
   const std::string fifo = dir.Path("endless");
@@ -196,7 +182,7 @@ TEST(Files, AFileTheCallerMayNotWriteIsNotReplaced) {
     const auto [rc, failure] = attempt(path);
     EXPECT_EQ(rc, MSGTEXT_E_IO);
     EXPECT_EQ(failure, EACCES);
-    EXPECT_EQ(ReadWhole(path), "M10 {\n}\n");
+    EXPECT_EQ(Content(path), "M10 {\n}\n");
     return;
   }
   const passwd* nobody = getpwnam("nobody");
@@ -216,8 +202,8 @@ TEST(Files, AFileTheCallerMayNotWriteIsNotReplaced) {
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
-  EXPECT_EQ(ReadWhole(path), "M10 {\n}\n");
-  EXPECT_EQ(ReadWhole(shared), "M10 {\n}\n");
+  EXPECT_EQ(Content(path), "M10 {\n}\n");
+  EXPECT_EQ(Content(shared), "M10 {\n}\n");
   struct stat st;
   ASSERT_EQ(stat(shared.c_str(), &st), 0);
   EXPECT_EQ(st.st_uid, 0u);

@@ -46,13 +46,6 @@ class Captured {
   FILE* file_;
 };
 
-void Store(const std::string& path, const std::string& content) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  Check(f != nullptr);
-  Check(content.empty() || std::fwrite(content.data(), 1, content.size(), f) == content.size());
-  Check(std::fclose(f) == 0);
-}
-
 }  // namespace
 
 void RunCatalogue(const uint8_t* data, size_t size) {
@@ -74,14 +67,14 @@ void RunCatalogue(const uint8_t* data, size_t size) {
   std::string content;
   if (file) {
     content = args[2];
-    Store(path, content);
+    Store(path, content.data(), content.size());
     args[2] = path;
   } else if (args.size() > 1 && args[1] == "file") {
     args.resize(2);  // a wrong count of arguments, without a path to read
   } else if (args.size() == 4 && args[1] == "convert") {
     const bool toJson = args[3].size() >= 5 && args[3].compare(args[3].size() - 5, 5, ".json") == 0;
     const std::string in = std::string(ScratchDir()) + (toJson ? "/convert.msg" : "/convert.json");
-    Store(in, args[2]);
+    Store(in, args[2].data(), args[2].size());
     args[2] = in;
     args[3] = "-";
   } else if (args.size() > 1 && args[1] == "convert") {

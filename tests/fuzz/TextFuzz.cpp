@@ -1,12 +1,12 @@
 #include "TextFuzz.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -56,39 +56,19 @@ std::string Written(CMsg* msg) {
 }
 
 std::string Content(const std::string& path) {
-  std::string out;
-  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-    std::fclose(f);
-  }
-  return out;
-}
-
-void Store(const std::string& path, const uint8_t* data, size_t size) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  Check(f != nullptr);
-  Check(size == 0 || std::fwrite(data, 1, size, f) == size);
-  Check(std::fclose(f) == 0);
-}
-
-// The names in a directory, "." and ".." aside.
-int EntriesIn(const char* dir) {
-  DIR* d = opendir(dir);
-  Check(d != nullptr);
-  int n = 0;
-  while (const dirent* e = readdir(d)) {
-    if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) ++n;
-  }
-  closedir(d);
-  return n;
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace
 
 void Check(bool promise) {
   if (!promise) std::abort();
+}
+
+void Store(const std::string& path, const char* data, size_t size) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  Check(static_cast<bool>(out.write(data, static_cast<std::streamsize>(size)).flush()));
 }
 
 const char* ScratchDir() {
@@ -121,7 +101,7 @@ void ReadFile(const uint8_t* data, size_t size) {
   const std::string dir = ScratchDir();
   const std::string in = dir + "/in.msg";
   const std::string out = dir + "/out.msg";
-  Store(in, data, size);
+  Store(in, reinterpret_cast<const char*>(data), size);
   MsgTextError fromFile{}, fromText{};
   MsgPtr msg(MA_ReadMsgFile(in.c_str(), &fromFile));
   // A file is read no further than a NUL byte, which no message file holds.
@@ -145,7 +125,7 @@ void ReadFile(const uint8_t* data, size_t size) {
   MsgTextError err{};
   Check(MA_WriteMsgFile(msg.get(), out.c_str(), &err) == MSGTEXT_OK);
   Check(Content(out) == text);
-  Check(EntriesIn(dir.c_str()) == 2);
+  Check(std::distance(std::filesystem::directory_iterator(dir), {}) == 2);
   MsgPtr back(MA_ReadMsgFile(out.c_str(), &err));
   Check(back != nullptr);
   Check(Written(back.get()) == text);

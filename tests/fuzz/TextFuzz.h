@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace fuzzing {
 
@@ -35,5 +36,8 @@ const char* ScratchDir();
 
 // Aborts unless `promise` holds.
 void Check(bool promise);
+
+// Writes the file at `path` anew with the `size` bytes at `data`.
+void Store(const std::string& path, const char* data, size_t size);
 
 }  // namespace fuzzing

@@ -1,23 +1,15 @@
 #!/usr/bin/env python3
-"""Writes the seed inputs of the fuzzers of outside text (TextFuzz.h):
+"""Writes the seeds of the fuzzers of outside text (TextFuzz.h) that come
+from the schema: the messages of a few classes with every field set, as
+texts (with names and without) in corpus-msgtext and corpus-msgfile, as JSON
+in corpus-msgjson, and two of them as files for the catalogue tool's `file`
+command in corpus-catalogue (a first byte 1, then the file).
 
-    make_text_seeds.py            # into corpus-msgtext, corpus-msgfile, corpus-catalogue here
-
-- corpus-msgtext and corpus-msgfile: message texts of a few classes with
-  every field set (from schema/), in the layouts a person may give them
-  (names left out, CRLF, notes, a byte order mark), and texts that the
-  reader refuses, one for each kind of refusal;
-- corpus-msgjson: the same messages as JSON message files, in the layouts a
-  script may give them (keys in any order, class or number alone, hex texts,
-  a byte order mark), and documents that the reader refuses, one for each
-  kind of refusal;
-- corpus-catalogue: command lines of the tool (a first byte 0, then the
-  arguments separated by NUL bytes) and message files for its `file`
-  command (a first byte 1, then the file).
-
-Inputs that a fuzzer found are added by hand as crash-<what> and are not
-touched here. The seeds stay below 8 KiB, the length the fuzz stage of
-scripts/check.sh gives the fuzzers.
+The other seeds are kept as they are, written by hand: layouts a person or a
+script gives a file (layout-*), one input for each kind of refusal
+(refused-*), the tool's command lines (seed-args-*: a byte 0, then the
+arguments separated by NUL bytes), and what a fuzzer found (crash-*). Every
+seed stays below the 8 KiB that scripts/check.sh gives the fuzzers.
 """
 
 import json
@@ -32,8 +24,6 @@ from schema import load  # noqa: E402
 
 CLASSES = ["M_SysReject", "M_Tiv", "M_Greeks", "M_KytVolSurface", "M_IrTargetSwitching",
            "M_FxFwdStdTgt", "M_SeriesValOut", "M_CrCdsOut"]
-LETTER = {"i": "i", "d": "d", "b": "b", "n": "n", "s": "s", "ia": "i", "da": "d", "m": "m",
-          "ma": "m"}
 MAX_SEED = 8192
 
 
@@ -57,7 +47,7 @@ def block(schema, msg, depth, lines, names=True):
     for index, f in enumerate(msg.fields):
         count = (2 if depth < 2 else 1) if f.is_array else 1
         for k in range(count):
-            head = f"{pad}  T{f.tag} {f.name + ' ' if names else ''}{LETTER[f.kind]} "
+            head = f"{pad}  T{f.tag} {f.name + ' ' if names else ''}{f.kind[0]} "
             if f.sub:
                 sub = schema.message(f.sub)
                 lines.append(f"{head}M{sub.number} {sub.name} {{")
@@ -74,28 +64,6 @@ def text_of(schema, name, names=True):
     lines.append("}")
     return "\n".join(lines) + "\n"
 
-
-HAND = {
-    "layout-bom-crlf-notes": "\ufeff# a reply kept for a test\r\nM10 {\r\n\r\n\tT6  i\t-7   \r\n"
-                             "  # inside\r\n  T7 s \"\\x41\\x7F\"\r\n}",
-    "layout-unset": "M2161 M_Greeks {\n  T615 dTheta d -\n  T616 dRho d -\n  T2668 m M1925 {\n"
-                    "  }\n}\n",
-    "refused-class": "M9 {\n}\n",
-    "refused-tag": "M10 {\n  T612 d 1\n}\n",
-    "refused-letter": "M10 {\n  T6 d 1.5\n}\n",
-    "refused-name": "M10 {\n  T6 iSysRefMsgNo i 1\n}\n",
-    "refused-second": "M10 {\n  T6 i 1\n  T6 i 2\n}\n",
-    "refused-held": "M2161 {\n  T2668 m M2143 {\n  }\n}\n",
-    "refused-open": "M2161 {\n  T2668 m M1925 {\n",
-    "refused-range": "M10 {\n  T6 i 2147483648\n}\n",
-    "refused-double": "M2161 {\n  T615 d 1e-400\n}\n",
-    "refused-date": "M2143 {\n  T198 n \"202401011\"\n}\n",
-    "date-not-in-calendar": "M2143 {\n  T198 n \"20260231\"\n}\n",
-    "refused-escape": "M10 {\n  T7 s \"a\\x4\"\n}\n",
-    "refused-nul": "M10 {\n  T7 s \"a\\x00\"\n}\n",
-    "refused-quote": "M10 {\n  T7 s \"ab\\\n}\n",
-    "refused-after": "M10 {\n}\nM10 {\n}\n",
-}
 
 def json_value(f, index, k):
     base = f.kind[0]
@@ -125,35 +93,6 @@ def json_of(schema, name, depth=0):
     return out
 
 
-HAND_JSON = {
-    "layout-any-order": '{"dTheta": -0e0, "number": 2161, "daDelta": [1, -2, 1E2], '
-                        '"maRhoValue": [{"iRateCrvId": 7}, {}]}',
-    "layout-bom-class-only": '\ufeff{"class": "M_Tiv", "nDate": null, "sMatur": "1Y"}',
-    "layout-hex": '{"class": "M_Tiv", "nDate": {"hex": "3230323630323331"}, '
-                  '"sMatur": {"hex": "C3A9fF"}}',
-    "date-not-in-calendar": '{"class": "M_Tiv", "nDate": "20260231"}',
-    "refused-range": '{"number": 10, "iSysCode": 18446744073709551616}',
-    "refused-long-value": '{"number": 2161, "dTheta": "' + "1e" + "0" * 300 + 'x"}',
-    "refused-nul": '{"class": "M_Tiv", "sMatur": "a\\u0000b"}',
-    "refused-twice": '{"class": "M_Tiv", "sMatur": "1Y", "sMatur": "2Y"}',
-    "refused-no-class": '{"sMatur": "1Y"}',
-    "refused-held": '{"number": 2161, "maRhoValue": [{}, {"number": 2143}]}',
-    "refused-deep": "[" * 200,
-    "refused-syntax": '{"class": "M_Tiv",\n "nDate": tru}',
-}
-
-COMMANDS = [
-    ["list", "Note"], ["list"], ["find", "dStrike"], ["find", "4535"], ["find", "zzzz"],
-    ["show", "M_IrNoteFlterHwMc", "--depth", "2"], ["show", "hbnotedualmultirngaccr"],
-    ["show", "M_InstInfo", "--depth", "0"], ["show", "99999"], ["holders", "M_Tiv"],
-    ["holders", "dStrike"], ["holders", "dStrik"], ["dump", "3721"], ["dump", "InstInf"],
-    ["shwo", "M_InstInfo"], ["help"], [], ["show"], ["file", "M10 {\n  T6 i 3\n}\n"],
-    ["file", "M10 {\n  T6 i 3\n  T7 i 4\n}\n"], ["show", "M_Inst\x1b[2JInfo"],
-    ["find", "--role=request", "fx", "barrier"], ["show", "dStrike"], ["search", "cds"],
-    ["find", *["w%d" % i for i in range(300)]],
-]
-
-
 def write(directory, name, data):
     assert len(data) <= MAX_SEED, (name, len(data))
     os.makedirs(directory, exist_ok=True)
@@ -163,24 +102,18 @@ def write(directory, name, data):
 
 def main():
     schema = load(os.path.join(ROOT, "schema"))
-    texts = {}
-    for name in CLASSES:
-        texts[f"class-{name}"] = text_of(schema, name)
-    texts["class-M_Tiv-no-names"] = text_of(schema, "M_Tiv", names=False)
-    texts["class-M_Greeks-no-names"] = text_of(schema, "M_Greeks", names=False)
-    texts.update(HAND)
+    texts = {f"class-{name}": text_of(schema, name) for name in CLASSES}
+    for name in ("M_Tiv", "M_Greeks"):
+        texts[f"class-{name}-no-names"] = text_of(schema, name, names=False)
     for directory in ("corpus-msgtext", "corpus-msgfile"):
         for name, text in texts.items():
             write(os.path.join(HERE, directory), f"seed-{name}", text.encode())
-    documents = {f"class-{name}": json.dumps(json_of(schema, name), indent=2) for name in CLASSES}
-    documents.update(HAND_JSON)
-    for name, text in documents.items():
-        write(os.path.join(HERE, "corpus-msgjson"), f"seed-{name}", text.encode())
-    catalogue = os.path.join(HERE, "corpus-catalogue")
-    for i, args in enumerate(COMMANDS):
-        write(catalogue, f"seed-args-{i:02d}", b"\0" + "\0".join(args).encode())
-    for name in ("class-M_SysReject", "class-M_Greeks", "layout-bom-crlf-notes", "refused-held"):
-        write(catalogue, f"seed-file-{name}", b"\1" + texts[name].encode())
+    for name in CLASSES:
+        document = json.dumps(json_of(schema, name), indent=2)
+        write(os.path.join(HERE, "corpus-msgjson"), f"seed-class-{name}", document.encode())
+    for name in ("class-M_SysReject", "class-M_Greeks"):
+        data = b"\1" + texts[name].encode()
+        write(os.path.join(HERE, "corpus-catalogue"), f"seed-file-{name}", data)
 
 
 if __name__ == "__main__":
