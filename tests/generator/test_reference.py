@@ -1,8 +1,8 @@
 """Checks the reference pages of a build: every link lands on an entry that
 exists, every class has exactly one entry, the index lists every class once
-in alphabetical order, and the pages load nothing from elsewhere. Checks also
-the pages of a small schema made here: the order of the index, and the roles
-and descriptions of classes and fields where the schema has them and where it
+in alphabetical order, requests link their likely reply, and the pages load
+nothing from elsewhere. Checks also the pages of a small schema made here:
+roles and descriptions of classes and fields where it has them and where it
 has not.
 
     test_reference.py DIR    (the build's reference/ directory)
@@ -22,78 +22,6 @@ from schema import Field, Loc, Message, Schema, load  # noqa: E402
 PAGES = None
 
 
-class Page(HTMLParser):
-    def __init__(self, text):
-        super().__init__()
-        self.ids, self.hrefs, self.sources = [], [], []
-        self.feed(text)
-
-    def handle_starttag(self, tag, attrs):
-        attrs = dict(attrs)
-        if "id" in attrs:
-            self.ids.append(attrs["id"])
-        if "href" in attrs:
-            self.hrefs.append(attrs["href"])
-        if "src" in attrs or (tag == "link" and "href" in attrs):
-            self.sources.append(tag)
-
-
-class ReferencePages(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.pages = {}
-        for name in sorted(os.listdir(PAGES)):
-            if name.endswith(".html"):
-                with open(os.path.join(PAGES, name), encoding="utf-8") as fh:
-                    cls.pages[name] = Page(fh.read())
-
-    def test_every_link_lands_on_an_entry(self):
-        self.assertIn("index.html", self.pages)
-        checked = 0
-        for name, page in self.pages.items():
-            self.assertEqual(len(page.ids), len(set(page.ids)), f"{name}: an id twice")
-            self.assertEqual(page.sources, [], f"{name} loads something")
-            for href in page.hrefs:
-                with self.subTest(page=name, href=href):
-                    target, _, anchor = href.partition("#")
-                    # No other site, no missing page, no missing entry.
-                    self.assertTrue(target in self.pages, f"{name}: {href}: no such page")
-                    if anchor:
-                        self.assertTrue(anchor in self.pages[target].ids,
-                                        f"{name}: {href}: no such entry")
-                        checked += 1
-        self.assertGreater(checked, 0)
-
-    def test_index_lists_every_class_once_in_alphabetical_order(self):
-        schema = load(os.path.join(ROOT, "schema"))
-        listed = [h.partition("#")[2] for h in self.pages["index.html"].hrefs if "#" in h]
-        self.assertEqual(sorted(listed), sorted(m.name for m in schema.messages))
-        self.assertEqual(listed, sorted(listed, key=lambda n: (n.lower(), n)))
-
-    def test_requests_link_their_likely_reply(self):
-        schema = load(os.path.join(ROOT, "schema"))
-        found = {}
-        for family in schema.families:
-            with open(os.path.join(PAGES, family + ".html"), encoding="utf-8") as fh:
-                tree = Tree(fh.read()).root
-            for section in tree.all("section"):
-                for p in section.cls("reply"):
-                    found[section.attrs["id"]] = [a.attrs["href"] for a in p.all("a")]
-        expected = {m.name: [f"{schema.message(m.reply).family}.html#{m.reply}"]
-                    for m in schema.messages if m.reply}
-        self.assertEqual(found, expected)
-        self.assertEqual(len(found), 523)
-
-    def test_each_class_has_one_entry_on_its_family_page(self):
-        schema = load(os.path.join(ROOT, "schema"))
-        self.assertEqual(set(self.pages), {"index.html"} | {f + ".html" for f in schema.families})
-        entries = [i for name, p in self.pages.items() if name != "index.html" for i in p.ids
-                   if i.startswith("M_")]
-        self.assertEqual(sorted(entries), sorted(m.name for m in schema.messages))
-        for msg in schema.messages:
-            self.assertIn(msg.name, self.pages[msg.family + ".html"].ids)
-
-
 class Node:
     def __init__(self, tag, attrs, parent):
         self.tag, self.attrs, self.parent = tag, dict(attrs), parent
@@ -102,20 +30,22 @@ class Node:
     def text(self):
         return "".join(c if isinstance(c, str) else c.text() for c in self.children)
 
-    def all(self, tag):
+    def all(self, tag=None):
         for c in self.children:
             if isinstance(c, Node):
-                if c.tag == tag:
+                if tag in (None, c.tag):
                     yield c
                 yield from c.all(tag)
 
     def cls(self, name):
-        return [n for t in ("span", "p", "td") for n in self.all(t)
-                if name in n.attrs.get("class", "").split()]
+        return [n for n in self.all() if name in n.attrs.get("class", "").split()]
+
+    def cells(self):
+        return [c.text() for c in self.children if isinstance(c, Node)]
 
 
 class Tree(HTMLParser):
-    """The page as a tree of elements, enough to look into tables and sections."""
+    """A page as a tree of elements."""
 
     VOID = {"meta", "input", "br", "wbr", "link", "img"}
 
@@ -141,101 +71,130 @@ class Tree(HTMLParser):
         self.at.children.append(data)
 
 
-def small_schema():
+class ReferencePages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.schema = load(os.path.join(ROOT, "schema"))
+        cls.pages = {}
+        for name in sorted(os.listdir(PAGES)):
+            if name.endswith(".html"):
+                with open(os.path.join(PAGES, name), encoding="utf-8") as fh:
+                    cls.pages[name] = list(Tree(fh.read()).root.all())
+
+    def test_every_link_lands_on_an_entry_and_nothing_is_loaded(self):
+        ids = {name: [n.attrs["id"] for n in nodes if "id" in n.attrs]
+               for name, nodes in self.pages.items()}
+        for name, nodes in self.pages.items():
+            self.assertEqual(len(ids[name]), len(set(ids[name])), f"{name}: an id twice")
+            self.assertEqual([n.tag for n in nodes if "src" in n.attrs or n.tag == "link"], [],
+                             f"{name} loads something")
+            for href in (n.attrs["href"] for n in nodes if "href" in n.attrs):
+                target, _, anchor = href.partition("#")
+                self.assertIn(target, self.pages, f"{name}: {href}: no such page")
+                if anchor:
+                    self.assertIn(anchor, ids[target], f"{name}: {href}: no such entry")
+
+    def test_each_class_has_one_entry_and_one_row_of_the_index_in_order(self):
+        self.assertEqual(set(self.pages),
+                         {"index.html"} | {f + ".html" for f in self.schema.families})
+        entries = sorted((name, n.attrs["id"]) for name, nodes in self.pages.items()
+                         for n in nodes if n.tag == "section")
+        self.assertEqual(entries, sorted((m.family + ".html", m.name)
+                                         for m in self.schema.messages))
+        listed = [n.attrs["href"].partition("#")[2] for n in self.pages["index.html"]
+                  if n.tag == "a" and "#" in n.attrs.get("href", "")]
+        self.assertEqual(sorted(listed), sorted(m.name for m in self.schema.messages))
+        self.assertEqual(listed, sorted(listed, key=lambda n: (n.lower(), n)))
+
+    def test_requests_link_their_likely_reply(self):
+        found = {}
+        for name, nodes in self.pages.items():
+            for section in (n for n in nodes if n.tag == "section"):
+                for p in section.cls("reply"):
+                    found[section.attrs["id"]] = [a.attrs["href"] for a in p.all("a")]
+        self.assertEqual(found, {m.name: [f"{self.schema.message(m.reply).family}.html#{m.reply}"]
+                                 for m in self.schema.messages if m.reply})
+
+
+class SmallSchema(unittest.TestCase):
     """Two families; the catalogue order differs from the alphabetical one,
     and two names sort differently with and without case. Some classes and
     fields have roles and descriptions, some have none. The request has its
     likely reply on the other page."""
-    loc = Loc("x.txt", 1)
-    f_leg = Field("mCreditCf", 100, "m", "M_CreditCf", "M_CreditCf", loc)
-    f_legs = Field("maCrSglCds", 110, "ma", "M_CrSglCds_Array", "M_CrSglCds", loc)
-    f_right = Field("sOptRight", 120, "s", "CString", None, loc, role="right: call <or> put")
-    f_strike = Field("dStrike", 130, "d", "CDbl", None, loc)
-    messages = [
-        Message(20, "M_Zeta", "alpha", [f_leg, f_legs, f_right, f_strike], loc,
-                "request", 'a deal of "both" legs & <b>more</b>', reply="M_ZetaOut"),
-        Message(21, "M_CrSglCds", "alpha", [f_strike], loc, "block", "one leg"),
-        Message(10, "M_CreditCf", "beta", [], loc),
-        Message(11, "M_apple", "beta", [f_right], loc, "terms", None),
-        Message(12, "M_ZetaOut", "beta", [f_strike], loc, "reply", "what a deal is worth"),
-    ]
-    return Schema({f.name: f for f in (f_leg, f_legs, f_right, f_strike)}, messages,
-                  ["alpha", "beta"])
 
-
-class SmallSchema(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.schema = small_schema()
-        held = emit_reference.holders(cls.schema)
-        cls.sources = {"index": emit_reference.index_source(cls.schema, held)}
-        for family in cls.schema.families:
-            cls.sources[family] = emit_reference.family_source(cls.schema, family, held)
-        cls.trees = {name: Tree(text).root for name, text in cls.sources.items()}
+        loc = Loc("x.txt", 1)
+        f_leg = Field("mCreditCf", 100, "m", "M_CreditCf", "M_CreditCf", loc)
+        f_legs = Field("maCrSglCds", 110, "ma", "M_CrSglCds_Array", "M_CrSglCds", loc)
+        f_right = Field("sOptRight", 120, "s", "CString", None, loc, role="right: call <or> put")
+        f_strike = Field("dStrike", 130, "d", "CDbl", None, loc)
+        schema = Schema({f.name: f for f in (f_leg, f_legs, f_right, f_strike)}, [
+            Message(20, "M_Zeta", "alpha", [f_leg, f_legs, f_right, f_strike], loc,
+                    "request", 'a deal of "both" legs & <b>more</b>', reply="M_ZetaOut"),
+            Message(21, "M_CrSglCds", "alpha", [f_strike], loc, "block", "one leg"),
+            Message(10, "M_CreditCf", "beta", [], loc),
+            Message(11, "M_apple", "beta", [f_right], loc, "terms", None),
+            Message(12, "M_ZetaOut", "beta", [f_strike], loc, "reply", "what a deal is worth"),
+        ], ["alpha", "beta"])
+        held = emit_reference.holders(schema)
+        cls.sources = {"index": emit_reference.index_source(schema, held)}
+        for family in schema.families:
+            cls.sources[family] = emit_reference.family_source(schema, family, held)
+        trees = [Tree(text).root for text in cls.sources.values()]
+        cls.index = trees[0]
+        cls.sections = {s.attrs["id"]: s for tree in trees for s in tree.all("section")}
 
     def test_index_is_alphabetical_with_family_role_and_description(self):
-        rows = [r for r in self.trees["index"].all("tr") if "data-find" in r.attrs]
-        cells = [[td.text() for td in r.all("td")] for r in rows]
-        self.assertEqual([c[0] for c in cells],
-                         ["M_apple", "M_CreditCf", "M_CrSglCds", "M_Zeta", "M_ZetaOut"])
-        self.assertEqual([c[1:4] for c in cells], [
-            ["beta", "terms", ""],
-            ["beta", "", ""],  # neither role nor description yet
-            ["alpha", "block", "one leg"],
-            ["alpha", "request", 'a deal of "both" legs & <b>more</b>'],  # as text, not markup
-            ["beta", "reply", "what a deal is worth"],
+        rows = [r for r in self.index.all("tr") if "data-find" in r.attrs]
+        self.assertEqual([r.cells()[:4] for r in rows], [
+            ["M_apple", "beta", "terms", ""],
+            ["M_CreditCf", "beta", "", ""],  # neither role nor description yet
+            ["M_CrSglCds", "alpha", "block", "one leg"],
+            ["M_Zeta", "alpha", "request", 'a deal of "both" legs & <b>more</b>'],  # text
+            ["M_ZetaOut", "beta", "reply", "what a deal is worth"],
         ])
-        # Each name links to its entry on its family's page.
-        links = [a.attrs["href"] for r in rows for a in r.all("a")]
-        self.assertEqual(links, ["beta.html#M_apple", "beta.html#M_CreditCf",
-                                 "alpha.html#M_CrSglCds", "alpha.html#M_Zeta",
-                                 "beta.html#M_ZetaOut"])
+        self.assertEqual([a.attrs["href"] for r in rows for a in r.all("a")],
+                         ["beta.html#M_apple", "beta.html#M_CreditCf", "alpha.html#M_CrSglCds",
+                          "alpha.html#M_Zeta", "beta.html#M_ZetaOut"])
         # The filter finds a class by its role, its description and its family.
-        find = {r.attrs["data-find"] for r in rows}
-        self.assertTrue(any("request" in t and "both" in t and "alpha" in t for t in find))
+        self.assertEqual(rows[3].attrs["data-find"].split()[:4], ["m_zeta", "20", "request", "a"])
+        self.assertIn("alpha", rows[3].attrs["data-find"].split())
 
     def test_entries_show_roles_and_descriptions(self):
-        sections = {s.attrs["id"]: s for tree in self.trees.values() for s in tree.all("section")}
-        self.assertEqual(set(sections), {m.name for m in self.schema.messages})
-
-        zeta = sections["M_Zeta"]
+        zeta = self.sections["M_Zeta"]
         self.assertEqual([r.text() for r in next(zeta.all("h2")).cls("role")], ["request"])
         self.assertEqual([p.text() for p in zeta.cls("desc")],
                          ['a deal of "both" legs & <b>more</b>'])
-        self.assertIn("request", zeta.attrs["data-find"])
-        # A column of field roles, filled where the field has one.
-        rows = [[c.text() for c in tr.children if isinstance(c, Node)] for tr in zeta.all("tr")]
-        self.assertEqual(rows[0], ["Tag", "Field", "Kind", "Type", "Role"])
-        self.assertEqual([r[4] for r in rows[1:]], ["", "", "right: call <or> put", ""])
-        self.assertEqual(rows[2][3], "M_CrSglCds_Array")
-
+        # A column of field roles, filled where the field has one; names
+        # break only where a word starts, and read as the name.
+        rows = [tr.cells() for tr in zeta.all("tr")]
+        self.assertEqual(rows, [["Tag", "Field", "Kind", "Type", "Role"],
+                                ["100", "mCreditCf", "message", "M_CreditCf", ""],
+                                ["110", "maCrSglCds", "repeated message", "M_CrSglCds_Array", ""],
+                                ["120", "sOptRight", "string", "CString", "right: call <or> put"],
+                                ["130", "dStrike", "double", "CDbl", ""]])
+        self.assertIn("<td>maCr<wbr>Sgl<wbr>Cds</td>", self.sources["alpha"])
         # No field with a role: no column for them.
-        cds = sections["M_CrSglCds"]
-        self.assertEqual([c.text() for c in next(cds.all("tr")).children if isinstance(c, Node)],
+        self.assertEqual(next(self.sections["M_CrSglCds"].all("tr")).cells(),
                          ["Tag", "Field", "Kind", "Type"])
         # A role and no description, and neither.
-        apple = sections["M_apple"]
-        self.assertEqual([r.text() for r in apple.cls("role")], ["terms"])
-        self.assertEqual(apple.cls("desc"), [])
-        credit = sections["M_CreditCf"]
+        apple, credit = self.sections["M_apple"], self.sections["M_CreditCf"]
+        self.assertEqual(([r.text() for r in apple.cls("role")], apple.cls("desc")),
+                         (["terms"], []))
         self.assertEqual(credit.cls("role") + credit.cls("desc"), [])
         self.assertEqual(credit.attrs["data-find"], "m_creditcf 10")
+        for name, text in self.sources.items():
+            self.assertNotIn("None", text, name)
 
-        # The likely reply of the request, on the other page, marked as by
-        # name and found by the filter; no other entry has one.
-        replies = {name: s.cls("reply") for name, s in sections.items()}
+    def test_only_the_request_links_its_likely_reply_on_the_other_page(self):
+        replies = {name: s.cls("reply") for name, s in self.sections.items()}
         self.assertEqual([n for n, r in replies.items() if r], ["M_Zeta"])
         reply = replies["M_Zeta"][0]
         self.assertEqual(" ".join(reply.text().split()), "Likely reply (by name): M_ZetaOut12")
         self.assertEqual([a.attrs["href"] for a in reply.all("a")], ["beta.html#M_ZetaOut"])
         self.assertIn("the service decides", reply.attrs["title"])
-        self.assertIn("m_zetaout", zeta.attrs["data-find"].split())
-        # Names break only where a word starts; the text stays the name.
-        self.assertEqual([r[1] for r in rows[1:]], ["mCreditCf", "maCrSglCds", "sOptRight",
-                                                   "dStrike"])
-        self.assertIn("<td>maCr<wbr>Sgl<wbr>Cds</td>", self.sources["alpha"])
-        for name, text in self.sources.items():
-            self.assertNotIn("None", text, name)
+        self.assertIn("m_zetaout", self.sections["M_Zeta"].attrs["data-find"].split())
 
 
 if __name__ == "__main__":

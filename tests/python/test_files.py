@@ -21,19 +21,16 @@ def sample():
 def test_messages_and_files_in_both_forms(tmp_path):
     obj = sample()
     msg = obj.to_msg()
-    assert (msg.number, msg.class_name) == (1264, "M_KytVolSurface")
     assert repr(msg) == "<pricemsg.Msg 1264 M_KytVolSurface>"
-    assert pricemsg.from_msg(msg) == obj and msg.to_object() == obj
-    assert msg.to_json() == obj.to_json() and msg.to_text() == obj.to_text()
+    assert pricemsg.from_msg(msg) == msg.to_object() == obj
+    assert (msg.to_json(), msg.to_text()) == (obj.to_json(), obj.to_text())
     assert pricemsg.Msg.from_text(obj.to_text()).to_object() == obj
     assert pricemsg.Msg.from_json(obj.to_json().encode()).to_object() == obj
-
     for name in ("surface.msg", "surface.json"):
         path = tmp_path / name
         obj.write_file(path)
-        assert path.read_text().startswith("{" if name.endswith(".json") else "M1264 ")
-        assert pricemsg.read_file(path) == obj
-        assert pricemsg.M_KytVolSurface.read_file(str(path)) == obj
+        assert path.read_text()[0] == ("{" if name.endswith(".json") else "M")
+        assert pricemsg.read_file(path) == pricemsg.M_KytVolSurface.read_file(str(path)) == obj
         assert pricemsg.Msg.read_file(path).to_object() == obj
         msg.write_file(tmp_path / ("again-" + name))
         assert (tmp_path / ("again-" + name)).read_bytes() == path.read_bytes()
@@ -44,23 +41,21 @@ def test_messages_and_files_in_both_forms(tmp_path):
 def test_json_is_what_the_json_library_writes(tmp_path):
     for obj in (sample(), pricemsg.M_IrNoteFlterHwMc.template(), pricemsg.M_Tiv(sMatur=b"\xfe")):
         obj.write_file(tmp_path / "in.msg")
-        subprocess.run([CATALOGUE, "convert", str(tmp_path / "in.msg"), str(tmp_path / "out.json")],
+        subprocess.run([CATALOGUE, "convert", tmp_path / "in.msg", tmp_path / "out.json"],
                        check=True)
         assert obj.to_json().encode("utf-8") == (tmp_path / "out.json").read_bytes()
 
 
 def test_dump_template_and_loading_what_a_message_lacks():
-    obj = sample()
-    dump = obj.dump()
+    dump = sample().dump()
     assert "iVolCrvId" in dump and "20261123" in dump
-    assert pricemsg.M_Tiv().dump() != pricemsg.M_Tiv(sMatur="3M").dump()
-    t = pricemsg.M_Tiv.template()
-    assert t.to_dict() == {"nDate": datetime.date(2000, 1, 1), "sDateType": "", "sMatur": ""}
+    assert pricemsg.M_Tiv.template().to_dict() == {"nDate": datetime.date(2000, 1, 1),
+                                                   "sDateType": "", "sMatur": ""}
     # load makes the object what the message holds, also where it was set
-    # before and the message has nothing.
+    # before and the message has nothing, and a block loads in place.
     filled = pricemsg.M_KytVolSurface(iVolCrvId=1, maKytVolSfcElmt=[{}, {}, {}])
     filled.load(pricemsg.M_KytVolSurface().to_msg())
     assert filled == pricemsg.M_KytVolSurface()
-    element = obj.maKytVolSfcElmt[0]
-    element.load(pricemsg.M_KytVolSurfaceElmt(dVol=0.5).to_msg())
+    obj = sample()
+    obj.maKytVolSfcElmt[0].load(pricemsg.M_KytVolSurfaceElmt(dVol=0.5).to_msg())
     assert obj.maKytVolSfcElmt[0].dVol == 0.5 and obj.iVolCrvId == 7

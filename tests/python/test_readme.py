@@ -6,13 +6,15 @@ import subprocess
 import sys
 
 import pricemsg
-from conftest import SOURCE_DIR
+
+SOURCE_DIR = os.environ.get("PRICEMSG_SOURCE_DIR") or os.path.dirname(
+    os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 
 def test_readme_python_example(tmp_path):
-    readme = open(os.path.join(SOURCE_DIR, "README.md")).read()
-    blocks = re.findall(r"^<!-- ci: python example -->\n```python\n(.*?)^```$", readme,
-                        re.M | re.S)
+    with open(os.path.join(SOURCE_DIR, "README.md")) as fh:
+        blocks = re.findall(r"^<!-- ci: python example -->\n```python\n(.*?)^```$", fh.read(),
+                            re.M | re.S)
     assert len(blocks) == 1
     # The package this suite tests, wherever the example runs.
     env = dict(os.environ, PYTHONPATH=os.path.dirname(os.path.dirname(pricemsg.__file__)))
