@@ -29,21 +29,14 @@ constexpr bool kReadsOfSubMessagesAllocate = true;
 #endif
 
 // Runs `f` in a thread of its own, so that it starts with no spare message
-// blocks and each run allocates the same way.
+// blocks and each run allocates the same way; true if the run freed all it
+// allocated.
 template <class F>
-void InFreshThread(F f) {
+bool FreesAll(F f) {
+  const long live = FailingAlloc::Live();
   std::thread(f).join();
+  return FailingAlloc::Live() == live;
 }
-
-// Checks that a run freed all it allocated.
-class NoLeak {
- public:
-  NoLeak() : before_(FailingAlloc::Live()) {}
-  bool Holds() const { return FailingAlloc::Live() == before_; }
-
- private:
-  long before_;
-};
 
 // An M_EqCmb with eight legs, each filled.
 MsgPtr EightLegs() {
@@ -70,8 +63,7 @@ void SweepMessage(CMsg& sample) {
     bool fired = false, ok = false;
     std::string err;
     err.reserve(200);
-    NoLeak leak;
-    InFreshThread([&] {
+    const bool freed = FreesAll([&] {
       T obj;
       obj.Load(&sample);
       FailingAlloc::FailAt(n);
@@ -83,7 +75,7 @@ void SweepMessage(CMsg& sample) {
                : fired && (err == "Out of memory" || std::regex_match(err, setText));
     });
     EXPECT_TRUE(ok) << "ToMsg, allocation " << n << ": " << err;
-    EXPECT_TRUE(leak.Holds()) << "ToMsg, allocation " << n;
+    EXPECT_TRUE(freed) << "ToMsg, allocation " << n << ": a leak";
   });
   EXPECT_GT(points, 20) << "ToMsg: a large request allocates more than this";
 
@@ -91,9 +83,8 @@ void SweepMessage(CMsg& sample) {
     int rc = 0;
     std::string err;
     err.reserve(200);
-    NoLeak leak;
     bool again = false;
-    InFreshThread([&] {
+    const bool freed = FreesAll([&] {
       T obj;
       FailingAlloc::FailAt(n);
       rc = obj.Load(&sample);
@@ -117,16 +108,15 @@ void SweepMessage(CMsg& sample) {
     } else {
       EXPECT_EQ(rc, 0);
     }
-    EXPECT_TRUE(leak.Holds()) << "Load, allocation " << n;
+    EXPECT_TRUE(freed) << "Load, allocation " << n << ": a leak";
   });
   EXPECT_GT(points, 20) << "Load: a large request allocates more than this";
 
   // Copy tells nothing: an array that cannot grow keeps its text, and a
   // value that cannot be copied throws std::bad_alloc.
   points = ForEachAllocationFailure([&](long n) {
-    NoLeak leak;
     bool same = false, sound = false, again = false;
-    InFreshThread([&] {
+    const bool freed = FreesAll([&] {
       T src;
       src.Load(&sample);
       T dst;
@@ -152,7 +142,7 @@ void SweepMessage(CMsg& sample) {
     }
     EXPECT_TRUE(sound) << "Copy of a failed Copy, allocation " << n;
     EXPECT_TRUE(again) << "Copy after a failed Copy, allocation " << n;
-    EXPECT_TRUE(leak.Holds()) << "Copy, allocation " << n;
+    EXPECT_TRUE(freed) << "Copy, allocation " << n << ": a leak";
   });
   EXPECT_GT(points, 20) << "Copy: a large request allocates more than this";
 }

@@ -154,6 +154,7 @@ TEST(ArrayPattern, OutOfMemoryLeavesOnlyWhatExists) {
   EXPECT_EQ(surface.maKytVolSfcElmt.SetSize(1 << 30), -11);
   FailingAlloc::Off();
   EXPECT_EQ(surface.ToMsg(), nullptr);
+  EXPECT_EQ(surface.errcode, -11);
   EXPECT_EQ(Str(surface.errtext), "M_KytVolSurface:SET_SUB_ARR(M1264.T1456) fail");
   EXPECT_EQ(DumpOf(surface), DumpOf(M_KytVolSurface()));
 

@@ -21,6 +21,7 @@
 #include "shared/M_SysReject.h"
 #include "shared/M_Tiv.h"
 #include "shared/M_TivValue.h"
+#include "shared/M_TreeParam.h"
 #include "shared/M_UnderData.h"
 #include "shared/M_ValOut.h"
 
@@ -138,17 +139,18 @@ TEST(MessagePattern, DumpsLinesLongerThanUsual) {
 }
 
 TEST(MessagePattern, LoadRefusesAnotherNumberOrNoneAndTouchesNothing) {
-  M_SysReject reject;
-  reject.iSysCode = Int(5);
-  EXPECT_EQ(reject.Load(BuildSample(1239, true).get()), -28);
-  EXPECT_EQ(Str(reject.errtext), "invalid input message of service(1239,10)");
-  EXPECT_EQ(reject.iSysCode.value, 5);
+  // M_FdmParam has the fields of M_TreeParam: a message of the one is still
+  // refused by the other, before anything is read.
+  M_TreeParam tree;
+  const std::string fresh = DumpOf(tree);
+  EXPECT_EQ(tree.Load(BuildSample(3394, true).get()), -28);
+  EXPECT_EQ(Str(tree.errtext), "invalid input message of service(3394,3393)");
+  EXPECT_EQ(DumpOf(tree), fresh);
 
   // No message at all: -12, and nothing touched, the text included.
-  const std::string before = DumpOf(reject);
-  EXPECT_EQ(reject.Load(nullptr), -12);
-  EXPECT_EQ(DumpOf(reject), before);
-  EXPECT_EQ(Str(reject.errtext), "invalid input message of service(1239,10)");
+  EXPECT_EQ(tree.Load(nullptr), -12);
+  EXPECT_EQ(DumpOf(tree), fresh);
+  EXPECT_EQ(Str(tree.errtext), "invalid input message of service(3394,3393)");
 }
 
 TEST_F(Faults, ValueAndSubMessageFieldsHaveDifferentThresholds) {

@@ -165,14 +165,13 @@ TEST(Reflect, APathReachesTheMemberItself) {
   ASSERT_EQ(pricemsg::Find(constant, "maKytVolSfcElmt", &cref), 0);
   EXPECT_EQ(std::get<const CMsgBase_Array*>(cref.member), &surface.maKytVolSfcElmt);
 
-  // Set goes to the member, and through the runtime where it must.
-  ASSERT_EQ(pricemsg::Set(surface, "iVolCrvId", 7), 0);
-  EXPECT_TRUE(surface.iVolCrvId.isSet && surface.iVolCrvId.value == 7);
-  ASSERT_EQ(pricemsg::Set(surface, "maKytVolSfcElmt[1].dVol", 1), 0);  // an int for a double
+  // An int sets a double; no value unsets: the flag goes, and a string
+  // empties.
+  ASSERT_EQ(pricemsg::Set(surface, "maKytVolSfcElmt[1].dVol", 1), 0);
   EXPECT_TRUE(surface.maKytVolSfcElmt[1].dVol.isSet);
   EXPECT_EQ(surface.maKytVolSfcElmt[1].dVol.value, 1.0);
+  ASSERT_EQ(pricemsg::Set(surface, "iVolCrvId", 7), 0);
   ASSERT_EQ(pricemsg::Set(surface, "maKytVolSfcElmt[1].mTivMatur.sMatur", "1Y"), 0);
-  // Unset: the flag goes, and a string empties.
   ASSERT_EQ(pricemsg::Set(surface, "iVolCrvId", std::monostate()), 0);
   EXPECT_FALSE(surface.iVolCrvId.isSet);
   ASSERT_EQ(pricemsg::Set(surface, "maKytVolSfcElmt[1].mTivMatur.sMatur", {}), 0);
