@@ -88,8 +88,6 @@ void ClearFaults() {
   g_armed.store(0, std::memory_order_relaxed);
 }
 
-int PendingFaults() { return g_armed.load(std::memory_order_relaxed); }
-
 SetRecorder::SetRecorder() {
   std::lock_guard<std::mutex> lock(Lock());
   Recorded().clear();
@@ -105,14 +103,6 @@ SetRecorder::~SetRecorder() {
 std::vector<SetCall> SetRecorder::Calls() const {
   std::lock_guard<std::mutex> lock(Lock());
   return Recorded();
-}
-
-std::vector<int> SetRecorder::TagsOf(const CMsg* msg) const {
-  std::vector<int> tags;
-  for (const SetCall& c : Calls()) {
-    if (c.msg == msg) tags.push_back(c.tag);
-  }
-  return tags;
 }
 
 }  // namespace testing_support

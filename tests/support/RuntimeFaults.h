@@ -26,8 +26,6 @@ enum class FaultOp { kSet, kGet };
 bool ArmFault(FaultOp op, int tag, int code, int skip = 0);
 // Disarms every fault.
 void ClearFaults();
-// The faults armed and not yet spent.
-int PendingFaults();
 
 // One SetValue call: the message it was made on and its tag.
 struct SetCall {
@@ -45,8 +43,6 @@ class SetRecorder {
 
   // Every call so far, in order.
   std::vector<SetCall> Calls() const;
-  // The tags of the calls made on `msg`, in order.
-  std::vector<int> TagsOf(const CMsg* msg) const;
 };
 
 }  // namespace testing_support

@@ -27,38 +27,6 @@ V SetTo(T v) {
   return out;
 }
 
-// The first field of a kind, and a class that holds it: a message of that
-// class takes values under its tag on any runtime.
-const schema::FieldInfo& FirstOfKind(schema::Kind kind, int* msgnum) {
-  for (const schema::ClassInfo& info : schema::Classes()) {
-    for (int i = 0; i < info.memberCount; ++i) {
-      const schema::FieldInfo& f = schema::MemberOf(info, i);
-      if (f.kind == kind) {
-        *msgnum = info.number;
-        return f;
-      }
-    }
-  }
-  std::abort();
-}
-
-// Runtimes need not give value arrays a copy constructor: they are filled
-// in place.
-template <class A, class T>
-void FillArray(A& out, schema::Kind kind, std::initializer_list<T> values) {
-  int msgnum = 0;
-  int tag = FirstOfKind(kind, &msgnum).tag;
-  MsgPtr msg = NewMsg(msgnum);
-  for (T v : values) {
-    if (msg->SetValue(tag, v) < 0) std::abort();
-  }
-  if (values.size() == 0) {
-    out = A();
-  } else if (msg->GetValue(tag, &out) < 0) {
-    std::abort();
-  }
-}
-
 }  // namespace
 
 CInt Int(int v) { return SetTo<CInt>(v); }
@@ -69,12 +37,6 @@ CDate Date(const char* text) {
   d.Set(text);
   return d;
 }
-void Fill(CIntArray& a, std::initializer_list<int> values) {
-  FillArray(a, schema::Kind::kIntArray, values);
-}
-void Fill(CDblArray& a, std::initializer_list<double> values) {
-  FillArray(a, schema::Kind::kDblArray, values);
-}
 
 std::string Str(const CString& s) {
   return std::string(s.ToStr(), static_cast<size_t>(s.GetSize()));
@@ -82,16 +44,6 @@ std::string Str(const CString& s) {
 std::string EmptyRepr() { return Str(CString().Repr()); }
 std::string Repr(const CIntArray& a) { return Str(a.Repr(", ", false)); }
 std::string Repr(const CDblArray& a) { return Str(a.Repr(", ", false)); }
-std::string Repr(std::initializer_list<int> values) {
-  CIntArray a;
-  Fill(a, values);
-  return Repr(a);
-}
-std::string Repr(std::initializer_list<double> values) {
-  CDblArray a;
-  Fill(a, values);
-  return Repr(a);
-}
 
 std::string Text(CMsg* msg) {
   std::string text;
@@ -101,38 +53,21 @@ std::string Text(CMsg* msg) {
   return text;
 }
 
-namespace {
-
-// Calls f with each sub-message of a tree's root, as the classes read them.
-template <class F>
-void EachSub(CMsg& msg, F f) {
+int Depth(CMsg& msg) {
+  int deepest = 0;
   const schema::ClassInfo* info = schema::FindClass(msg.msgnum);
-  if (!info) return;
-  for (int i = 0; i < info->memberCount; ++i) {
+  for (int i = 0; info && i < info->memberCount; ++i) {
     const schema::FieldInfo& field = schema::MemberOf(*info, i);
     if (field.kind == schema::Kind::kMessage) {
       CMsg* sub = nullptr;
-      if (msg.GetValue(field.tag, &sub) >= 0 && sub) f(*sub);
+      if (msg.GetValue(field.tag, &sub) >= 0 && sub) deepest = std::max(deepest, Depth(*sub));
     } else if (field.kind == schema::Kind::kMessageArray) {
       CMsgArray subs(true);
       if (msg.GetValue(field.tag, &subs) < 0) continue;
-      for (int k = 0; k < subs.GetSize(); ++k) f(*subs.GetAt(k));
+      for (int k = 0; k < subs.GetSize(); ++k) deepest = std::max(deepest, Depth(*subs.GetAt(k)));
     }
   }
-}
-
-}  // namespace
-
-int Depth(CMsg& msg) {
-  int deepest = 0;
-  EachSub(msg, [&deepest](CMsg& sub) { deepest = std::max(deepest, Depth(sub)); });
   return deepest + 1;
-}
-
-int TreeSize(CMsg& msg) {
-  int n = 1;
-  EachSub(msg, [&n](CMsg& sub) { n += TreeSize(sub); });
-  return n;
 }
 
 std::string DumpOf(const CMsgBase& obj) {

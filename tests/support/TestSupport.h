@@ -4,7 +4,6 @@
 // them, a test runs on any runtime.
 #pragma once
 
-#include <initializer_list>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -23,10 +22,6 @@ CInt Int(int v);
 CDbl Dbl(double v);
 CBool Bool(bool v);
 CDate Date(const char* text);
-// Gives a value array these elements, the only way the runtime offers: by
-// reading them from a message.
-void Fill(CIntArray& a, std::initializer_list<int> values);
-void Fill(CDblArray& a, std::initializer_list<double> values);
 
 // A CString's text.
 std::string Str(const CString& s);
@@ -35,17 +30,12 @@ std::string Str(const CString& s);
 std::string EmptyRepr();
 std::string Repr(const CIntArray& a);
 std::string Repr(const CDblArray& a);
-// The same for a new array of these elements.
-std::string Repr(std::initializer_list<int> values);
-std::string Repr(std::initializer_list<double> values);
 
 // The text form of a message tree (MsgText.h); fails the test if the
 // writer refuses the tree.
 std::string Text(CMsg* msg);
 // The levels of a message tree: 1 for a message without sub-messages.
 int Depth(CMsg& msg);
-// The messages of a tree, the root included.
-int TreeSize(CMsg& msg);
 // What Dump writes.
 std::string DumpOf(const CMsgBase& obj);
 std::string DumpOf(const CMsgBase_Array& arr);
