@@ -1,6 +1,6 @@
 // The texts of the frame: the failure texts of both patterns, which the
 // frame writes and the reflection reads back into data (Reflect.cpp), and the
-// one way a dump line is built. Internal to libpricemsg.
+// the one way a dump's text is gathered. Internal to libpricemsg.
 #pragma once
 
 #include <charconv>
@@ -40,32 +40,39 @@ void FailText(CString& errtext, const char* format, Args... args) noexcept {
   }
 }
 
-// One dump line, "\n" + name right-aligned in 20 columns + what follows,
-// built on the stack and handed to the stream in one piece by Emit(); a part
-// too long for the buffer goes to the stream as it is. Every line goes out
-// with its newline in front of it, so a dump starts with a newline and ends
-// without one. The stream may throw (when it cannot grow): nothing is
-// written from a destructor, so an exception leaves the line unwritten and
-// goes to the caller.
-class FieldLine {
+// The text of a dump, gathered on the stack and handed to the stream in
+// large pieces: a dump runs to thousands of short lines. Every line starts
+// with its newline (Label), so a dump starts with a newline and ends without
+// one. A piece too long for the buffer goes to the stream as it is. The
+// stream may throw when it cannot grow: the pieces it was given stand, the
+// one it refused is dropped, and the exception goes to the caller.
+class TextSink {
  public:
-  explicit FieldLine(CStream* out) : out_(out), size_(1) { buf_[0] = '\n'; }
-  FieldLine(CStream* out, const char* name) : FieldLine(out) {
-    size_t len = std::strlen(name);
+  explicit TextSink(CStream* out) : out_(out) {}
+  TextSink(const TextSink&) = delete;
+  TextSink& operator=(const TextSink&) = delete;
+
+  // Starts a line: the newline and `name` right-aligned in kWidth columns.
+  void Label(const char* name) {
+    const size_t len = std::strlen(name);
+    if (sizeof buf_ - size_ < 1 + kWidth) Flush();
+    buf_[size_++] = '\n';
     if (len < kWidth) {
       std::memset(buf_ + size_, ' ', kWidth - len);
       size_ += kWidth - len;
     }
     Put(name, len);
   }
-  FieldLine(const FieldLine&) = delete;
-  FieldLine& operator=(const FieldLine&) = delete;
+  // Starts a line with no label.
+  void Line() { Put("\n", 1); }
 
   void Put(const char* text, size_t len) {
     if (len > sizeof buf_ - size_) {
       Flush();
-      out_->AppendData(text, static_cast<int>(len));
-      return;
+      if (len > sizeof buf_) {
+        out_->AppendData(text, static_cast<int>(len));
+        return;
+      }
     }
     std::memcpy(buf_ + size_, text, len);
     size_ += len;
@@ -74,19 +81,30 @@ class FieldLine {
     char digits[16];
     Put(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, v).ptr - digits));
   }
-  // Hands the line to the stream.
-  void Emit() { Flush(); }
+
+  CStream* out() const { return out_; }
+
+  // Hands what is gathered to the stream.
+  void Flush() {
+    if (!size_) return;
+    const size_t n = size_;
+    size_ = 0;
+    out_->AppendData(buf_, static_cast<int>(n));
+  }
 
  private:
   static constexpr size_t kWidth = 20;
-  void Flush() {
-    if (size_) out_->AppendData(buf_, static_cast<int>(size_));
-    size_ = 0;
-  }
-
   CStream* out_;
-  size_t size_;
-  char buf_[192];
+  size_t size_ = 0;
+  char buf_[4096];
 };
+
+// After a failure: what is gathered goes to the stream if it takes it.
+inline void FlushQuietly(TextSink& sink) noexcept {
+  try {
+    sink.Flush();
+  } catch (...) {
+  }
+}
 
 }  // namespace pricemsg::detail

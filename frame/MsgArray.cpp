@@ -36,21 +36,23 @@ CMsg* ElementToMsg(CMsgBase_Array& self, int index) {
 // The loops below stop at the first index without an element: past it, a
 // failed SetSize made none, and its size may be far above what exists.
 
-void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) noexcept {
-  const size_t nameLen = std::strlen(className);
-  for (int i = 0; const CMsgBase* element = self.GetAt(i); ++i) {
-    try {
+void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className,
+               Walk walk) noexcept {
+  TextSink sink(out);
+  try {
+    const size_t nameLen = std::strlen(className);
+    for (int i = 0; const CMsgBase* element = self.GetAt(i); ++i) {
       // "\n<className> [i]"
-      FieldLine head(out);
-      head.Put(className, nameLen);
-      head.Put(" [", 2);
-      head.PutInt(i);
-      head.Put("]", 1);
-      head.Emit();
-    } catch (...) {
-      return;  // the stream takes no more
+      sink.Line();
+      sink.Put(className, nameLen);
+      sink.Put(" [", 2);
+      sink.PutInt(i);
+      sink.Put("]", 1);
+      DumpObject(sink, *element, walk);
     }
-    element->Dump(out);
+    sink.Flush();
+  } catch (...) {
+    FlushQuietly(sink);
   }
 }
 

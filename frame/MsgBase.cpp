@@ -210,9 +210,25 @@ CMsg* ToMsg(CMsgBase& self, Walk walk) {
 
 namespace {
 
+// Writes the lines of one object into the sink; a held message's lines
+// follow its label line in the same sink, an array's go through its own Dump.
 class Dumper final : public FieldOp {
  public:
-  explicit Dumper(CStream* out) : out_(out) {}
+  explicit Dumper(TextSink& sink) : sink_(sink) {}
+
+  void Object(const CMsgBase& obj, Walk walk) {
+    sink_.Label("<msgnum>");
+    sink_.Put(" : ", 3);
+    sink_.PutInt(obj.msgnum);
+    sink_.Label("<msgname>");
+    sink_.Put(" : ", 3);
+    sink_.Put(obj.msgname.ToStr(), static_cast<size_t>(obj.msgname.GetSize()));
+    // The walk hands out members for writing; the dumper only reads them.
+    walk(*this, const_cast<CMsgBase&>(obj), obj);
+    static const char kTail[] = "--------------------------------------";
+    sink_.Line();
+    sink_.Put(kTail, sizeof kTail - 1);
+  }
 
   bool operator()(int, const char* name, CInt& v, const CInt&) override {
     if (!v.isSet) return Text(name, "<CInt: unset>");
@@ -252,33 +268,34 @@ class Dumper final : public FieldOp {
     return List(name, v);
   }
 
-  bool operator()(int, const char* name, CMsgBase& sub, const CMsgBase&, Walk) override {
+  bool operator()(int, const char* name, CMsgBase& sub, const CMsgBase&, Walk walk) override {
     Label(name);
-    sub.Dump(out_);
+    Object(sub, walk);
     return true;
   }
 
   bool operator()(int, const char* name, CMsgBase_Array& arr, const CMsgBase_Array&,
                   Walk) override {
     Label(name);
-    arr.Dump(out_);
+    // The array writes its elements into the stream itself, after the lines
+    // gathered so far.
+    sink_.Flush();
+    arr.Dump(sink_.out());
     return true;
   }
 
  private:
   // The line of a sub-message or array field, before its own lines.
   void Label(const char* name) {
-    FieldLine line(out_, name);
-    line.Put(" :", 2);
-    line.Emit();
+    sink_.Label(name);
+    sink_.Put(" :", 2);
   }
 
   bool Text(const char* name, const char* text, size_t len) {
-    FieldLine line(out_, name);
-    line.Put(" : [", 4);
-    line.Put(text, len);
-    line.Put("]", 1);
-    line.Emit();
+    sink_.Label(name);
+    sink_.Put(" : [", 4);
+    sink_.Put(text, len);
+    sink_.Put("]", 1);
     return true;
   }
   bool Text(const char* name, const char* text) { return Text(name, text, std::strlen(text)); }
@@ -292,31 +309,24 @@ class Dumper final : public FieldOp {
     return Text(name, v.Repr(", ", false));
   }
 
-  CStream* out_;
+  TextSink& sink_;
 };
 
 }  // namespace
 
-// Dump reports nothing: when the stream cannot take a line, or the runtime
+void DumpObject(TextSink& sink, const CMsgBase& obj, Walk walk) { Dumper(sink).Object(obj, walk); }
+
+// Dump reports nothing: when the stream cannot take the text, or the runtime
 // cannot make a value's text (an array whose text would pass the largest
-// CString), the exception ends the dump of this object where it stands, and
-// whatever holds the object goes on with its next line.
+// CString), the exception ends this Dump where it stands, with the lines
+// gathered before it handed to the stream if it takes them.
 void Dump(const CMsgBase& self, CStream* out, Walk walk) noexcept {
+  TextSink sink(out);
   try {
-    FieldLine num(out, "<msgnum>");
-    num.Put(" : ", 3);
-    num.PutInt(self.msgnum);
-    num.Emit();
-    FieldLine name(out, "<msgname>");
-    name.Put(" : ", 3);
-    name.Put(self.msgname.ToStr(), static_cast<size_t>(self.msgname.GetSize()));
-    name.Emit();
-    // The walk hands out members for writing; the dumper only reads them.
-    Dumper dumper(out);
-    walk(dumper, const_cast<CMsgBase&>(self), self);
-    static const char kTail[] = "\n--------------------------------------";
-    out->AppendData(kTail, sizeof kTail - 1);
+    DumpObject(sink, self, walk);
+    sink.Flush();
   } catch (...) {
+    FlushQuietly(sink);
   }
 }
 

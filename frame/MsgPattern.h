@@ -28,6 +28,7 @@
 namespace pricemsg::detail {
 
 class FieldOp;
+class TextSink;
 
 // The walk of a class: `self` and `other` are objects of that class.
 using Walk = bool (*)(FieldOp& op, CMsgBase& self, const CMsgBase& other);
@@ -89,6 +90,9 @@ constexpr ClassOps OpsOf(Walk walk) {
 int Load(CMsgBase& self, CMsg* msg, Walk walk);
 CMsg* ToMsg(CMsgBase& self, Walk walk);
 void Dump(const CMsgBase& self, CStream* out, Walk walk) noexcept;
+// The lines of `obj` and of what it holds, into `sink`; `walk` is the walk of
+// its class. Throws when the stream or the runtime fails.
+void DumpObject(TextSink& sink, const CMsgBase& obj, Walk walk);
 // `src` is an object of the class of `self`.
 void Copy(CMsgBase& self, const CMsgBase& src, Walk walk);
 
@@ -142,7 +146,8 @@ constexpr int NextCapacity(int size) {
 
 int LoadArray(CMsgBase_Array& self, CMsgArray* arr);
 CMsg* ElementToMsg(CMsgBase_Array& self, int index);
-void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className) noexcept;
+// `walk` is the walk of the element class.
+void DumpArray(const CMsgBase_Array& self, CStream* out, const char* className, Walk walk) noexcept;
 // `walk` is the walk of the element class.
 void CopyArray(CMsgBase_Array& self, const CMsgBase_Array& src, Walk walk);
 // For `operator[]` with an index whose slot holds no element: out of range

@@ -95,7 +95,10 @@ OPERATIONS = [
     ("int $array::GetSize() const", "return size;"),
     ("$name* $array::GetAt(int index) const", "return pd::GetAt(*this, index);"),
     ("$name& $array::operator[](int index) const", 'return pd::At(*this, index, "$array");'),
-    ("void $array::Dump(CStream* out) const", 'pd::DumpArray(*this, out, "$array");'),
+    (
+        "void $array::Dump(CStream* out) const",
+        'pd::DumpArray(*this, out, "$array", pd::Walk_$name);',
+    ),
     ("void $array::Copy(const $array& src)", "pd::CopyArray(*this, src, pd::Walk_$name);"),
 ]
 

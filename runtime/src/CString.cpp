@@ -101,17 +101,13 @@ CString::CString(CString&& other) noexcept {
   other.SetLocalSize(0);
 }
 
-CString& CString::operator=(const char* text) {
+CString& CString::AssignText(const char* text) {
   if (!text) {
     SetSize(0);
   } else {
     Assign(text, LengthOf(text));
   }
   return *this;
-}
-
-CString::~CString() {
-  if (!IsLocal()) Release();
 }
 
 CString& CString::operator=(const CString& other) {
