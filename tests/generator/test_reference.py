@@ -1,8 +1,8 @@
 """Checks the reference pages of a build: every link lands on an entry that
 exists, every class has exactly one entry, the index lists every class once
-in alphabetical order, and the pages load nothing from elsewhere. Checks also the pages of a small schema made here:
-roles and descriptions of classes and fields where it has them and where it
-has not.
+in alphabetical order, and the pages load nothing from elsewhere. Checks also
+the pages of a small schema made here: roles, descriptions and likely replies
+of classes and fields where it has them and where it has not.
 
     test_reference.py DIR    (the build's reference/ directory)
 """
