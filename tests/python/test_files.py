@@ -1,15 +1,9 @@
-"""Runtime messages, message files in both forms, JSON as MA_WriteMsgJson
-writes it, dumps and templates."""
+"""Runtime messages, message files in both forms, dumps and templates."""
 
 import datetime
-import os
 import pickle
-import subprocess
 
 import pricemsg
-import pytest
-
-CATALOGUE = os.environ.get("PRICEMSG_CATALOGUE")
 
 
 def sample():
@@ -35,15 +29,6 @@ def test_messages_and_files_in_both_forms(tmp_path):
         msg.write_file(tmp_path / ("again-" + name))
         assert (tmp_path / ("again-" + name)).read_bytes() == path.read_bytes()
     assert pickle.loads(pickle.dumps(obj)) == obj
-
-
-@pytest.mark.skipif(not CATALOGUE, reason="the catalogue tool is not built")
-def test_json_is_what_the_json_library_writes(tmp_path):
-    for obj in (sample(), pricemsg.M_IrNoteFlterHwMc.template(), pricemsg.M_Tiv(sMatur=b"\xfe")):
-        obj.write_file(tmp_path / "in.msg")
-        subprocess.run([CATALOGUE, "convert", tmp_path / "in.msg", tmp_path / "out.json"],
-                       check=True)
-        assert obj.to_json().encode("utf-8") == (tmp_path / "out.json").read_bytes()
 
 
 def test_dump_template_and_loading_what_a_message_lacks():
