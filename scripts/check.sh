@@ -6,9 +6,8 @@
 #             (in CI the module must build: PRICEMSG_BUILD_PYTHON=ON) (build/)
 #   pages     the reference pages, links followed in headless
 #             chromium: each lands below the sticky header, also
-#             when the filter hides its target; screenshots in
-#             build/reference-check/ (skipped without chromium,
-#             except where CI=true)                              (build/)
+#             when the filter hides its target (skipped without
+#             chromium, except where CI=true)                    (build/)
 #   package   the plain build installed into a scratch prefix; what
 #             libpricemsg imports from its runtime checked against the
 #             runtime's documented calls; a client outside the tree built
