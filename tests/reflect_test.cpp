@@ -277,7 +277,6 @@ TEST(Reflect, EqualityOfValuesAndTheTextOfDifferences) {
   };
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const Case cases[] = {
-      {"iVolCrvId", 1, 1, true, ""},
       {"iVolCrvId", 1, 2, false, "iVolCrvId: 1 | 2\n"},
       {"iVolCrvId", 0, {}, false, "iVolCrvId: 0 | -\n"},
       {"maKytVolSfcElmt[0].dVol", 0.0, -0.0, false, "maKytVolSfcElmt[0].dVol: 0 | -0\n"},
