@@ -52,14 +52,14 @@ TEST_P(AllMessages, RoundTripsThroughTheRuntime) {
                                        std::to_string(c.number + 1) + "," +
                                        std::to_string(c.number) + ")");
 
-  std::unique_ptr<CMsgBase_Array> arr = c.makeArray();
+  std::unique_ptr<CMsgBase_Array> arr = pricemsg::NewArray(c.number);
   ASSERT_EQ(arr->Grow(), 1);
   ASSERT_EQ(arr->Grow(), 2);
   c.copy((*arr)[1], *obj);
   MsgPtr element(arr->ToMsg(1));
   ASSERT_TRUE(element);
   EXPECT_EQ(Text(element.get()), text);
-  std::unique_ptr<CMsgBase_Array> arrCopy = c.makeArray();
-  c.copyArray(*arrCopy, *arr);
+  std::unique_ptr<CMsgBase_Array> arrCopy = pricemsg::NewArray(c.number);
+  pricemsg::Copy(*arrCopy, *arr);
   EXPECT_EQ(DumpOf(*arrCopy), DumpOf(*arr));
 }

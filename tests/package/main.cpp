@@ -20,12 +20,6 @@ static_assert(PRICEMSG_VERSION == PRICEMSG_VERSION_MAJOR * 10000 + PRICEMSG_VERS
 
 namespace {
 
-template <class V, class T>
-void Put(V& v, T value) {
-  v.value = value;
-  v.isSet = true;
-}
-
 std::string TextOf(CMsg* msg) {
   std::string text;
   MsgTextError err{};
@@ -44,7 +38,8 @@ int main() {
 #endif
   M_IrNoteFlterHwMc req;
   req.mIrNotionalInfo.sCcy = "EUR";
-  Put(req.mIrNotionalInfo.dNotionAmt, 2500000.0);
+  req.mIrNotionalInfo.dNotionAmt.value = 2500000.0;
+  req.mIrNotionalInfo.dNotionAmt.isSet = true;
   req.mIrFloater.maIrCpnSchedule.SetSize(2);
   req.mIrFloater.maIrCpnSchedule[1].nCashflowDate.Set("20270524");
 

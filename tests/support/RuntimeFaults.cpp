@@ -94,11 +94,7 @@ SetRecorder::SetRecorder() {
   g_recording.store(true, std::memory_order_relaxed);
 }
 
-SetRecorder::~SetRecorder() {
-  g_recording.store(false, std::memory_order_relaxed);
-  std::lock_guard<std::mutex> lock(Lock());
-  Recorded().clear();
-}
+SetRecorder::~SetRecorder() { g_recording.store(false, std::memory_order_relaxed); }
 
 std::vector<SetCall> SetRecorder::Calls() const {
   std::lock_guard<std::mutex> lock(Lock());

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -51,23 +50,6 @@ std::string Text(CMsg* msg) {
   int rc = MA_WriteMsgText(msg, &text, &err);
   EXPECT_EQ(rc, 0) << "the tree has no text form: " << err.reason;
   return text;
-}
-
-int Depth(CMsg& msg) {
-  int deepest = 0;
-  const schema::ClassInfo* info = schema::FindClass(msg.msgnum);
-  for (int i = 0; info && i < info->memberCount; ++i) {
-    const schema::FieldInfo& field = schema::MemberOf(*info, i);
-    if (field.kind == schema::Kind::kMessage) {
-      CMsg* sub = nullptr;
-      if (msg.GetValue(field.tag, &sub) >= 0 && sub) deepest = std::max(deepest, Depth(*sub));
-    } else if (field.kind == schema::Kind::kMessageArray) {
-      CMsgArray subs(true);
-      if (msg.GetValue(field.tag, &subs) < 0) continue;
-      for (int k = 0; k < subs.GetSize(); ++k) deepest = std::max(deepest, Depth(*subs.GetAt(k)));
-    }
-  }
-  return deepest + 1;
 }
 
 std::string DumpOf(const CMsgBase& obj) {

@@ -34,8 +34,6 @@ std::string Repr(const CDblArray& a);
 // The text form of a message tree (MsgText.h); fails the test if the
 // writer refuses the tree.
 std::string Text(CMsg* msg);
-// The levels of a message tree: 1 for a message without sub-messages.
-int Depth(CMsg& msg);
 // What Dump writes.
 std::string DumpOf(const CMsgBase& obj);
 std::string DumpOf(const CMsgBase_Array& arr);
