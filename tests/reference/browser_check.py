@@ -6,8 +6,8 @@ filter finds by near spelling.
 
     browser_check.py DIR    (the build's reference/ directory)
 
-Exits 0 when every case passes, 1 when one fails, 77 when chromium or chromedriver is missing (set
-CHROMIUM and CHROMEDRIVER to use others than those on PATH).
+Exits 0 when every case passes, 1 when one fails, 77 when chromium, chromedriver or
+python3-selenium is missing (set CHROMIUM and CHROMEDRIVER to use others than those on PATH).
 """
 
 from __future__ import annotations
@@ -15,21 +15,22 @@ from __future__ import annotations
 import contextlib
 import functools
 import http.server
-import json
 import os
 import re
 import shutil
-import socket
-import subprocess
 import sys
-import tempfile
 import threading
 import time
-import urllib.error
-import urllib.request
+
+try:
+    from selenium import webdriver
+    from selenium.common.exceptions import WebDriverException
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+except ImportError:
+    webdriver = None
 
 SKIP = 77
-ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the key of an element reference
 WINDOWS = ((1280, 800), (360, 740))
 
 
@@ -61,68 +62,18 @@ def pick_links(pages_dir: str) -> tuple[str, str, str, str, str]:
     return far_page, entries[far_page][len(entries[far_page]) * 2 // 3], page, request, reply
 
 
-class Browser:
-    """A chromedriver session, driven with the W3C WebDriver protocol."""
+def start_browser(chromium: str, chromedriver: str) -> webdriver.Chrome:
+    options = webdriver.ChromeOptions()
+    options.binary_location = chromium
+    for arg in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+                "--hide-scrollbars"):
+        options.add_argument(arg)
+    return webdriver.Chrome(service=Service(chromedriver), options=options)
 
-    def __init__(self, chromium: str, chromedriver: str, profile: str):
-        with socket.socket() as s:
-            s.bind(("127.0.0.1", 0))
-            self.port = s.getsockname()[1]
-        self.log = open(os.path.join(profile, "chromedriver.log"), "w+")
-        self.driver = subprocess.Popen([chromedriver, f"--port={self.port}"],
-                                       stdout=self.log, stderr=subprocess.STDOUT)
-        self.session = ""
-        try:
-            deadline = time.monotonic() + 30
-            while not self._ready():
-                if self.driver.poll() is not None or time.monotonic() > deadline:
-                    self.log.seek(0)
-                    raise CheckError(f"chromedriver did not start: {self.log.read()[-2000:]}")
-                time.sleep(0.2)
-            caps = {"browserName": "chrome", "goog:chromeOptions": {"binary": chromium, "args": [
-                "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                "--hide-scrollbars", f"--user-data-dir={os.path.join(profile, 'profile')}"]}}
-            value = self.call("POST", "/session", {"capabilities": {"alwaysMatch": caps}})
-            self.session = f"/session/{value['sessionId']}"
-        except BaseException:
-            self.close()
-            raise
 
-    def _ready(self) -> bool:
-        with contextlib.suppress(OSError, CheckError):
-            return bool(self.call("GET", "/status").get("ready"))
-        return False
-
-    def call(self, method: str, path: str, body: dict | None = None):
-        """A WebDriver command of this session (of none for /session and /status)."""
-        data = json.dumps(body).encode() if body is not None else None
-        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{self.session}{path}",
-                                         data=data, method=method,
-                                         headers={"Content-Type": "application/json"})
-        try:
-            with urllib.request.urlopen(request, timeout=120) as reply:
-                return json.load(reply).get("value")
-        except urllib.error.HTTPError as e:
-            raise CheckError(f"WebDriver {method} {path}: {e.read()[:300]!r}") from None
-
-    def open(self, url: str, width: int, height: int) -> None:
-        self.call("POST", "/window/rect", {"width": width, "height": height})
-        self.call("POST", "/url", {"url": url})
-
-    def click(self, css: str) -> None:
-        found = self.call("POST", "/element", {"using": "css selector", "value": css})
-        self.call("POST", f"/element/{found[ELEMENT]}/click", {})
-
-    def run(self, script: str, *args):
-        return self.call("POST", "/execute/sync", {"script": script, "args": list(args)})
-
-    def close(self) -> None:
-        if self.session:
-            with contextlib.suppress(OSError, CheckError):
-                self.call("DELETE", "")
-        self.driver.terminate()
-        self.driver.wait(10)
-        self.log.close()
+def open_page(browser: webdriver.Chrome, url: str, width: int, height: int) -> None:
+    browser.set_window_rect(width=width, height=height)
+    browser.get(url)
 
 
 @contextlib.contextmanager
@@ -190,16 +141,16 @@ return {shown: shown, count: document.getElementById("count").textContent};
 """
 
 
-def landed(browser: Browser, anchor: str) -> tuple[list[str], dict]:
+def landed(browser: webdriver.Chrome, anchor: str) -> tuple[list[str], dict]:
     """What is wrong with where the link to the anchor landed, if anything,
     and the measure."""
     deadline = time.monotonic() + 20
-    while browser.run("return [location.hash, document.readyState];") != ["#" + anchor,
-                                                                           "complete"]:
+    while browser.execute_script("return [location.hash, document.readyState];") != [
+            "#" + anchor, "complete"]:
         if time.monotonic() > deadline:
             return [f"the link to #{anchor} was not followed"], {}
         time.sleep(0.1)
-    m = browser.call("POST", "/execute/async", {"script": MEASURE, "args": []})
+    m = browser.execute_async_script(MEASURE)
     if "error" in m or not m["shown"]:
         return [m.get("error", "the entry is hidden")], m
     faults = []
@@ -225,9 +176,8 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
             print(f"    {fault}")
         failures += bool(faults)
 
-    with tempfile.TemporaryDirectory(prefix="reference-check-") as profile, \
-            serve(pages_dir) as base:
-        browser = Browser(chromium, chromedriver, profile)
+    with serve(pages_dir) as base:
+        browser = start_browser(chromium, chromedriver)
         try:
             for width, height in WINDOWS:
                 # (page opened, filter typed, link clicked, its target)
@@ -235,12 +185,12 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
                          (page, "", f'#{request} p.reply a', reply),
                          (page, request.lower(), f'#{request} p.reply a', reply)]
                 for opened, words, link, target in cases:
-                    browser.open(f"{base}/{opened}", width, height)
+                    open_page(browser, f"{base}/{opened}", width, height)
                     if words:
-                        shown = browser.run(FILTER, words)["shown"]
+                        shown = browser.execute_script(FILTER, words)["shown"]
                         if target in shown:
                             raise CheckError(f"the filter {words!r} does not hide {target}")
-                    browser.click(link)
+                    browser.find_element(By.CSS_SELECTOR, link).click()
                     faults, m = landed(browser, target)
                     if words and not faults and m["filter"] != words:
                         faults.append(f"the filter became {m['filter']!r}")
@@ -249,16 +199,17 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
                     report(faults, f"{width}x{height}: {opened}: {link}"
                                    f"{f', filter {words!r}' if words else ''}")
                 for name in pages:
-                    browser.open(f"{base}/{name}", width, height)
-                    m = browser.run(LAYOUT)
+                    open_page(browser, f"{base}/{name}", width, height)
+                    m = browser.execute_script(LAYOUT)
                     report([f"the page is {m['page']} px wide in a window of {m['window']} px: "
                             + ", ".join(m["past"])] if m["page"] > m["window"] or m["past"] else [],
                            f"{width}x{height}: {name}: layout")
             # The filter, on the index and on a family page, the word misspelled.
             for name in ("index.html", page):
-                browser.open(f"{base}/{name}", *WINDOWS[0])
-                right, wrong = browser.run(FILTER, "barrier"), browser.run(FILTER, "barier")
-                none = browser.run(FILTER, "zqxwvzqxwv")["shown"]
+                open_page(browser, f"{base}/{name}", *WINDOWS[0])
+                right = browser.execute_script(FILTER, "barrier")
+                wrong = browser.execute_script(FILTER, "barier")
+                none = browser.execute_script(FILTER, "zqxwvzqxwv")["shown"]
                 ok = (right["shown"] and sorted(wrong["shown"]) == sorted(right["shown"])
                       and "barier" in wrong["count"] and not none)
                 report([] if ok else [f"'barrier' shows {len(right['shown'])} entries, 'barier' "
@@ -266,7 +217,7 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
                                       f"no other {len(none)}"],
                        f"{name}: the filter 'barier' finds what 'barrier' finds")
         finally:
-            browser.close()
+            browser.quit()
     return 1 if failures else 0
 
 
@@ -277,13 +228,13 @@ def main() -> int:
     pages = os.path.abspath(sys.argv[1])
     chromium = shutil.which(os.environ.get("CHROMIUM") or "chromium")
     chromedriver = shutil.which(os.environ.get("CHROMEDRIVER") or "chromedriver")
-    if not chromium or not chromedriver:
-        print("browser_check: chromium or chromedriver not found; the pages were not checked",
-              file=sys.stderr)
+    if not chromium or not chromedriver or not webdriver:
+        print("browser_check: chromium, chromedriver or python3-selenium not found; the pages "
+              "were not checked", file=sys.stderr)
         return SKIP
     try:
         return check(pages, chromium, chromedriver)
-    except CheckError as e:
+    except (CheckError, WebDriverException) as e:
         print(f"browser_check: {e}", file=sys.stderr)
         return 1
 
