@@ -294,6 +294,7 @@ TEST_F(Explain, TextsAmongOtherBytesAndTextsThatCannotBeExplained) {
        "M_EqCmb.maOptCmb[2].sOptPayoffType (T4866, CString): SetValue gave an unknown code"},
       {cmb + " maOptCmb[99999999999]: " + opt, noIndex},
       {cmb + " maOptCmb[3: " + opt, noIndex},
+      {cmb + " xmaOptCmb[2]: " + opt, noIndex},
       {"M_NoSuch:GET_VAL_ONE(M0010.T7) fail", "cannot explain: no class is named \"M_NoSuch\""},
       {std::string("M_\0Eq:GET_VAL_ONE(M0010.T7) fail", 32),
        "cannot explain: no class is named \"Eq\""},

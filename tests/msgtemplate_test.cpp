@@ -37,7 +37,8 @@ std::string Fields(const std::string& text) {
 // The template of every class reads back and loads into a new object of its
 // class, whose own text is the template's without its comments: a set value
 // for every field, one for each array, as a sample of one element shows
-// them. The JSON template reads back to the same tree.
+// them. A comment stands above each field. The JSON template reads back to
+// the same tree.
 TEST(MsgTemplate, EveryClassReadsBackAndLoadsWithEveryFieldSet) {
   SampleShape one;
   one.elements = 1;
@@ -58,8 +59,12 @@ TEST(MsgTemplate, EveryClassReadsBackAndLoadsWithEveryFieldSet) {
 
     std::istringstream in(text);
     std::string values;
+    char before = '#';
     for (std::string line; std::getline(in, line);) {
-      if (line[line.find_first_not_of(' ')] != '#') values += line + '\n';
+      const char first = line[line.find_first_not_of(' ')];
+      EXPECT_FALSE(first == 'T' && before != '#') << line;  // each field has its comment
+      if (first != '#') values += line + '\n';
+      before = first;
     }
     EXPECT_EQ(Text(back.get()), values);
     std::string json;

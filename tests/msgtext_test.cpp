@@ -406,9 +406,12 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   EXPECT_TRUE(Says(err, "cannot create a file beside"));
   EXPECT_FALSE(fs::exists(fs::symlink_status(target)));
 
-  // With half the names free, the write skips the links that stand between.
+  // With half the names free, writes skip the links that stand between:
+  // of two writes, one meets a link first.
   for (unsigned long n = 0; n < kPlanted; n += 2) fs::remove(files / TemporaryName(n));
-  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_OK) << err.reason;
+  for (int write = 0; write < 2; ++write) {
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_OK) << err.reason;
+  }
   EXPECT_EQ(Content(target), kTivText);
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(target)));
   size_t entries = 0, links = 0;
@@ -499,7 +502,7 @@ TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
   }
   umask(0);  // the umask narrows nothing of an old file's mode, nor widens it
   const std::string path = dir.Path("kept.msg");
-  for (const mode_t mode : {0600, 0640, 0604, 0400, 0755}) {
+  for (const mode_t mode : {0600, 0640, 0604, 0400, 0755, 0666}) {
     dir.File("kept.msg", "old\n");
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
     ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
