@@ -328,12 +328,17 @@ TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
   EXPECT_GT(points, 3);
 }
 
+// A directory of the test's own, and a small tree to write there.
+class MsgFile : public ::testing::Test {
+ protected:
+  TempDir dir;
+  MsgPtr tiv = ReadText(kTivText);
+};
+
 // A file is replaced whole, and read back; what cannot be written leaves it,
 // and what cannot be read is told at line 0.
-TEST(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
-  TempDir dir;
+TEST_F(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
   const std::string path = dir.Path("tiv.msg");
-  MsgPtr tiv = ReadText(kTivText);
   MsgTextError err{};
   ASSERT_EQ(MA_WriteMsgFile(Switching().get(), path.c_str()), MSGTEXT_OK);
   MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
@@ -381,8 +386,7 @@ std::string TemporaryName(unsigned long n) {
 // Whatever stands under a name that the writer tries for its temporary
 // file, and a link at the target itself, the write goes to the target's
 // own name and nowhere else.
-TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
-  TempDir dir;
+TEST_F(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   const fs::path files = dir.path / "files", elsewhere = dir.path / "elsewhere";
   fs::create_directory(files);
   fs::create_directory(elsewhere);
@@ -390,7 +394,6 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   const fs::path unborn = elsewhere / "unborn";  // what a dangling link names
   std::ofstream(victim) << "victim\n";
   const fs::path target = files / "tiv.msg";
-  MsgPtr tiv = ReadText(kTivText);
 
   // Every name the writer of this process may try next, and the one that a
   // writer might derive from the target's name, is a link out of the
@@ -443,9 +446,7 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
 // What is not a regular file is refused with its kind named, and left as
 // it was; the writer opens none of them, so a FIFO without a reader does
 // not hold it up.
-TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
   const fs::path fifo = dir.path / "fifo", socketPath = dir.path / "socket", sub = dir.path / "sub";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
   const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -486,9 +487,7 @@ TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
 
 // A rewrite keeps the mode of the file it replaces, narrow or wide, and its
 // owner and group; a new file gets 0666 under the umask.
-TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
   auto modeOf = [](const std::string& p) {
     struct stat st;
     return stat(p.c_str(), &st) == 0 ? st.st_mode & 07777 : 0u;
@@ -522,9 +521,7 @@ TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
 
 // Names of up to 255 bytes are written and read; the temporary file's name
 // does not grow with them. A directory that cannot be written is told.
-TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
   MsgTextError err{};
   const std::string longest = dir.Path(std::string(255, 'n'));
   ASSERT_EQ(MA_WriteMsgFile(tiv.get(), longest.c_str(), &err), MSGTEXT_OK) << err.reason;
@@ -565,17 +562,16 @@ TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
 // Two threads write one path over and over while a third reads it: every
 // read finds one of the two texts whole, every write succeeds, and no
 // temporary file is left behind.
-TEST(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
-  TempDir dir;
+TEST_F(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
   const std::string path = dir.Path("shared.msg");
-  MsgPtr small = ReadText(kTivText), large = Switching();
-  ASSERT_EQ(MA_WriteMsgFile(small.get(), path.c_str()), MSGTEXT_OK);
+  MsgPtr large = Switching();
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
   std::atomic<int> writing{2}, failed{0};
   auto writer = [&](CMsg* msg) {
     for (int i = 0; i < 150; ++i) failed += MA_WriteMsgFile(msg, path.c_str()) != MSGTEXT_OK;
     --writing;
   };
-  std::thread a(writer, small.get()), b(writer, large.get());
+  std::thread a(writer, tiv.get()), b(writer, large.get());
   int reads = 0, torn = 0;
   std::string first;
   while (writing > 0 || reads++ == 0) {
@@ -591,8 +587,7 @@ TEST(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
 
 // A write that fails half way, here at a limit on the size of files, has
 // changed nothing and leaves no temporary file.
-TEST(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
-  TempDir dir;
+TEST_F(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
   const std::string path = dir.File("kept.msg", "old\n");
   const auto before = EntryAt(path);
   const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
