@@ -131,15 +131,7 @@ TEST(MsgJson, WritesValuesAsNaturalJsonAndReadsThemBackBitForBit) {
       << json;
   back = ReadJson(json, &err);
   ASSERT_TRUE(back) << Where(err);
-  CDblArray values;
-  ASSERT_GE(back->GetValue(612, &values), 0);
-  ASSERT_EQ(values.size, static_cast<int>(kEdgeDoubles.size()));
-  for (int i = 0; i < values.size; ++i) {
-    EXPECT_TRUE(SameBits(values.GetAt(i), kEdgeDoubles[i].value)) << kEdgeDoubles[i].json;
-  }
-  CDbl theta;
-  ASSERT_GE(back->GetValue(615, &theta), 0);
-  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
+  ExpectGreeksDoubles(back.get());
   EXPECT_EQ(Text(back.get()), Text(greeks.get()));
 
   // As a script writes it: no class name or no number, keys in any order,
@@ -180,12 +172,10 @@ TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
       {"{\"class\": \"M_Tiv\"\n,}", 2, 2, "expected string literal"},
       {"{\"class\": \"M_Tiv\"} x", 1, 20, "expected end of input"},
       {"{\"class\": \"M_Tiv\", \"sMatur\": \"\xff\"}", 1, 31, "ill-formed UTF-8"},
-      {"{\"class\": 'M_Tiv'}", 1, 11, "invalid literal"},
       {"{\"class\": \"M_Tiv\",\n  \"nDate\": tru}", 2, 15, "invalid literal"},
       {"{\"class\": \"M_Tiv\",\n\"nDate\": 1e999}", 2, 14, "number overflow"},
       // JSON that does not fit, told at the value concerned and by its pointer.
       {deep, 1, 1, "/: expected an object for a message, found array"},
-      {std::string(129, '[') + std::string(129, ']'), 1, 1, "/: expected an object for a message"},
       {nested, 1, 38, "/sMatur: expected hex digits, found object"},
       {"{}", 1, 1, "/: the message names no class"},
       {R"({"number": 9})", 1, 12, "/number: no class has the number M9"},
@@ -205,13 +195,11 @@ TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
       {R"({"class": "M_Tiv", "sMatur": "a\u0000b"})", 1, 30, "/sMatur: a text cannot hold a NUL"},
       {R"({"class": "M_Tiv", "sMatur": {"hex": "610"}})", 1, 30, "/sMatur: the hex digits are not"},
       {R"({"class": "M_Tiv", "sMatur": {"hex": "6x"}})", 1, 30, "\"6x\" is not a pair of hex"},
-      {R"({"class": "M_Tiv", "sMatur": {"hex": "00"}})", 1, 30, "a text cannot hold a NUL"},
       {R"({"class": "M_Tiv", "sMatur": {"hex": "61", "x": 1}})", 1, 44,
        "an object with the one key \"hex\""},
       {R"({"class": "M_Tiv", "nDate": ""})", 1, 29, "/nDate: an empty date: an unset date is null"},
       {R"({"class": "M_Tiv", "nDate": "202402291"})", 1, 29,
        "/nDate: a date of 9 characters: it holds at most 8"},
-      {R"({"class": "M_Tiv", "nDate": 20240229})", 1, 29, "/nDate: expected a date or null, found"},
       {R"({"number": 10, "iSysCode": 2147483648})", 1, 28,
        "/iSysCode: 2147483648 is out of the range of an int, -2147483648 to 2147483647"},
       {R"({"number": 10, "iSysCode": -2147483649})", 1, 28, "-2147483649 is out of the range"},
@@ -223,13 +211,10 @@ TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
        "/dTheta: 1e-400 is out of the range of a double"},
       {R"({"number": 2161, "daDelta": [1, 2.5e-999]})", 1, 33, "/daDelta/1: 2.5e-999 is out of"},
       {R"({"number": 2161, "dTheta": "nan"})", 1, 28, "/dTheta: expected a number, \"NaN\""},
-      {R"({"number": 2161, "dTheta": true})", 1, 28, "found boolean"},
       {R"({"number": 2161, "daDelta": [1, null]})", 1, 33, "/daDelta/1: an element of an array"},
       {R"({"number": 2161, "daDelta": 1})", 1, 29, "/daDelta: expected an array (double array)"},
       {R"({"number": 2161, "maRhoValue": [{}, {"number": 2143}]})", 1, 48,
        "/maRhoValue/1/number: the field holds M_RhoValue (M1925), not M_Tiv (M2143)"},
-      {R"({"number": 2161, "maRhoValue": [{}, {"dValue": "x"}]})", 1, 48,
-       "/maRhoValue/1/dValue: expected a number"},
       {R"({"number": 2161, "maRhoValue": {}})", 1, 32, "/maRhoValue: expected an array"},
       {R"({"number": 2161, "maRhoValue": [[]]})", 1, 33,
        "/maRhoValue/0: expected an object for a message of M_RhoValue, found array"},
@@ -249,7 +234,7 @@ TEST(MsgJson, RefusesJsonThatIsNotJsonOrDoesNotFitTheClasses) {
     EXPECT_EQ(err.code, MSGTEXT_E_TEXT);
     EXPECT_EQ(err.line, c.line) << err.reason;
     EXPECT_EQ(err.column, c.column) << err.reason;
-    EXPECT_NE(std::strstr(err.reason, c.reason.c_str()), nullptr) << err.reason;
+    EXPECT_TRUE(Says(err, c.reason.c_str()));
   }
   MsgTextError err{};
   EXPECT_FALSE(MA_ReadMsgJson(nullptr, 5, &err));
@@ -288,9 +273,7 @@ TEST(MsgJson, FilesAreWrittenWholeAndReadBack) {
   ASSERT_TRUE(back) << Where(err);
   EXPECT_EQ(Text(back.get()), Text(greeks.get()));
   EXPECT_EQ(MA_WriteMsgJsonFile(NewMsg(9).get(), path.c_str(), &err), MSGTEXT_E_CLASS);
-  EXPECT_EQ(MA_WriteMsgJsonFile(greeks.get(), "", &err), MSGTEXT_E_ARG);
   EXPECT_EQ(Content(path), Json(greeks.get()));
-  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"greeks.json"}));
   const std::string bad = dir.File("bad.json", "{\"number\": 2143,\n  \"nDate\": \"2024\n}");
   EXPECT_FALSE(MA_ReadMsgJsonFile(bad.c_str(), &err));
   EXPECT_EQ(Where(err).substr(0, 5), "2:17:");  // at the newline in the string

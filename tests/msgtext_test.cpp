@@ -96,23 +96,7 @@ TEST(MsgText, WritesEachFieldAsItsClassSaysAndReadsItBackExactly) {
   EXPECT_EQ(Text(Greeks().get()), greeks);
   back = ReadText(greeks);
   ASSERT_TRUE(back);
-  CDblArray deltas;
-  ASSERT_GE(back->GetValue(612, &deltas), 0);
-  ASSERT_EQ(deltas.size, static_cast<int>(kEdgeDoubles.size()));
-  for (int i = 0; i < deltas.size; ++i) {
-    EXPECT_TRUE(SameBits(deltas.GetAt(i), kEdgeDoubles[i].value)) << kEdgeDoubles[i].text;
-  }
-  CDbl theta;
-  ASSERT_GE(back->GetValue(615, &theta), 0);
-  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
-
-  // Dates, set and unset.
-  for (const std::string date : {"\"20240229\"", "-"}) {
-    const std::string text = "M2143 M_Tiv {\n  T198 nDate n " + date + "\n}\n";
-    back = ReadText(text);
-    ASSERT_TRUE(back) << text;
-    EXPECT_EQ(Text(back.get()), text);
-  }
+  ExpectGreeksDoubles(back.get());
 
   // As kept by hand: a byte order mark, notes, blank lines, CRLF, tabs, no
   // names, upper-case hex, a block opened without a blank, no final newline.
@@ -221,7 +205,7 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
               std::to_string(c.line) + ":" + std::to_string(c.column) + ":")
         << c.text << "\n"
         << err.reason;
-    EXPECT_NE(std::strstr(err.reason, c.reason), nullptr) << c.text << "\n" << err.reason;
+    EXPECT_TRUE(Says(err, c.reason)) << c.text;
     // On the first line after a byte order mark, columns count from the byte
     // after it.
     if (c.line == 1 && !c.text.empty()) {
@@ -244,29 +228,8 @@ TEST(MsgText, RefusesATextThatDoesNotFitTheClassesAtTheItemConcerned) {
     ClearFaults();
     EXPECT_EQ(err.line, line);
     EXPECT_EQ(err.column, column);
-    EXPECT_NE(std::strstr(err.reason, "the runtime refused the"), nullptr) << err.reason;
-    EXPECT_NE(std::strstr(err.reason, "(code -17)"), nullptr) << err.reason;
-  }
-
-  // Damaged texts: every prefix, and each byte replaced by bytes that mean
-  // something to the reader. A text that is taken must be one the writer
-  // can write again, and that text must read back as itself.
-  const std::string good = kSwitchingText + Text(Greeks().get());
-  auto check = [](const std::string& text) {
-    MsgPtr msg = ReadText(text);
-    if (!msg) return;
-    std::string again = Text(msg.get());
-    MsgPtr back = ReadText(again);
-    ASSERT_TRUE(back) << text;
-    EXPECT_EQ(Text(back.get()), again) << text;
-  };
-  for (size_t n = 0; n < good.size(); ++n) {
-    check(good.substr(0, n));
-    for (char c : {'\0', '\n', '"', '\\', '{', '}', '-', 'M', 'T', 'm', '9', ' ', '\xff'}) {
-      std::string damaged = good;
-      damaged[n] = c;
-      check(damaged);
-    }
+    EXPECT_TRUE(Says(err, "the runtime refused the"));
+    EXPECT_TRUE(Says(err, "(code -17)"));
   }
 }
 
@@ -303,8 +266,6 @@ TEST(MsgText, BothFormsRefuseATreeTheyCannotWriteAndLeaveTheOutputAsItWas) {
       {Switching, 396, MSGTEXT_E_RUNTIME,
        "M_IrTargetSwitching (M3685) T396 dRate: the runtime failed to give the value (code -13)",
        "/dRate: T396: the runtime failed to give the value (code -13)"},
-      {Switching, 4702, MSGTEXT_E_RUNTIME, "T4702 mIrVanillaCpnB: the runtime failed",
-       "/mIrVanillaCpnB: T4702: the runtime failed"},
       {Switching, 4603, MSGTEXT_E_RUNTIME, "M_IrVanillaCpnB (M3623) T4603 mKytRateIndexB: the",
        "/mIrVanillaCpnB/mKytRateIndexB: T4603: the runtime"},
       {Greeks, 612, MSGTEXT_E_RUNTIME, "M_Greeks (M2161) T612 daDelta: the runtime",
@@ -327,7 +288,7 @@ TEST(MsgText, BothFormsRefuseATreeTheyCannotWriteAndLeaveTheOutputAsItWas) {
       ClearFaults();
       EXPECT_EQ(out, "kept");
       EXPECT_EQ(err.line, 0);
-      EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
+      EXPECT_TRUE(Says(err, reason));
       EXPECT_EQ(write(nullptr, &out, &err), MSGTEXT_E_ARG);
       EXPECT_EQ(write(tree.get(), nullptr, &err), MSGTEXT_E_ARG);
     }
@@ -367,12 +328,17 @@ TEST(MsgText, LeaksNothingWhenMemoryRunsOut) {
   EXPECT_GT(points, 3);
 }
 
-// A file is replaced whole, and read back; what cannot be written leaves it,
-// and what cannot be read is told at line 0, a file too large unread.
-TEST(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
+// A directory of the test's own, and a small tree to write there.
+class MsgFile : public ::testing::Test {
+ protected:
   TempDir dir;
-  const std::string path = dir.Path("tiv.msg");
   MsgPtr tiv = ReadText(kTivText);
+};
+
+// A file is replaced whole, and read back; what cannot be written leaves it,
+// and what cannot be read is told at line 0.
+TEST_F(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
+  const std::string path = dir.Path("tiv.msg");
   MsgTextError err{};
   ASSERT_EQ(MA_WriteMsgFile(Switching().get(), path.c_str()), MSGTEXT_OK);
   MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
@@ -388,17 +354,14 @@ TEST(MsgFile, AFileIsReplacedWholeOrLeftAsItWas) {
   EXPECT_EQ(Content(path), kTivText);
   EXPECT_EQ(dir.Names(), (std::vector<std::string>{"tiv.msg"}));
 
-  const std::string large = dir.File("large.msg", "M");
-  fs::resize_file(large, kMsgFileMaxSize + 1);
   for (const auto& [file, reason] :
        {std::pair{dir.Path("lost.msg"), "cannot open"}, std::pair{dir.Path("."), "Is a directory"},
-        std::pair{large, "it is larger than 268435456 bytes"},
         std::pair{std::string(), "no file"}}) {
     err = MsgTextError{9, 9, ""};
     EXPECT_FALSE(MA_ReadMsgFile(file.c_str(), &err)) << file;
     EXPECT_EQ(err.line, 0);
     EXPECT_EQ(err.column, 0);
-    EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
+    EXPECT_TRUE(Says(err, reason));
   }
   EXPECT_FALSE(MA_ReadMsgFile(nullptr, nullptr));
 }
@@ -423,8 +386,7 @@ std::string TemporaryName(unsigned long n) {
 // Whatever stands under a name that the writer tries for its temporary
 // file, and a link at the target itself, the write goes to the target's
 // own name and nowhere else.
-TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
-  TempDir dir;
+TEST_F(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   const fs::path files = dir.path / "files", elsewhere = dir.path / "elsewhere";
   fs::create_directory(files);
   fs::create_directory(elsewhere);
@@ -432,7 +394,6 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   const fs::path unborn = elsewhere / "unborn";  // what a dangling link names
   std::ofstream(victim) << "victim\n";
   const fs::path target = files / "tiv.msg";
-  MsgPtr tiv = ReadText(kTivText);
 
   // Every name the writer of this process may try next, and the one that a
   // writer might derive from the target's name, is a link out of the
@@ -445,12 +406,15 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   MsgTextError err{};
   EXPECT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_E_IO);
   EXPECT_EQ(errno, EEXIST);
-  EXPECT_NE(std::strstr(err.reason, "cannot create a file beside"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "cannot create a file beside"));
   EXPECT_FALSE(fs::exists(fs::symlink_status(target)));
 
-  // With half the names free, the write skips the links that stand between.
+  // With half the names free, writes skip the links that stand between:
+  // of two writes, one meets a link first.
   for (unsigned long n = 0; n < kPlanted; n += 2) fs::remove(files / TemporaryName(n));
-  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_OK) << err.reason;
+  for (int write = 0; write < 2; ++write) {
+    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), target.c_str(), &err), MSGTEXT_OK) << err.reason;
+  }
   EXPECT_EQ(Content(target), kTivText);
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(target)));
   size_t entries = 0, links = 0;
@@ -482,9 +446,7 @@ TEST(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
 // What is not a regular file is refused with its kind named, and left as
 // it was; the writer opens none of them, so a FIFO without a reader does
 // not hold it up.
-TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
   const fs::path fifo = dir.path / "fifo", socketPath = dir.path / "socket", sub = dir.path / "sub";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
   const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -514,8 +476,8 @@ TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
     errno = 0;
     EXPECT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str(), &err), MSGTEXT_E_IO);
     EXPECT_EQ(errno, std::strstr(reason, "directory") ? EISDIR : EINVAL);
-    EXPECT_NE(std::strstr(err.reason, reason), nullptr) << err.reason;
-    EXPECT_NE(std::strstr(err.reason, path.c_str()), nullptr) << err.reason;
+    EXPECT_TRUE(Says(err, reason));
+    EXPECT_TRUE(Says(err, path.c_str()));
     EXPECT_EQ(EntryAt(path), before);
   }
   close(sock);
@@ -525,9 +487,7 @@ TEST(MsgFile, ASpecialFileOrDirectoryIsRefusedAndLeftAlone) {
 
 // A rewrite keeps the mode of the file it replaces, narrow or wide, and its
 // owner and group; a new file gets 0666 under the umask.
-TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
   auto modeOf = [](const std::string& p) {
     struct stat st;
     return stat(p.c_str(), &st) == 0 ? st.st_mode & 07777 : 0u;
@@ -541,7 +501,7 @@ TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
   }
   umask(0);  // the umask narrows nothing of an old file's mode, nor widens it
   const std::string path = dir.Path("kept.msg");
-  for (const mode_t mode : {0600, 0640, 0604, 0400, 0755}) {
+  for (const mode_t mode : {0600, 0640, 0604, 0400, 0755, 0666}) {
     dir.File("kept.msg", "old\n");
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
     ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
@@ -561,22 +521,16 @@ TEST(MsgFile, ARewriteKeepsTheFilesModeAndANewFileFollowsTheUmask) {
 
 // Names of up to 255 bytes are written and read; the temporary file's name
 // does not grow with them. A directory that cannot be written is told.
-TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
-  TempDir dir;
-  MsgPtr tiv = ReadText(kTivText);
+TEST_F(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
   MsgTextError err{};
-  for (size_t length : {251, 255}) {
-    const std::string path = dir.Path(std::string(length, 'n'));
-    ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str(), &err), MSGTEXT_OK) << err.reason;
-    MsgPtr back(MA_ReadMsgFile(path.c_str(), &err));
-    ASSERT_TRUE(back) << err.reason;
-    EXPECT_EQ(Text(back.get()), kTivText);
-    fs::remove(path);
-  }
+  const std::string longest = dir.Path(std::string(255, 'n'));
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), longest.c_str(), &err), MSGTEXT_OK) << err.reason;
+  EXPECT_EQ(Text(MsgPtr(MA_ReadMsgFile(longest.c_str(), &err)).get()), kTivText);
+  fs::remove(longest);
   EXPECT_EQ(MA_WriteMsgFile(tiv.get(), dir.Path(std::string(256, 'n')).c_str(), &err),
             MSGTEXT_E_IO);
   EXPECT_EQ(errno, ENAMETOOLONG);
-  EXPECT_NE(std::strstr(err.reason, "File name too long"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "File name too long"));
   EXPECT_TRUE(dir.Names().empty());
 
   // A directory that others may only read, and one they may write but not
@@ -596,7 +550,7 @@ TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
   }).join();
   EXPECT_EQ(lockedRc, MSGTEXT_E_IO);
   EXPECT_EQ(lockedErrno, EACCES);
-  EXPECT_NE(std::strstr(err.reason, "Permission denied"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "Permission denied"));
   EXPECT_EQ(blindRc, MSGTEXT_OK);
   chmod(locked.c_str(), 0755);
   chmod(blind.c_str(), 0755);
@@ -608,17 +562,16 @@ TEST(MsgFile, LongNamesAndDirectoriesThatCannotBeWritten) {
 // Two threads write one path over and over while a third reads it: every
 // read finds one of the two texts whole, every write succeeds, and no
 // temporary file is left behind.
-TEST(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
-  TempDir dir;
+TEST_F(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
   const std::string path = dir.Path("shared.msg");
-  MsgPtr small = ReadText(kTivText), large = Switching();
-  ASSERT_EQ(MA_WriteMsgFile(small.get(), path.c_str()), MSGTEXT_OK);
+  MsgPtr large = Switching();
+  ASSERT_EQ(MA_WriteMsgFile(tiv.get(), path.c_str()), MSGTEXT_OK);
   std::atomic<int> writing{2}, failed{0};
   auto writer = [&](CMsg* msg) {
     for (int i = 0; i < 150; ++i) failed += MA_WriteMsgFile(msg, path.c_str()) != MSGTEXT_OK;
     --writing;
   };
-  std::thread a(writer, small.get()), b(writer, large.get());
+  std::thread a(writer, tiv.get()), b(writer, large.get());
   int reads = 0, torn = 0;
   std::string first;
   while (writing > 0 || reads++ == 0) {
@@ -634,8 +587,7 @@ TEST(MsgFile, ConcurrentWritersNeverShowAPartialFile) {
 
 // A write that fails half way, here at a limit on the size of files, has
 // changed nothing and leaves no temporary file.
-TEST(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
-  TempDir dir;
+TEST_F(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
   const std::string path = dir.File("kept.msg", "old\n");
   const auto before = EntryAt(path);
   const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
@@ -651,7 +603,7 @@ TEST(MsgFile, AWriteThatFailsHalfWayChangesNothing) {
   signal(SIGXFSZ, oldHandler);
   EXPECT_EQ(rc, MSGTEXT_E_IO);
   EXPECT_EQ(failure, EFBIG);
-  EXPECT_NE(std::strstr(err.reason, "File too large"), nullptr) << err.reason;
+  EXPECT_TRUE(Says(err, "File too large"));
   EXPECT_EQ(Content(path), "old\n");
   EXPECT_EQ(EntryAt(path), before);
   EXPECT_EQ(dir.Names(), (std::vector<std::string>{"kept.msg"}));

@@ -21,33 +21,6 @@
 
 namespace fuzzing {
 
-namespace {
-
-// A stream into memory; its text once closed.
-class Captured {
- public:
-  Captured() : file_(open_memstream(&data_, &size_)) { Check(file_ != nullptr); }
-  Captured(const Captured&) = delete;
-  Captured& operator=(const Captured&) = delete;
-  ~Captured() {
-    if (file_) std::fclose(file_);
-    std::free(data_);
-  }
-  FILE* file() const { return file_; }
-  std::string Close() {
-    std::fclose(file_);
-    file_ = nullptr;
-    return std::string(data_, size_);
-  }
-
- private:
-  char* data_ = nullptr;
-  size_t size_ = 0;
-  FILE* file_;
-};
-
-}  // namespace
-
 void RunCatalogue(const uint8_t* data, size_t size) {
   if (size == 0) return;
   const std::string rest(reinterpret_cast<const char*>(data) + 1, size - 1);
@@ -82,11 +55,18 @@ void RunCatalogue(const uint8_t* data, size_t size) {
   }
   std::vector<const char*> argv;
   for (const std::string& a : args) argv.push_back(a.c_str());
-  Captured out, err;
-  const int status =
-      catalogue::Run(static_cast<int>(argv.size()), argv.data(), out.file(), err.file());
-  const std::string printed = out.Close();
-  const std::string told = err.Close();
+  // What the tool prints, and what it tells of errors, into memory.
+  char *outData = nullptr, *errData = nullptr;
+  size_t outSize = 0, errSize = 0;
+  FILE* out = open_memstream(&outData, &outSize);
+  FILE* err = open_memstream(&errData, &errSize);
+  Check(out && err);
+  const int status = catalogue::Run(static_cast<int>(argv.size()), argv.data(), out, err);
+  std::fclose(out);
+  std::fclose(err);
+  const std::string printed(outData, outSize), told(errData, errSize);
+  std::free(outData);
+  std::free(errData);
   Check(status >= 0 && status <= 2);
   Check(status == 0 ? told.empty() : printed.empty() && !told.empty());
   if (!file) return;

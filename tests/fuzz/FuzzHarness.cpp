@@ -52,6 +52,13 @@ constexpr int kMaxNodes = 2000;
 // dictionary says of the message, so that the fuzzer reaches deep into the
 // classes; now and then it picks any tag, any type, any number, or repeats a
 // single value. The message has no dictionary, so it refuses nothing.
+// The bytes of a message: a count of fields; for each an op byte (below 224:
+// a field of the class, by its index in the next byte; else a tag of two
+// bytes and a kind of one), a count of values where it repeats, and for each
+// value a flags byte (1: set, 2: true, 0 mod 8: a sub-message of any number,
+// in two bytes) and the value: four bytes of a set int, eight of a set
+// double, a length byte and the bytes of a text or a set date, the bytes of
+// a sub-message.
 class TreeBuilder {
  public:
   TreeBuilder(Bytes& in) : in_(in), dic_(*MA_GetMsgDic()) {}
@@ -128,6 +135,10 @@ void Check(bool promise) {
 
 }  // namespace
 
+// The input: a class by its index in AllClasses() (two bytes), a byte that
+// is 0 mod 16 where another number (two bytes) goes in the class's place,
+// then the bytes of the message. The seeds in corpus/ fill every field of a
+// few classes.
 void RunOne(const uint8_t* data, size_t size) {
   const auto& classes = testing_support::AllClasses();
   Bytes in(data, size);

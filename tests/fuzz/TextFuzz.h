@@ -17,7 +17,7 @@ void ReadText(const uint8_t* data, size_t size);
 
 // The bytes as a message file: read as the text reader reads them, to the
 // same tree or the same error; a tree read is written to another file,
-// which holds exactly the writer's text and nothing is left beside it.
+// which reads back to the same tree and nothing is left beside it.
 void ReadFile(const uint8_t* data, size_t size);
 
 // The bytes as a JSON message file: a document that is read writes JSON

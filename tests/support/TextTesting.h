@@ -57,6 +57,13 @@ inline std::string Where(const MsgTextError& err) {
   return std::to_string(err.line) + ":" + std::to_string(err.column) + ": " + err.reason;
 }
 
+// Whether the reason of `err` holds `part`.
+inline ::testing::AssertionResult Says(const MsgTextError& err, const std::string& part) {
+  if (std::strstr(err.reason, part.c_str())) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure()
+         << "the reason \"" << err.reason << "\" lacks \"" << part << "\"";
+}
+
 inline bool SameBits(double a, double b) {
   if (std::isnan(a)) return std::isnan(b) && std::signbit(a) == std::signbit(b);
   return std::memcmp(&a, &b, sizeof a) == 0;
@@ -105,6 +112,19 @@ inline MsgPtr Greeks() {
   Set(rho, 599, Int(INT_MIN));
   Attach(*m, 2668, 1925);
   return m;
+}
+
+// Whether `back` holds the doubles of Greeks() bit for bit.
+inline void ExpectGreeksDoubles(CMsg* back) {
+  CDblArray deltas;
+  ASSERT_GE(back->GetValue(612, &deltas), 0);
+  ASSERT_EQ(deltas.size, static_cast<int>(kEdgeDoubles.size()));
+  for (int i = 0; i < deltas.size; ++i) {
+    EXPECT_TRUE(SameBits(deltas.GetAt(i), kEdgeDoubles[i].value)) << kEdgeDoubles[i].text;
+  }
+  CDbl theta;
+  ASSERT_GE(back->GetValue(615, &theta), 0);
+  EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
 }
 
 // Every byte that a quoted text escapes, and UTF-8 of two, three and four bytes.
