@@ -41,6 +41,11 @@ ValueArray<T>::ValueArray(ValueArray&& other) noexcept
 }
 
 template <class T>
+ValueArray<T>::~ValueArray() {
+  ::operator delete(data_);
+}
+
+template <class T>
 ValueArray<T>& ValueArray<T>::operator=(const ValueArray& other) {
   if (this == &other) return *this;
   Reserve(other.size);
@@ -157,11 +162,13 @@ CString CIntArray::Repr(const char* sep, bool braced) const { return Join(sep, b
 
 CString CDblArray::Repr(const char* sep, bool braced) const { return Join(sep, braced); }
 
+CIntArray::~CIntArray() = default;
 CIntArray& CIntArray::operator=(const CIntArray& other) {
   ValueArray::operator=(other);
   return *this;
 }
 
+CDblArray::~CDblArray() = default;
 CDblArray& CDblArray::operator=(const CDblArray& other) {
   ValueArray::operator=(other);
   return *this;

@@ -101,13 +101,17 @@ CString::CString(CString&& other) noexcept {
   other.SetLocalSize(0);
 }
 
-CString& CString::AssignText(const char* text) {
+CString& CString::operator=(const char* text) {
   if (!text) {
     SetSize(0);
   } else {
     Assign(text, LengthOf(text));
   }
   return *this;
+}
+
+CString::~CString() {
+  if (!IsLocal()) Release();
 }
 
 CString& CString::operator=(const CString& other) {

@@ -26,7 +26,7 @@ class ValueArray {
   ValueArray() noexcept : size(0), cap_(0), data_(nullptr) {}
   ValueArray(const ValueArray& other);
   ValueArray(ValueArray&& other) noexcept;
-  ~ValueArray() { ::operator delete(data_); }
+  ~ValueArray();
   ValueArray& operator=(const ValueArray& other);
   ValueArray& operator=(ValueArray&& other) noexcept;
 
@@ -66,6 +66,9 @@ class CIntArray : public kyt_detail::ValueArray<int32_t> {
   CIntArray(const CIntArray&) = default;
   CIntArray(CIntArray&&) = default;
   CIntArray& operator=(CIntArray&&) = default;
+  // Defined in the library, so that a program built on these headers needs
+  // no symbol of the array's insides.
+  ~CIntArray();
   CIntArray& operator=(const CIntArray& other);
 
   // The elements as "%d" texts joined by `sep`; with `braced` the list is
@@ -79,6 +82,9 @@ class CDblArray : public kyt_detail::ValueArray<double> {
   CDblArray(const CDblArray&) = default;
   CDblArray(CDblArray&&) = default;
   CDblArray& operator=(CDblArray&&) = default;
+  // Defined in the library, so that a program built on these headers needs
+  // no symbol of the array's insides.
+  ~CDblArray();
   CDblArray& operator=(const CDblArray& other);
 
   // The same with each element as "%.15e" would print it.

@@ -36,24 +36,11 @@ class CString {
     }
   }
   CString(CString&& other) noexcept;
-  // Every object in a tree has strings to let go and a name to set, so the
-  // short cases are written here, where a literal's length is known; the
-  // rest goes through the library.
-  ~CString() {
-    if (!IsLocal()) Release();
-  }
+  // Destruction and copying are defined in the library, so that a program
+  // built on these headers needs no symbol of the string's insides.
+  ~CString();
 
-  CString& operator=(const char* text) {
-    if (text && IsLocal()) {
-      const size_t n = std::strlen(text);
-      if (n <= static_cast<size_t>(kLocalCap)) {
-        std::memmove(buf_, text, n);  // the text may lie in this string
-        SetLocalSize(static_cast<int>(n));
-        return *this;
-      }
-    }
-    return AssignText(text);
-  }
+  CString& operator=(const char* text);
   CString& operator=(const CString& other);
   CString& operator=(CString&& other) noexcept;
 
@@ -121,7 +108,6 @@ class CString {
     std::memcpy(buf_ + 8, &n, sizeof n);
   }
   CString& AssignFrom(const CString& other);
-  CString& AssignText(const char* text);
   char* Data() { return IsLocal() ? buf_ : HeapPtr(); }
   int Capacity() const { return IsLocal() ? kLocalCap : HeapCap(); }
   // A heap block for a text of at least `*cap` bytes and its terminator;
