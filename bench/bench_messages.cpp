@@ -516,8 +516,8 @@ class Collector : public benchmark::ConsoleReporter {
 };
 
 // One line of the ratios: ours against `other` ("protobuf" or "floor").
-void Ratio(const Collector& c, const char* w, const char* what, const char* ours,
-           const char* other, const char* theirs, bool oursOverTheirs, const char* target) {
+void Ratio(const Collector& c, const char* w, const char* what, const char* ours, const char* other,
+           const char* theirs, bool oursOverTheirs, const char* target) {
   std::string base = std::string(w) + "/";
   double a = c.Ns(base + "ours/" + ours);
   double b = c.Ns(base + other + "/" + theirs);
