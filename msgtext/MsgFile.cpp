@@ -290,15 +290,10 @@ bool TooLarge(MsgTextError* err, const char* path, size_t maxSize) {
 // A NUL byte at `at` of `text`: no message file holds one, so the file is
 // refused there, at its line and column.
 bool NulByte(MsgTextError* err, const char* path, const std::string& text, size_t at) {
-  int line = 1;
-  size_t start = 0;
-  for (size_t i = 0; i < at; ++i) {
-    if (text[i] == '\n') {
-      ++line;
-      start = i + 1;
-    }
-  }
-  SetError(err, MSGTEXT_E_TEXT, line, static_cast<int>(at - start + 1),
+  int line = 0;
+  int column = 0;
+  pricemsg::text::PositionOf(text.data(), text.size(), at, &line, &column);
+  SetError(err, MSGTEXT_E_TEXT, line, column,
            "%s holds a NUL byte at byte %zu: it is no message file", Shorter(path).text, at);
   return false;
 }
@@ -379,7 +374,7 @@ int MA_WriteMsgFile(CMsg* msg, const char* path, MsgTextError* err) {
 }
 
 bool MA_IsMsgJson(const char* text, size_t size) {
-  size_t i = size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+  size_t i = pricemsg::text::ByteOrderMark(text, size);
   while (i < size && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
   return i < size && text[i] == '{';
 }

@@ -72,22 +72,6 @@ class Tracked {
 
 bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
-// The line and column (from 1, in bytes) of `offset` in the text; a UTF-8
-// byte order mark at the start does not count as columns.
-void PositionOf(const char* text, size_t size, size_t offset, int* line, int* column) {
-  offset = std::min(offset, size);
-  const size_t bom = size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
-  long long lines = 1;
-  size_t start = bom;
-  for (const char* p = text;
-       (p = static_cast<const char*>(std::memchr(p, '\n', text + offset - p))); ++p) {
-    ++lines;
-    start = static_cast<size_t>(p - text) + 1;
-  }
-  *line = static_cast<int>(std::min<long long>(lines, INT_MAX));
-  *column = static_cast<int>(std::min<size_t>(offset - std::min(offset, start), INT_MAX - 1) + 1);
-}
-
 // The parser's reason without its prefix and position: "syntax error while
 // parsing value - ...".
 std::string ParserReason(const std::string& what) {
@@ -326,7 +310,7 @@ class Reader {
   bool parse_error(size_t position, const std::string&, const nlohmann::detail::exception& e) {
     // The parser counts the byte it stopped at from 1.
     int line, column;
-    PositionOf(text_, size_, position > 0 ? position - 1 : 0, &line, &column);
+    text::PositionOf(text_, size_, position > 0 ? position - 1 : 0, &line, &column);
     text::SetError(err_, MSGTEXT_E_TEXT, line, column, "%s", ParserReason(e.what()).c_str());
     return false;
   }
@@ -404,7 +388,7 @@ class Reader {
     std::vsnprintf(reason, sizeof reason, format, args);
     va_end(args);
     int line, column;
-    PositionOf(text_, size_, at, &line, &column);
+    text::PositionOf(text_, size_, at, &line, &column);
     text::SetError(err_, MSGTEXT_E_TEXT, line, column, "%s: %s", where_.ForReason().c_str(),
                    reason);
     return false;

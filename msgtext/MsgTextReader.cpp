@@ -110,7 +110,7 @@ class Reader {
  public:
   Reader(const char* text, size_t size, MsgTextError* err)
       : next_(text), end_(text + size), err_(err) {
-    if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) next_ += 3;
+    next_ += ByteOrderMark(text, size);
     lineStart_ = lineEnd_ = lineItem_ = next_;
   }
 

@@ -1,10 +1,29 @@
 #include "TextCommon.h"
 
+#include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
 namespace pricemsg::text {
+
+size_t ByteOrderMark(const char* text, size_t size) {
+  return size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+}
+
+void PositionOf(const char* text, size_t size, size_t offset, int* line, int* column) {
+  offset = std::min(offset, size);
+  long long lines = 1;
+  size_t start = ByteOrderMark(text, size);
+  for (const char* p = text;
+       (p = static_cast<const char*>(std::memchr(p, '\n', text + offset - p))); ++p) {
+    ++lines;
+    start = static_cast<size_t>(p - text) + 1;
+  }
+  *line = static_cast<int>(std::min<long long>(lines, INT_MAX));
+  *column = static_cast<int>(std::min<size_t>(offset - std::min(offset, start), INT_MAX - 1) + 1);
+}
 
 char* PutHex(char* out, unsigned char c) {
   out[0] = '\\';

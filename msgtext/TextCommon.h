@@ -24,6 +24,12 @@ using schema::KindInfo;
 // other byte below 0x20, and 0x7f, is written \xHH.
 using pricemsg::kTextEscapes;
 inline bool NeedsHex(unsigned char c) { return c < 0x20 || c == 0x7f; }
+
+// The length of a UTF-8 byte order mark at the start of a file's text: 3 or 0.
+size_t ByteOrderMark(const char* text, size_t size);
+// The line and column (from 1, in bytes) of `offset` in a file's text; a
+// byte order mark at the start does not count as columns.
+void PositionOf(const char* text, size_t size, size_t offset, int* line, int* column);
 // Writes the four bytes \xHH of `c` (lower-case digits) at `out`; gives the
 // end.
 char* PutHex(char* out, unsigned char c);

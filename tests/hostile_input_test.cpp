@@ -132,6 +132,10 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   M_SysReject reject;
   EXPECT_EQ(MA_LoadMsgFile(nul.c_str(), &reject, &err), MSGTEXT_E_TEXT);
   EXPECT_EQ(Where(err).substr(0, 5), "3:10:");
+  // On the first line, after a byte order mark, columns count as elsewhere.
+  const std::string bom = dir.File("bom.msg", "\xEF\xBB\xBFM1\0"s);
+  EXPECT_FALSE(MA_ReadMsgFile(bom.c_str(), &err));
+  EXPECT_EQ(Where(err).substr(0, 4), "1:3:");
 
   // A pipe that goes on and on is read up to the caller's limit.
   const std::string fifo = dir.Path("endless");
