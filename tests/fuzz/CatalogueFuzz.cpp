@@ -37,10 +37,8 @@ void RunCatalogue(const uint8_t* data, size_t size) {
     }
   }
   const bool file = args.size() == 3 && args[1] == "file";
-  std::string content;
   if (file) {
-    content = args[2];
-    Store(path, content.data(), content.size());
+    Store(path, args[2].data(), args[2].size());
     args[2] = path;
   } else if (args.size() > 1 && args[1] == "file") {
     args.resize(2);  // a wrong count of arguments, without a path to read
@@ -70,10 +68,10 @@ void RunCatalogue(const uint8_t* data, size_t size) {
   Check(status >= 0 && status <= 2);
   Check(status == 0 ? told.empty() : printed.empty() && !told.empty());
   if (!file) return;
-  // It prints the writer's text of the tree that the reader takes, or the
-  // reader's error at its place.
+  // It prints the writer's text of the tree that the file reader takes, or
+  // the reader's error at its place.
   MsgTextError e{};
-  std::unique_ptr<CMsg> msg(MA_ReadMsgText(content.data(), content.size(), &e));
+  std::unique_ptr<CMsg> msg(MA_ReadMsgFile(path.c_str(), &e));
   Check((status == 0) == (msg != nullptr));
   if (msg) {
     std::string text;

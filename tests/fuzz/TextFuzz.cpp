@@ -44,7 +44,7 @@ void CheckPosition(const char* text, size_t size, const MsgTextError& err) {
   }
   const void* nl = std::memchr(text + start, '\n', size - start);
   size_t end = nl ? static_cast<size_t>(static_cast<const char*>(nl) - text) : size;
-  if (end > start && text[end - 1] == '\r') --end;
+  if (nl && end > start && text[end - 1] == '\r') --end;
   Check(static_cast<size_t>(err.column) <= end - start + 1);
 }
 
