@@ -382,15 +382,13 @@ class Reader {
   }
 
   __attribute__((format(printf, 3, 4))) bool FailAt(size_t at, const char* format, ...) {
-    char reason[sizeof err_->reason];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(reason, sizeof reason, format, args);
-    va_end(args);
     int line, column;
     text::PositionOf(text_, size_, at, &line, &column);
-    text::SetError(err_, MSGTEXT_E_TEXT, line, column, "%s: %s", where_.ForReason().c_str(),
-                   reason);
+    text::SetError(err_, MSGTEXT_E_TEXT, line, column, "%s: ", where_.ForReason().c_str());
+    va_list args;
+    va_start(args, format);
+    text::AppendReasonV(err_, format, args);
+    va_end(args);
     return false;
   }
 

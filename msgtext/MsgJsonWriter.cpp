@@ -146,12 +146,12 @@ class Writer {
   }
 
   __attribute__((format(printf, 3, 4))) int Fail(int code, const char* format, ...) {
-    char reason[sizeof err_->reason];
+    text::SetError(err_, code, 0, 0, "%s: ", where_.ForReason().c_str());
     va_list args;
     va_start(args, format);
-    std::vsnprintf(reason, sizeof reason, format, args);
+    text::AppendReasonV(err_, format, args);
     va_end(args);
-    return text::SetError(err_, code, 0, 0, "%s: %s", where_.ForReason().c_str(), reason);
+    return code;
   }
 
   // 1 when the message has the value, 0 when it lacks it, and a failure
