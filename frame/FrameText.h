@@ -40,29 +40,71 @@ void FailText(CString& errtext, const char* format, Args... args) noexcept {
   }
 }
 
+// Copies `n` bytes and gives the end of the copy. Most texts of a dump are
+// labels and values of a few bytes: those are copied here in two overlapping
+// moves, without a call.
+inline char* CopyBytes(char* to, const char* from, size_t n) {
+  if (n > 16) {
+    std::memcpy(to, from, n);
+  } else if (n >= 8) {
+    char head[8], tail[8];
+    std::memcpy(head, from, 8);
+    std::memcpy(tail, from + n - 8, 8);
+    std::memcpy(to, head, 8);
+    std::memcpy(to + n - 8, tail, 8);
+  } else if (n >= 4) {
+    char head[4], tail[4];
+    std::memcpy(head, from, 4);
+    std::memcpy(tail, from + n - 4, 4);
+    std::memcpy(to, head, 4);
+    std::memcpy(to + n - 4, tail, 4);
+  } else if (n > 0) {
+    to[0] = from[0];
+    to[n / 2] = from[n / 2];
+    to[n - 1] = from[n - 1];
+  }
+  return to + n;
+}
+
 // The text of a dump, gathered on the stack and handed to the stream in
 // large pieces: a dump runs to thousands of short lines. Every line starts
-// with its newline (Label), so a dump starts with a newline and ends without
-// one. A piece too long for the buffer goes to the stream as it is. The
-// stream may throw when it cannot grow: the pieces it was given stand, the
-// one it refused is dropped, and the exception goes to the caller.
+// with its newline, so a dump starts with a newline and ends without one. A
+// piece too long for the buffer goes to the stream as it is. The stream may
+// throw when it cannot grow: the pieces it was given stand, the one it
+// refused is dropped, and the exception goes to the caller.
 class TextSink {
  public:
   explicit TextSink(CStream* out) : out_(out) {}
   TextSink(const TextSink&) = delete;
   TextSink& operator=(const TextSink&) = delete;
 
-  // Starts a line: the newline and `name` right-aligned in kWidth columns.
-  void Label(const char* name) {
-    const size_t len = std::strlen(name);
-    if (sizeof buf_ - size_ < 1 + kWidth) Flush();
-    buf_[size_++] = '\n';
-    if (len < kWidth) {
-      std::memset(buf_ + size_, ' ', kWidth - len);
-      size_ += kWidth - len;
+  // A labelled line: the newline, `name` right-aligned in kWidth columns,
+  // `sep`, `text` of `len` bytes and `end`. A line that fits the buffer is
+  // written in one go through a local pointer (the buffer's bytes could
+  // alias size_, which would be reloaded after every store).
+  template <size_t S, size_t E>
+  void Line(const char* name, const char (&sep)[S], const char* text, size_t len,
+            const char (&end)[E]) {
+    const size_t nameLen = std::strlen(name);
+    const size_t pad = nameLen < kWidth ? kWidth - nameLen : 0;
+    const size_t need = 1 + pad + nameLen + (S - 1) + len + (E - 1);
+    if (need > sizeof buf_ - size_) {
+      Flush();
+      if (need > sizeof buf_) {
+        LongLine(name, nameLen, pad, sep, S - 1, text, len, end, E - 1);
+        return;
+      }
     }
-    Put(name, len);
+    char* p = buf_ + size_;
+    *p++ = '\n';
+    std::memset(p, ' ', kWidth);  // the name, at least pad bytes on, covers the rest
+    p = CopyBytes(p + pad, name, nameLen);
+    std::memcpy(p, sep, S - 1);
+    p = CopyBytes(p + (S - 1), text, len);
+    std::memcpy(p, end, E - 1);
+    size_ = static_cast<size_t>(p + (E - 1) - buf_);
   }
+
   // Starts a line with no label.
   void Line() { Put("\n", 1); }
 
@@ -94,6 +136,19 @@ class TextSink {
 
  private:
   static constexpr size_t kWidth = 20;
+
+  // A line longer than the buffer, piece by piece.
+  void LongLine(const char* name, size_t nameLen, size_t pad, const char* sep, size_t sepLen,
+                const char* text, size_t len, const char* end, size_t endLen) {
+    static const char kSpaces[kWidth + 1] = "                    ";
+    Put("\n", 1);
+    Put(kSpaces, pad);
+    Put(name, nameLen);
+    Put(sep, sepLen);
+    Put(text, len);
+    Put(end, endLen);
+  }
+
   CStream* out_;
   size_t size_ = 0;
   char buf_[4096];

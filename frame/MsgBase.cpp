@@ -217,12 +217,11 @@ class Dumper final : public FieldOp {
   explicit Dumper(TextSink& sink) : sink_(sink) {}
 
   void Object(const CMsgBase& obj, Walk walk) {
-    sink_.Label("<msgnum>");
-    sink_.Put(" : ", 3);
-    sink_.PutInt(obj.msgnum);
-    sink_.Label("<msgname>");
-    sink_.Put(" : ", 3);
-    sink_.Put(obj.msgname.ToStr(), static_cast<size_t>(obj.msgname.GetSize()));
+    char digits[32];
+    char* end = std::to_chars(digits, digits + sizeof digits, obj.msgnum).ptr;
+    sink_.Line("<msgnum>", " : ", digits, static_cast<size_t>(end - digits), "");
+    sink_.Line("<msgname>", " : ", obj.msgname.ToStr(), static_cast<size_t>(obj.msgname.GetSize()),
+               "");
     // The walk hands out members for writing; the dumper only reads them.
     walk(*this, const_cast<CMsgBase&>(obj), obj);
     static const char kTail[] = "--------------------------------------";
@@ -232,7 +231,7 @@ class Dumper final : public FieldOp {
 
   bool operator()(int, const char* name, CInt& v, const CInt&) override {
     if (!v.isSet) return Text(name, "<CInt: unset>");
-    char digits[16];
+    char digits[32];
     char* end = std::to_chars(digits, digits + sizeof digits, v.value).ptr;
     return Text(name, digits, static_cast<size_t>(end - digits));
   }
@@ -286,16 +285,10 @@ class Dumper final : public FieldOp {
 
  private:
   // The line of a sub-message or array field, before its own lines.
-  void Label(const char* name) {
-    sink_.Label(name);
-    sink_.Put(" :", 2);
-  }
+  void Label(const char* name) { sink_.Line(name, " :", "", 0, ""); }
 
   bool Text(const char* name, const char* text, size_t len) {
-    sink_.Label(name);
-    sink_.Put(" : [", 4);
-    sink_.Put(text, len);
-    sink_.Put("]", 1);
+    sink_.Line(name, " : [", text, len, "]");
     return true;
   }
   bool Text(const char* name, const char* text) { return Text(name, text, std::strlen(text)); }
