@@ -40,6 +40,16 @@ void FailText(CString& errtext, const char* format, Args... args) noexcept {
   }
 }
 
+// Copies `n` bytes, W <= n <= 2 * W, as the first and the last W of them.
+template <size_t W>
+void CopyEnds(char* to, const char* from, size_t n) {
+  char head[W], tail[W];
+  std::memcpy(head, from, W);
+  std::memcpy(tail, from + n - W, W);
+  std::memcpy(to, head, W);
+  std::memcpy(to + n - W, tail, W);
+}
+
 // Copies `n` bytes and gives the end of the copy. Most texts of a dump are
 // labels and values of a few bytes: those are copied here in two overlapping
 // moves, without a call.
@@ -47,17 +57,9 @@ inline char* CopyBytes(char* to, const char* from, size_t n) {
   if (n > 16) {
     std::memcpy(to, from, n);
   } else if (n >= 8) {
-    char head[8], tail[8];
-    std::memcpy(head, from, 8);
-    std::memcpy(tail, from + n - 8, 8);
-    std::memcpy(to, head, 8);
-    std::memcpy(to + n - 8, tail, 8);
+    CopyEnds<8>(to, from, n);
   } else if (n >= 4) {
-    char head[4], tail[4];
-    std::memcpy(head, from, 4);
-    std::memcpy(tail, from + n - 4, 4);
-    std::memcpy(to, head, 4);
-    std::memcpy(to + n - 4, tail, 4);
+    CopyEnds<4>(to, from, n);
   } else if (n > 0) {
     to[0] = from[0];
     to[n / 2] = from[n / 2];
