@@ -90,29 +90,6 @@ TEST(Dates, ACalendarImpossibleDateIsCarriedUnchangedEverywhere) {
   }
 }
 
-// The JSON reader keeps nothing of the document but the tree it builds: on a
-// large message it needs no more memory than the text reader, give or take
-// a half.
-TEST(Memory, TheJsonReaderNeedsAboutWhatTheTextReaderNeeds) {
-  REQUIRE_FAILING_ALLOC();
-  SampleShape shape;
-  shape.tag = 4711;  // maRateCrvTenor
-  shape.tagElements = 5000;
-  MsgPtr sample = BuildSample(3691, shape);
-  const std::string text = Text(sample.get()), json = Json(sample.get());
-  ASSERT_GT(json.size(), 500000u);
-  auto peak = [](const std::function<CMsg*()>& read) {
-    FailingAlloc::ResetPeak();
-    const long before = FailingAlloc::LiveBytes();
-    MsgPtr msg(read());
-    EXPECT_TRUE(msg);
-    return FailingAlloc::PeakBytes() - before;
-  };
-  const long fromText = peak([&] { return MA_ReadMsgText(text.data(), text.size(), nullptr); });
-  const long fromJson = peak([&] { return MA_ReadMsgJson(json.data(), json.size(), nullptr); });
-  EXPECT_LE(fromJson, fromText * 3 / 2) << "JSON " << fromJson << ", text " << fromText;
-}
-
 // Input that never ends, or ends too late, is refused at once: at the first
 // byte that no message file holds, or at the size limit, holding no more.
 TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {

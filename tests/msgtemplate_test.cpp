@@ -146,6 +146,7 @@ TEST(MsgFile, LoadsAFileIntoAnObjectOrSaysWhyNot) {
   EXPECT_EQ(err.line, 0);
   EXPECT_TRUE(Says(err, "missing.msg: No such file or directory"));
   EXPECT_EQ(MA_LoadMsgFile(dir.Path("").c_str(), &untouched, &err), MSGTEXT_E_IO);
+  EXPECT_TRUE(Says(err, "Is a directory"));
   EXPECT_FALSE(untouched.nDate.isSet);
 
   // A file of another class: both named, the object untouched.

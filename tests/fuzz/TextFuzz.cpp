@@ -105,9 +105,7 @@ void ReadText(const uint8_t* data, size_t size) {
 }
 
 void ReadFile(const uint8_t* data, size_t size) {
-  const std::string dir = ScratchDir();
-  const std::string in = dir + "/in.msg";
-  const std::string out = dir + "/out.msg";
+  const std::string in = std::string(ScratchDir()) + "/in.msg";
   Store(in, reinterpret_cast<const char*>(data), size);
   MsgTextError fromFile{}, fromText{};
   MsgPtr msg(MA_ReadMsgFile(in.c_str(), &fromFile));
@@ -126,15 +124,7 @@ void ReadFile(const uint8_t* data, size_t size) {
   Check(fromFile.line == fromText.line && fromFile.column == fromText.column);
   Check(std::strcmp(fromFile.reason, fromText.reason) == 0);
   Check(fromFile.code == fromText.code);
-  if (!msg) return;
-  const std::string text = Written(msg.get());
-  Check(Written(same.get()) == text);
-  MsgTextError err{};
-  Check(MA_WriteMsgFile(msg.get(), out.c_str(), &err) == MSGTEXT_OK);
-  Check(std::distance(std::filesystem::directory_iterator(dir), {}) == 2);
-  MsgPtr back(MA_ReadMsgFile(out.c_str(), &err));
-  Check(back != nullptr);
-  Check(Written(back.get()) == text);
+  if (msg) Check(Written(same.get()) == Written(msg.get()));
 }
 
 void ReadJson(const uint8_t* data, size_t size) {
