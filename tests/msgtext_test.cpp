@@ -417,8 +417,10 @@ TEST_F(MsgFile, APlantedLinkNeverRedirectsTheWrite) {
   EXPECT_EQ(entries, links + 1);  // and the file itself, no temporary one
 
   // A link at the target is replaced by the file; what it names is left
-  // alone, be it a file or nothing.
-  for (const fs::path& named : {victim, unborn}) {
+  // alone, be it a file, nothing, or a FIFO.
+  const fs::path fifo = elsewhere / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  for (const fs::path& named : {victim, unborn, fifo}) {
     const fs::path link = dir.path / "link.msg";
     fs::create_symlink(named, link);
     ASSERT_EQ(MA_WriteMsgFile(tiv.get(), link.c_str(), &err), MSGTEXT_OK) << err.reason;
