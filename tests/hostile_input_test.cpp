@@ -117,11 +117,11 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   std::atomic<bool> stop{false};
   signal(SIGPIPE, SIG_IGN);  // the writer learns that the reader has gone by EPIPE
+  size_t written = 0;
   std::thread writer([&] {
     const int fd = open(fifo.c_str(), O_WRONLY);
     const std::string line = "# a note that never ends\n";
-    while (!stop && fd >= 0 && write(fd, line.data(), line.size()) > 0) {
-    }
+    while (!stop && fd >= 0 && write(fd, line.data(), line.size()) > 0) written += line.size();
     if (fd >= 0) close(fd);
   });
   EXPECT_FALSE(MA_ReadMsgFile(fifo.c_str(), &err, 1 << 20));
@@ -129,6 +129,7 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   writer.join();
   EXPECT_EQ(err.code, MSGTEXT_E_IO);
   EXPECT_TRUE(Says(err, "larger than 1048576 bytes"));
+  EXPECT_LT(written, (1u << 20) + (1u << 18)) << "read far past the limit";
 
   // A regular file over the limit is refused unread; the default takes it.
   const std::string big = dir.File("big.msg", "M10 {\n" + std::string(5000, '#') + "\n}\n");
