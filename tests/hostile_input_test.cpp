@@ -1,11 +1,9 @@
 // Hostile and careless input that the classes and message files must carry
 // or refuse cleanly: dates that are no days of the calendar, texts with a
-// NUL byte, endless and oversized files, files the caller may not write,
-// and running out of memory anywhere on the way.
+// NUL byte, endless and oversized files, and running out of memory anywhere
+// on the way.
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -92,29 +90,6 @@ TEST(Dates, ACalendarImpossibleDateIsCarriedUnchangedEverywhere) {
   }
 }
 
-// The JSON reader keeps nothing of the document but the tree it builds: on a
-// large message it needs no more memory than the text reader, give or take
-// a half.
-TEST(Memory, TheJsonReaderNeedsAboutWhatTheTextReaderNeeds) {
-  REQUIRE_FAILING_ALLOC();
-  SampleShape shape;
-  shape.tag = 4711;  // maRateCrvTenor
-  shape.tagElements = 5000;
-  MsgPtr sample = BuildSample(3691, shape);
-  const std::string text = Text(sample.get()), json = Json(sample.get());
-  ASSERT_GT(json.size(), 500000u);
-  auto peak = [](const std::function<CMsg*()>& read) {
-    FailingAlloc::ResetPeak();
-    const long before = FailingAlloc::LiveBytes();
-    MsgPtr msg(read());
-    EXPECT_TRUE(msg);
-    return FailingAlloc::PeakBytes() - before;
-  };
-  const long fromText = peak([&] { return MA_ReadMsgText(text.data(), text.size(), nullptr); });
-  const long fromJson = peak([&] { return MA_ReadMsgJson(json.data(), json.size(), nullptr); });
-  EXPECT_LE(fromJson, fromText * 3 / 2) << "JSON " << fromJson << ", text " << fromText;
-}
-
 // Input that never ends, or ends too late, is refused at once: at the first
 // byte that no message file holds, or at the size limit, holding no more.
 TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
@@ -142,11 +117,11 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   std::atomic<bool> stop{false};
   signal(SIGPIPE, SIG_IGN);  // the writer learns that the reader has gone by EPIPE
+  size_t written = 0;
   std::thread writer([&] {
     const int fd = open(fifo.c_str(), O_WRONLY);
     const std::string line = "# a note that never ends\n";
-    while (!stop && fd >= 0 && write(fd, line.data(), line.size()) > 0) {
-    }
+    while (!stop && fd >= 0 && write(fd, line.data(), line.size()) > 0) written += line.size();
     if (fd >= 0) close(fd);
   });
   EXPECT_FALSE(MA_ReadMsgFile(fifo.c_str(), &err, 1 << 20));
@@ -154,6 +129,7 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   writer.join();
   EXPECT_EQ(err.code, MSGTEXT_E_IO);
   EXPECT_TRUE(Says(err, "larger than 1048576 bytes"));
+  EXPECT_LT(written, (1u << 20) + (1u << 18)) << "read far past the limit";
 
   // A regular file over the limit is refused unread; the default takes it.
   const std::string big = dir.File("big.msg", "M10 {\n" + std::string(5000, '#') + "\n}\n");
@@ -161,56 +137,6 @@ TEST(Files, EndlessAndOversizedInputIsRefusedAtOnce) {
   EXPECT_EQ(err.code, MSGTEXT_E_IO);
   MsgPtr read(MA_ReadMsgFile(big.c_str(), &err));
   EXPECT_TRUE(read) << err.reason;
-}
-
-// The writer replaces only a file that the caller could write in place, and
-// only with a file that keeps its mode, owner and group.
-TEST(Files, AFileTheCallerMayNotWriteIsNotReplaced) {
-  TempDir dir;
-  MsgPtr msg = NewMsg(10);
-  const std::string path = dir.File("kept.msg", "M10 {\n}\n");
-  // As root every file may be written: the case is played by a user of no
-  // rights, in a directory that anyone may write, on root's files.
-  const bool root = geteuid() == 0;
-  ASSERT_EQ(chmod(path.c_str(), root ? 0644 : 0444), 0);
-  const std::string shared = dir.File("shared.msg", "M10 {\n}\n");
-  ASSERT_EQ(chmod(shared.c_str(), 0666), 0);
-  auto attempt = [&](const std::string& target) {
-    MsgTextError err{};
-    const int rc = MA_WriteMsgFile(msg.get(), target.c_str(), &err);
-    return std::make_pair(rc, errno);
-  };
-  if (!root) {
-    const auto [rc, failure] = attempt(path);
-    EXPECT_EQ(rc, MSGTEXT_E_IO);
-    EXPECT_EQ(failure, EACCES);
-    EXPECT_EQ(Content(path), "M10 {\n}\n");
-    return;
-  }
-  const passwd* nobody = getpwnam("nobody");
-  if (!nobody) GTEST_SKIP() << "no user without rights to play the case";
-  ASSERT_EQ(chmod(dir.path.c_str(), 0777), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    if (setgid(nobody->pw_gid) != 0 || setuid(nobody->pw_uid) != 0) _exit(10);
-    const auto [rc, failure] = attempt(path);
-    if (rc != MSGTEXT_E_IO || failure != EACCES) _exit(11);
-    // Root's file that anyone may write cannot be made again as root's.
-    const auto [rc2, failure2] = attempt(shared);
-    if (rc2 != MSGTEXT_E_IO || failure2 != EPERM) _exit(12);
-    _exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
-  EXPECT_EQ(Content(path), "M10 {\n}\n");
-  EXPECT_EQ(Content(shared), "M10 {\n}\n");
-  struct stat st;
-  ASSERT_EQ(stat(shared.c_str(), &st), 0);
-  EXPECT_EQ(st.st_uid, 0u);
-  EXPECT_EQ(st.st_mode & 0777, 0666u);
-  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"kept.msg", "shared.msg"}));
 }
 
 // Dump throws nothing, whatever fails under it: the stream or the runtime

@@ -29,39 +29,24 @@ std::unique_ptr<CMsgBase> Original(const ClassCase& c) {
   return obj;
 }
 
-std::string PathOf(const std::string& dir, const ClassCase& c) {
-  return dir + "/M" + std::to_string(c.number) + ".msg";
-}
-
-bool Write(const std::string& dir, const ClassCase& c) {
-  std::unique_ptr<CMsgBase> obj = Original(c);
-  MsgPtr msg(obj ? obj->ToMsg() : nullptr);
-  MsgTextError err{};
-  if (!msg || MA_WriteMsgFile(msg.get(), PathOf(dir, c).c_str(), &err) != 0) {
-    std::printf("%s: not written: %s\n", c.name, err.reason);
-    return false;
-  }
-  return true;
-}
-
-bool Check(const std::string& dir, const ClassCase& c) {
-  MsgTextError err{};
-  MsgPtr msg(MA_ReadMsgFile(PathOf(dir, c).c_str(), &err));
-  if (!msg) {
-    std::printf("%s: %d:%d: %s\n", c.name, err.line, err.column, err.reason);
-    return false;
-  }
-  std::unique_ptr<CMsgBase> read = c.make();
-  if (read->Load(msg.get()) != 0) {
-    std::printf("%s: Load: %s\n", c.name, read->errtext.ToStr());
-    return false;
-  }
+// Writes, or reads back and compares, the file of class `c` in `dir`; gives
+// what went wrong, or nothing.
+std::string Exchange(bool write, const std::string& dir, const ClassCase& c) {
+  const std::string path = dir + "/M" + std::to_string(c.number) + ".msg";
   std::unique_ptr<CMsgBase> original = Original(c);
-  if (!original || DumpOf(*read) != DumpOf(*original)) {
-    std::printf("%s: the object read differs from the one written\n", c.name);
-    return false;
+  if (!original) return "the sample does not load";
+  MsgTextError err{};
+  if (write) {
+    MsgPtr msg(original->ToMsg());
+    if (!msg) return std::string("ToMsg: ") + original->errtext.ToStr();
+    if (MA_WriteMsgFile(msg.get(), path.c_str(), &err) == MSGTEXT_OK) return "";
+    return std::string("not written: ") + err.reason;
   }
-  return true;
+  MsgPtr msg(MA_ReadMsgFile(path.c_str(), &err));
+  if (!msg) return std::to_string(err.line) + ":" + std::to_string(err.column) + ": " + err.reason;
+  std::unique_ptr<CMsgBase> read = c.make();
+  if (read->Load(msg.get()) != 0) return std::string("Load: ") + read->errtext.ToStr();
+  return DumpOf(*read) == DumpOf(*original) ? "" : "the object read differs from the one written";
 }
 
 }  // namespace
@@ -71,9 +56,13 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: msgfile_exchange write|check DIR\n");
     return 2;
   }
-  const bool write = std::strcmp(argv[1], "write") == 0;
   int bad = 0;
-  for (const ClassCase& c : AllClasses()) bad += !(write ? Write(argv[2], c) : Check(argv[2], c));
+  for (const ClassCase& c : AllClasses()) {
+    const std::string failure = Exchange(std::strcmp(argv[1], "write") == 0, argv[2], c);
+    if (failure.empty()) continue;
+    std::printf("%s: %s\n", c.name, failure.c_str());
+    ++bad;
+  }
   std::printf("msgfile_exchange %s: %zu classes, %d failed\n", argv[1], AllClasses().size(), bad);
   return bad ? 1 : 0;
 }

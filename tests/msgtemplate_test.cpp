@@ -141,16 +141,12 @@ TEST(MsgFile, LoadsAFileIntoAnObjectOrSaysWhyNot) {
   EXPECT_EQ(MA_LoadMsgFile(badJson.c_str(), &untouched, &err), MSGTEXT_E_TEXT);
   EXPECT_EQ(Where(err), "2:11: /nDate: expected a date or null, found number");
 
-  // A damaged text file: the reader's error, by line and column; a missing
-  // file and a directory at line 0, naming the file and the cause.
-  const std::string damaged = "M2143 M_Tiv {\n  # a date\n  T198 nDate n 20261123\n}\n";
-  EXPECT_EQ(MA_LoadMsgFile(dir.File("damaged.msg", damaged).c_str(), &untouched, &err),
-            MSGTEXT_E_TEXT);
-  EXPECT_EQ(Where(err).rfind("3:16: expected a quoted date", 0), 0u) << Where(err);
+  // A missing file and a directory at line 0, naming the file and the cause.
   EXPECT_EQ(MA_LoadMsgFile(dir.Path("missing.msg").c_str(), &untouched, &err), MSGTEXT_E_IO);
   EXPECT_EQ(err.line, 0);
   EXPECT_TRUE(Says(err, "missing.msg: No such file or directory"));
   EXPECT_EQ(MA_LoadMsgFile(dir.Path("").c_str(), &untouched, &err), MSGTEXT_E_IO);
+  EXPECT_TRUE(Says(err, "Is a directory"));
   EXPECT_FALSE(untouched.nDate.isSet);
 
   // A file of another class: both named, the object untouched.

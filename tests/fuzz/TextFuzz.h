@@ -15,9 +15,8 @@ namespace fuzzing {
 // line and column inside it, with a reason.
 void ReadText(const uint8_t* data, size_t size);
 
-// The bytes as a message file: read as the text reader reads them, to the
-// same tree or the same error; a tree read is written to another file,
-// which reads back to the same tree and nothing is left beside it.
+// The bytes as a message file: read as the reader of its form reads them,
+// to the same tree or the same error; a NUL byte is refused before any parse.
 void ReadFile(const uint8_t* data, size_t size);
 
 // The bytes as a JSON message file: a document that is read writes JSON

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cfloat>
@@ -127,10 +128,6 @@ inline void ExpectGreeksDoubles(CMsg* back) {
   EXPECT_TRUE(theta.isSet && SameBits(theta.value, -0.0));
 }
 
-// Every byte that a quoted text escapes, and UTF-8 of two, three and four bytes.
-constexpr const char* kOddText =
-    "q\" b\\ n\n t\t r\r \x01\x1f\x7f \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 #}{/";
-
 // M_IrTargetSwitching: every single kind but a date, an int array, a
 // sub-message holding another; values added out of tag order, a text that is
 // no UTF-8, a value under a tag that the class lacks (T6), a second value of a
@@ -144,7 +141,8 @@ inline MsgPtr Switching() {
   CMsg& cpn = Attach(*m, 4702, 3623);
   Set(cpn, 3372, Bool(false));
   Set(cpn, 239, Dbl(1.0 / 3));
-  Set(cpn, 200, kOddText);
+  // Every byte that a quoted text escapes, and UTF-8 of two, three and four bytes.
+  Set(cpn, 200, "q\" b\\ n\n t\t r\r \x01\x1f\x7f \xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 #}{/");
   Set(cpn, 337, CDbl());
   Set(Attach(cpn, 4603, 3611), 275, CDbl());
   Set(*m, 118, CInt());
@@ -158,13 +156,15 @@ inline MsgPtr Switching() {
   return m;
 }
 
-// A directory of the running test's own under the temporary directory,
-// removed with everything in it at the end.
+// A directory of the running test's own under the temporary directory (its
+// process's too: builds side by side run the same tests), removed with
+// everything in it at the end.
 struct TempDir {
   std::filesystem::path path =
       std::filesystem::path(::testing::TempDir()) /
       (std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) +
-       "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+       "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name() + "-" +
+       std::to_string(getpid()));
   TempDir() { std::filesystem::create_directories(path); }
   ~TempDir() { std::filesystem::remove_all(path); }
   TempDir(const TempDir&) = delete;
