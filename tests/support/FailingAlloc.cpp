@@ -1,7 +1,5 @@
 // The operator new and delete of the test programs, and of the libraries
 // they load: they count live blocks and can fail one allocation.
-#include <malloc.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -14,8 +12,6 @@ std::atomic<long> g_failAt{-1};
 std::atomic<long> g_live{0};
 std::atomic<bool> g_fired{false};
 std::atomic<long> g_made{0};
-std::atomic<long> g_liveBytes{0};
-std::atomic<long> g_peakBytes{0};
 
 void* Allocate(size_t size) {
   if (g_failAt.load(std::memory_order_relaxed) >= 0 && g_failAt.fetch_sub(1) == 0) {
@@ -26,18 +22,12 @@ void* Allocate(size_t size) {
   if (!p) throw std::bad_alloc();
   g_live.fetch_add(1, std::memory_order_relaxed);
   g_made.fetch_add(1, std::memory_order_relaxed);
-  const long bytes = g_liveBytes.fetch_add(static_cast<long>(malloc_usable_size(p))) +
-                     static_cast<long>(malloc_usable_size(p));
-  for (long peak = g_peakBytes.load();
-       bytes > peak && !g_peakBytes.compare_exchange_weak(peak, bytes);) {
-  }
   return p;
 }
 
 void Free(void* p) {
   if (!p) return;
   g_live.fetch_sub(1, std::memory_order_relaxed);
-  g_liveBytes.fetch_sub(static_cast<long>(malloc_usable_size(p)), std::memory_order_relaxed);
   std::free(p);
 }
 
@@ -52,9 +42,6 @@ void FailingAlloc::FailAt(long n) {
 void FailingAlloc::Off() { g_failAt = -1; }
 bool FailingAlloc::Fired() { return g_fired; }
 long FailingAlloc::Live() { return g_live; }
-long FailingAlloc::LiveBytes() { return g_liveBytes; }
-long FailingAlloc::PeakBytes() { return g_peakBytes; }
-void FailingAlloc::ResetPeak() { g_peakBytes = g_liveBytes.load(); }
 
 // A memory checker that puts its own operator new in place of this one makes
 // the counters stand still.

@@ -10,8 +10,5 @@ void FailingAlloc::FailAt(long) {}
 void FailingAlloc::Off() {}
 bool FailingAlloc::Fired() { return false; }
 long FailingAlloc::Live() { return 0; }
-long FailingAlloc::LiveBytes() { return 0; }
-long FailingAlloc::PeakBytes() { return 0; }
-void FailingAlloc::ResetPeak() {}
 
 }  // namespace testing_support

@@ -70,10 +70,6 @@ class FailingAlloc {
   static bool Fired();
   // Blocks allocated and not yet freed, in the whole process.
   static long Live();
-  // Their bytes, and the most they have come to since ResetPeak.
-  static long LiveBytes();
-  static long PeakBytes();
-  static void ResetPeak();
 };
 
 // The first line of a case that makes allocations fail.
