@@ -154,12 +154,10 @@ class HugeText {
     void* base =
         mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     fd_ = memfd_create("huge-text", 0);
-    if (base == MAP_FAILED || fd_ < 0 || ftruncate(fd_, kBlock) != 0) return;
+    const std::string block(kBlock, 'x');
+    if (base == MAP_FAILED || fd_ < 0 || write(fd_, block.data(), kBlock) != ssize_t{kBlock})
+      return;
     base_ = static_cast<char*>(base);
-    void* block = mmap(nullptr, kBlock, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    if (block == MAP_FAILED) return;
-    std::memset(block, 'x', kBlock);
-    munmap(block, kBlock);
     for (size_t at = 0; at < kLen; at += kBlock) {
       if (mmap(base_ + at, kBlock, PROT_READ, MAP_SHARED | MAP_FIXED, fd_, 0) == MAP_FAILED) return;
     }
@@ -432,17 +430,15 @@ TEST(BlockPools, GiveAllBackWhenTheThreadEndsAndKeepNoneWhenTurnedOff) {
     EXPECT_EQ(FailingAlloc::Live(), before);
     return;
   }
-  std::vector<std::string> env = {"KYT_MSG_POOL=0"};
-  for (char** e = environ; *e; ++e) env.emplace_back(*e);
-  std::vector<char*> envp;
-  for (std::string& e : env) envp.push_back(&e[0]);
-  envp.push_back(nullptr);
   std::string exe = "/proc/self/exe";
   std::string filter =
       "--gtest_filter=BlockPools.GiveAllBackWhenTheThreadEndsAndKeepNoneWhenTurnedOff";
   char* argv[] = {&exe[0], &filter[0], nullptr};
   pid_t pid;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv, envp.data()), 0);
+  setenv("KYT_MSG_POOL", "0", 1);  // read once, at start: no change to this process
+  const int spawned = posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ);
+  unsetenv("KYT_MSG_POOL");
+  ASSERT_EQ(spawned, 0);
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
