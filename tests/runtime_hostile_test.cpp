@@ -380,28 +380,6 @@ TEST(FailedAllocation, LeavesMessagesAsTheyWereAndTheNextTrySucceeds) {
 
 // ---- the free lists of blocks ----
 
-TEST(BlockPools, BlocksReusedForOtherSizesKeepEveryValue) {
-  // Many messages grow side by side through every kept size and beyond, and
-  // half of them are freed and made again on the way: a block handed out
-  // for a size it cannot hold would spill into a neighbour.
-  constexpr int kMessages = 64;
-  std::vector<MsgPtr> msgs;
-  std::vector<std::string> want(kMessages);
-  for (int k = 0; k < kMessages; ++k) msgs.push_back(NewMsg(10));
-  for (int round = 0; round < 60; ++round) {
-    for (int k = 0; k < kMessages; ++k) {
-      if (round % 10 == 9 && k % 2 == round % 4 / 2) {
-        msgs[k] = NewMsg(10);
-        want[k].clear();
-      }
-      const std::string text = Letters((k + round) % 23);
-      ASSERT_EQ(msgs[k]->SetValue(7, text.c_str()), KYT_OK);
-      want[k] += "7:0 " + text + "\n";
-    }
-  }
-  for (int k = 0; k < kMessages; ++k) EXPECT_EQ(Values(*msgs[k]), want[k]) << k;
-}
-
 // Texts of every size and messages, made and freed.
 void Churn() {
   for (int len = 32; len < 600; len += 7) {
