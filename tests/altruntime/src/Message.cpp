@@ -72,9 +72,11 @@ int CMsg::Collect(int tag, Kind kind, std::vector<T>* out) const {
     for (auto it = range.first; it != range.second; ++it) {
       const Value& v = it->second;
       if (!v.isSet) continue;
-      if constexpr (std::is_same_v<T, int32_t>) out->push_back(v.i);
-      if constexpr (std::is_same_v<T, double>) out->push_back(v.d);
-      if constexpr (std::is_same_v<T, CMsg*>) out->push_back(v.sub);
+      if constexpr (std::is_same_v<T, CMsg*>) {
+        out->push_back(v.sub);
+      } else {
+        out->push_back(static_cast<T>(v.number));
+      }
     }
   } catch (const std::exception&) {
     return altkyt::NoMemory();
@@ -84,25 +86,18 @@ int CMsg::Collect(int tag, Kind kind, std::vector<T>* out) const {
 
 // ---- SetValue ----
 
-// A number of one kind, set or unset, in the field of its kind.
-template <class T>
-int CMsg::SetNumber(int tag, Kind kind, bool isSet, T v) {
+// A number of one kind, set or unset.
+int CMsg::SetNumber(int tag, Kind kind, bool isSet, double v) {
   Value value(kind);
   value.isSet = isSet;
-  if constexpr (std::is_same_v<T, double>) {
-    value.d = v;
-  } else if constexpr (std::is_same_v<T, bool>) {
-    value.b = v;
-  } else {
-    value.i = v;
-  }
+  value.number = v;
   return Add(tag, std::move(value));
 }
 
 int CMsg::SetValue(int tag, CInt v) { return SetNumber(tag, Kind::kInt, v.isSet != 0, v.value); }
 int CMsg::SetValue(int tag, CDbl v) { return SetNumber(tag, Kind::kDbl, v.isSet != 0, v.value); }
 int CMsg::SetValue(int tag, CBool v) { return SetNumber(tag, Kind::kBool, v.isSet != 0, v.value); }
-int CMsg::SetValue(int tag, int v) { return SetNumber(tag, Kind::kInt, true, int32_t{v}); }
+int CMsg::SetValue(int tag, int v) { return SetNumber(tag, Kind::kInt, true, v); }
 int CMsg::SetValue(int tag, double v) { return SetNumber(tag, Kind::kDbl, true, v); }
 
 int CMsg::SetValue(int tag, CDate v) {
@@ -169,26 +164,17 @@ int CMsg::ReadFirst(int tag, Kind kind, T* out, Fill fill) {
   return rc;
 }
 
-int CMsg::GetValue(int tag, CInt* out) {
-  return ReadFirst(tag, Kind::kInt, out, [](const Value* v, CInt* o) {
-    *o = CInt();
-    if (v) o->value = v->i, o->isSet = v->isSet;
+template <class T>
+int CMsg::ReadNumber(int tag, Kind kind, T* out) {
+  return ReadFirst(tag, kind, out, [](const Value* v, T* o) {
+    *o = T();
+    if (v) o->value = static_cast<decltype(o->value)>(v->number), o->isSet = v->isSet;
   });
 }
 
-int CMsg::GetValue(int tag, CDbl* out) {
-  return ReadFirst(tag, Kind::kDbl, out, [](const Value* v, CDbl* o) {
-    *o = CDbl();
-    if (v) o->value = v->d, o->isSet = v->isSet;
-  });
-}
-
-int CMsg::GetValue(int tag, CBool* out) {
-  return ReadFirst(tag, Kind::kBool, out, [](const Value* v, CBool* o) {
-    *o = CBool();
-    if (v) o->value = v->b, o->isSet = v->isSet;
-  });
-}
+int CMsg::GetValue(int tag, CInt* out) { return ReadNumber(tag, Kind::kInt, out); }
+int CMsg::GetValue(int tag, CDbl* out) { return ReadNumber(tag, Kind::kDbl, out); }
+int CMsg::GetValue(int tag, CBool* out) { return ReadNumber(tag, Kind::kBool, out); }
 
 int CMsg::GetValue(int tag, CDate* out) {
   return ReadFirst(tag, Kind::kDate, out, [](const Value* v, CDate* o) {

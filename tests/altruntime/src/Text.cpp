@@ -11,9 +11,7 @@
 CString::CString(const char* text) : text_(text ? text : "") {}
 
 CString& CString::operator=(const char* text) {
-  // `text` may point into this string: build the new text before replacing.
-  std::string copy(text ? text : "");
-  text_.swap(copy);
+  text_ = text ? text : "";  // std::string takes a text that lies in itself
   return *this;
 }
 
@@ -64,9 +62,7 @@ CString CString::Repr() const {
     }
   }
   out += '\'';
-  CString repr;
-  repr.text_.swap(out);
-  return repr;
+  return CString(out.c_str());  // every byte below 0x20 is escaped: no NUL inside
 }
 
 CString CFormat(const char* fmt, ...) {

@@ -14,12 +14,6 @@ const char kUnsetDate[] = "00000000";
 
 CDate::CDate() : isSet(0) { std::memcpy(text, kUnsetDate, sizeof text); }
 
-// All nine bytes as they are: a text with no terminator stays one, for
-// CMsg::SetValue to refuse.
-CDate::CDate(const CDate& other) : isSet(other.isSet) {
-  std::memcpy(text, other.text, sizeof text);
-}
-
 CDate::~CDate() = default;
 
 int CDate::Set(const char* date) {

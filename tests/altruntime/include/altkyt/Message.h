@@ -88,9 +88,7 @@ class CMsg {
     explicit Value(Kind k) : kind(k) {}
     Kind kind;
     bool isSet = true;
-    int32_t i = 0;
-    double d = 0.0;
-    bool b = false;
+    double number = 0.0;  // an integer, a double or a boolean: each exact here
     CMsg* sub = nullptr;
     std::string text;  // a date or a text
   };
@@ -98,8 +96,7 @@ class CMsg {
 
   int Check(int tag) const;
   int Add(int tag, Value&& v);
-  template <class T>
-  int SetNumber(int tag, Kind kind, bool isSet, T v);
+  int SetNumber(int tag, Kind kind, bool isSet, double v);
   // The first value under `tag` (or kAbsent) if it is of `kind` (or
   // kKindMismatch).
   int Find(int tag, Kind kind, const Value** found) const;
@@ -108,6 +105,9 @@ class CMsg {
   // Find, then fill(value, out); fill(nullptr, out) resets `out` for kAbsent.
   template <class T, class Fill>
   int ReadFirst(int tag, Kind kind, T* out, Fill fill);
+  // ReadFirst into a CInt, CDbl or CBool.
+  template <class T>
+  int ReadNumber(int tag, Kind kind, T* out);
   // Collect, into the list of a CIntArray, CDblArray or CMsgArray; an empty
   // list for kAbsent.
   template <class T, class List>

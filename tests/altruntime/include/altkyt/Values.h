@@ -31,7 +31,9 @@ class CDate {
   static constexpr int kMaxLength = 8;
 
   CDate();  // unset
-  CDate(const CDate& other);
+  // All nine bytes as they are: a text with no terminator stays one, for
+  // CMsg::SetValue to refuse.
+  CDate(const CDate& other) = default;
   CDate& operator=(const CDate&) = delete;
   ~CDate();
 
