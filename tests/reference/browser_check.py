@@ -6,20 +6,17 @@ filter finds by near spelling.
 
     browser_check.py DIR    (the build's reference/ directory)
 
-Exits 0 when every case passes, 1 when one fails, 77 when chromium, chromedriver or
-python3-selenium is missing (set CHROMIUM and CHROMEDRIVER to use others than those on PATH).
+Exits 0 when every case passes, 1 when one fails, 77 when chromium, chromedriver
+or python3-selenium is missing (CHROMIUM and CHROMEDRIVER name others).
 """
 
 from __future__ import annotations
 
-import contextlib
-import functools
-import http.server
 import os
+import pathlib
 import re
 import shutil
 import sys
-import threading
 import time
 
 try:
@@ -74,22 +71,6 @@ def start_browser(chromium: str, chromedriver: str) -> webdriver.Chrome:
 def open_page(browser: webdriver.Chrome, url: str, width: int, height: int) -> None:
     browser.set_window_rect(width=width, height=height)
     browser.get(url)
-
-
-@contextlib.contextmanager
-def serve(directory: str):
-    class Quiet(http.server.SimpleHTTPRequestHandler):
-        def log_message(self, *args):
-            pass
-
-    server = http.server.ThreadingHTTPServer(
-        ("127.0.0.1", 0), functools.partial(Quiet, directory=directory))
-    threading.Thread(target=server.serve_forever, daemon=True).start()
-    try:
-        yield f"http://127.0.0.1:{server.server_address[1]}"
-    finally:
-        server.shutdown()
-        server.server_close()
 
 
 # Where the entry that the address names stands, two frames after the page
@@ -176,48 +157,46 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
             print(f"    {fault}")
         failures += bool(faults)
 
-    with serve(pages_dir) as base:
-        browser = start_browser(chromium, chromedriver)
-        try:
-            for width, height in WINDOWS:
-                # (page opened, filter typed, link clicked, its target)
-                cases = [("index.html", "", f'a[href="{far_page}#{far}"]', far),
-                         (page, "", f'#{request} p.reply a', reply),
-                         (page, request.lower(), f'#{request} p.reply a', reply)]
-                for opened, words, link, target in cases:
-                    open_page(browser, f"{base}/{opened}", width, height)
-                    if words:
-                        shown = browser.execute_script(FILTER, words)["shown"]
-                        if target in shown:
-                            raise CheckError(f"the filter {words!r} does not hide {target}")
-                    browser.find_element(By.CSS_SELECTOR, link).click()
-                    faults, m = landed(browser, target)
-                    if words and not faults and m["filter"] != words:
-                        faults.append(f"the filter became {m['filter']!r}")
-                    if words and not faults and target not in m["note"]:
-                        faults.append(f"no note says that the filter hides it ({m['note']!r})")
-                    report(faults, f"{width}x{height}: {opened}: {link}"
-                                   f"{f', filter {words!r}' if words else ''}")
-                for name in pages:
-                    open_page(browser, f"{base}/{name}", width, height)
-                    m = browser.execute_script(LAYOUT)
-                    report([f"the page is {m['page']} px wide in a window of {m['window']} px: "
-                            + ", ".join(m["past"])] if m["page"] > m["window"] or m["past"] else [],
-                           f"{width}x{height}: {name}: layout")
-            # The filter, on the index and on a family page, the word misspelled.
-            for name in ("index.html", page):
-                open_page(browser, f"{base}/{name}", *WINDOWS[0])
-                right = browser.execute_script(FILTER, "barrier")
-                wrong = browser.execute_script(FILTER, "barier")
-                none = browser.execute_script(FILTER, "zqxwvzqxwv")["shown"]
-                ok = (right["shown"] and sorted(wrong["shown"]) == sorted(right["shown"])
-                      and "barier" in wrong["count"] and not none)
-                report([] if ok else [f"'barrier' shows {len(right['shown'])} entries, 'barier' "
-                                      f"{len(wrong['shown'])} ({wrong['count']!r}), a word near "
-                                      f"no other {len(none)}"],
-                       f"{name}: the filter 'barier' finds what 'barrier' finds")
-        finally:
-            browser.quit()
+    base = pathlib.Path(pages_dir).as_uri()
+    browser = start_browser(chromium, chromedriver)
+    try:
+        for width, height in WINDOWS:
+            # (page opened, filter typed, link clicked, its target)
+            cases = [("index.html", "", f'a[href="{far_page}#{far}"]', far),
+                     (page, "", f'#{request} p.reply a', reply),
+                     (page, request.lower(), f'#{request} p.reply a', reply)]
+            for opened, words, link, target in cases:
+                open_page(browser, f"{base}/{opened}", width, height)
+                if words and target in browser.execute_script(FILTER, words)["shown"]:
+                    raise CheckError(f"the filter {words!r} does not hide {target}")
+                browser.find_element(By.CSS_SELECTOR, link).click()
+                faults, m = landed(browser, target)
+                if words and not faults and m["filter"] != words:
+                    faults.append(f"the filter became {m['filter']!r}")
+                if words and not faults and target not in m["note"]:
+                    faults.append(f"no note says that the filter hides it ({m['note']!r})")
+                report(faults, f"{width}x{height}: {opened}: {link}"
+                               f"{f', filter {words!r}' if words else ''}")
+            for name in pages:
+                open_page(browser, f"{base}/{name}", width, height)
+                m = browser.execute_script(LAYOUT)
+                report([f"the page is {m['page']} px wide in a window of {m['window']} px: "
+                        + ", ".join(m["past"])] if m["page"] > m["window"] or m["past"] else [],
+                       f"{width}x{height}: {name}: layout")
+        # The filter, on the index and on a family page, the word misspelled.
+        for name in ("index.html", page):
+            open_page(browser, f"{base}/{name}", *WINDOWS[0])
+            right = browser.execute_script(FILTER, "barrier")
+            wrong = browser.execute_script(FILTER, "barier")
+            none = browser.execute_script(FILTER, "zqxwvzqxwv")["shown"]
+            ok = (right["shown"] and sorted(wrong["shown"]) == sorted(right["shown"])
+                  and "barier" in wrong["count"] and not none)
+            report([] if ok else [f"'barrier' shows {len(right['shown'])} entries, 'barier' "
+                                  f"{len(wrong['shown'])} ({wrong['count']!r}), a word near "
+                                  f"no other {len(none)}"],
+                   f"{name}: the filter 'barier' finds what 'barrier' finds")
+    finally:
+        browser.quit()
     return 1 if failures else 0
 
 
