@@ -107,10 +107,9 @@ class Lookups(Tool):
 
 
 class Files(Tool):
-    def test_file_gets_its_names_and_a_bad_one_its_position(self):
-        good = self.write("reject.msg", '# a reply\nM10 {\n  T6 i 3\n  T7 s "no \\"curve\\""\n}\n')
-        self.assertEqual(run("file", good), (0, 'M10 M_SysReject {\n  T6 iSysCode i 3\n'
-                                                '  T7 sSysReasonText s "no \\"curve\\""\n}\n', ""))
+    def test_a_bad_file_is_told_at_its_position(self):
+        # What a good file prints, the catalogue fuzzer's seeds compare with
+        # the text writer's.
         for text, where in [("M10 {\n  T6 i 3\n  T7 i 4\n}\n", "3:6"), ("M9 {\n}\n", "1:1")]:
             code, out, err = run("file", self.write("bad.msg", text))
             self.assertEqual((code, out), (1, ""))
@@ -139,7 +138,6 @@ class Files(Tool):
         self.assertIn("bad.json:", err)
         self.assertFalse(os.path.exists(os.path.join(self.tmp, "out.msg")))
         self.assertEqual(run("convert", json_path, "/no/such/dir.msg")[0], 3)
-        self.assertEqual(run("template", "M_Nothing")[0], 1)
         code, doc, err = run("template", "--json", "M_Tiv")
         self.assertEqual((code, err), (0, ""))
         code, out, _ = run("file", self.write("tiv.json", doc))
@@ -197,7 +195,6 @@ class Search(Tool):
         vega = names("list", "VEGA")
         self.assertEqual(vega[:3], ["M_VegaOut", "M_FxVegaOut", "M_HbVegaOut"])
         self.assertEqual(sorted(names("list", "vegas")), sorted(vega))
-        self.assertEqual(len(vega), 23)
 
     def test_a_product_phrase_is_one_term_and_finds_its_request_first(self):
         for query, first in [(["CDS"], "M_CrSglCdsGc"), (["fx", "barrier"], "M_FxBarr"),
