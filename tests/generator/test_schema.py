@@ -214,6 +214,11 @@ class SchemaTest(unittest.TestCase):
             self.assertIn(("schema/alpha.txt:4",
                            "M_Leg: no description line ('= role: text') below the row"),
                           self.errors_of([("alpha.txt", 5, text)], f"row{n}"))
+        # A cycle entered from a class that is not on it starts at its own class.
+        self.assertEqual(self.errors_of([("alpha.txt", 4, row("99   M_Top    mFarLeg") +
+                                          "\n100  M_Leg    dPrice nStart mTerms")], "cycle"),
+                         [("schema/alpha.txt:6",
+                           "M_Leg holds itself: M_Leg.mTerms -> M_Terms.maLeg -> M_Leg")])
 
     def test_command_line_writes_only_what_changed_and_removes_what_is_gone(self):
         out = os.path.join(self.tmp, "out")
