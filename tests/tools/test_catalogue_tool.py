@@ -216,6 +216,7 @@ class Search(Tool):
                            (["list", "fx", "barier"], "nearest: barrier"),
                            (["show", "M_FiZeroCdCpCrvv"], "nearest: M_FiZeroCdCpCrv"),
                            (["dump", "InstInf"], "nearest: M_InstInfo"),
+                           (["template", "M_Tivv"], "nearest: M_Tiv"),
                            (["holders", "dStrik"], "nearest: dStrike"),
                            (["show", "99999"], "no class numbered 99999"),
                            (["list", "qqq"], "no name is near it")]:
