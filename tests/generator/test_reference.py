@@ -95,7 +95,8 @@ class SmallSchema(unittest.TestCase):
             ["M_ZetaOut", "beta", "reply", "what a deal is worth"],
         ])
         # The filter finds a class by its role, its description and its family.
-        self.assertIn('<tr data-find="m_zeta 20 request a deal of &quot;both&quot; legs', self.index)
+        self.assertIn('<tr data-find="m_zeta 20 request a deal of &quot;both&quot; legs',
+                      self.index)
         self.assertRegex(self.index, r'<tr data-find="m_zeta [^"]* alpha[ "]')
 
     def test_entries_show_roles_descriptions_and_the_likely_reply(self):
