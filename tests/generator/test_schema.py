@@ -88,21 +88,16 @@ ERRORS = [
     ("fields.txt", 15, "110  iExtra", "got 2 columns"),
     ("fields.txt", 15, "110  iExtra  CInt  CInt", "got 4 columns"),
     ("fields.txt", 15, "0    iZero   CInt", "positive integer, got '0'"),
-    ("fields.txt", 15, "-5   iNeg    CInt", "positive integer, got '-5'"),
     ("fields.txt", 15, "110  iextra  CInt", "'iextra' is not a lower-case prefix"),
     ("fields.txt", 15, "110  Extra   CInt", "'Extra' is not a lower-case prefix"),
     ("fields.txt", 15, "110  i_Extra CInt", "'i_Extra' is not a lower-case prefix"),
     ("fields.txt", 15, "110  dFoo    CInt", "takes type CDbl, but its type is CInt"),
-    ("fields.txt", 15, "110  iaFoo   CInt", "takes type CIntArray, but its type is CInt"),
     ("fields.txt", 15, "110  mFoo    CInt", "takes a message class M_<Name>, but its type is CInt"),
     ("fields.txt", 15, "110  mFoo    M_Leg_Array", "but its type is M_Leg_Array"),
     ("fields.txt", 15, "110  maFoo   M_Leg", "takes an array class M_<Name>_Array"),
-    ("fields.txt", 15, "110  xFoo    CInt", "unknown prefix 'x'"),
     ("fields.txt", 15, "110  dbFoo   CDbl", "unknown prefix 'db'"),
     ("fields.txt", 15, "110  dPrice  CDbl", "'dPrice' is already defined (schema/fields.txt:3)"),
-    ("fields.txt", 15, "20   dOther  CDbl", "tag 20 is already used by field 'dPrice'"),
-    ("fields.txt", 15, "10   daCount CDblArray", "tag 10 is already used by field 'iCount'"),
-    # A third field on a twin tag clashes with one of the pair.
+    # A third field on a twin tag clashes with one of the pair, of either kind.
     ("fields.txt", 15, "70   maLeg2  M_Leg_Array", "tag 70 is already used by field 'maLeg'"),
     ("fields.txt", 15, "70   iSeventy CInt", "tag 70 is already used by field 'maLeg'"),
     ("fields.txt", 15, "75   maTerms M_Leg_Array",
@@ -219,12 +214,30 @@ class SchemaTest(unittest.TestCase):
             self.assertIn(("schema/alpha.txt:4",
                            "M_Leg: no description line ('= role: text') below the row"),
                           self.errors_of([("alpha.txt", 5, text)], f"row{n}"))
+        # A cycle entered from a class that is not on it starts at its own class.
+        self.assertEqual(self.errors_of([("alpha.txt", 4, row("99   M_Top    mFarLeg") +
+                                          "\n100  M_Leg    dPrice nStart mTerms")], "cycle"),
+                         [("schema/alpha.txt:6",
+                           "M_Leg holds itself: M_Leg.mTerms -> M_Terms.maLeg -> M_Leg")])
 
-    def test_all_errors_reported_in_file_and_line_order(self):
-        # Found in another order: the dictionary first, cycles last. Line 16
-        # sorts after line 5 only by number. The cycle is entered from M_Top,
-        # which is not on it.
-        folder = write_schema(self.tmp, [
+    def test_command_line_writes_only_what_changed_and_removes_what_is_gone(self):
+        out = os.path.join(self.tmp, "out")
+
+        def msggen(schema, *extra):
+            r = subprocess.run([sys.executable, os.path.join(ROOT, "generator", "msggen.py"),
+                                "--schema", schema, "--out", out, *extra],
+                               capture_output=True, text=True)
+            return r.returncode, re.findall(r"^(schema/\w+\.txt:\d+): error: ", r.stderr, re.M)
+
+        def tree():
+            return {os.path.relpath(os.path.join(base, name), out):
+                    os.stat(os.path.join(base, name)).st_mtime_ns
+                    for base, _, files in os.walk(out) for name in files}
+
+        # Every error, in file and line order, though found in another: the
+        # dictionary first, cycles last. Line 16 sorts after line 5 only by
+        # number. The cycle is entered from M_Top, which is not on it.
+        bad = write_schema(os.path.join(self.tmp, "bad"), [
             ("fields.txt", 15, "110  mGhost  M_Ghost"),
             ("fields.txt", 16, "0    iZero   CInt"),
             ("alpha.txt", 3, row("99   M_Top    mFarLeg")),
@@ -232,87 +245,34 @@ class SchemaTest(unittest.TestCase):
             ("alpha.txt", 9, "\n" * 6 + "set *Spare* = dPrice"),
             ("beta.txt", 9, row("300  M_Extra dNope")),
         ])
-        with self.assertRaises(SchemaErrors) as cm:
-            load(folder, "schema")
-        expected = [("schema/alpha.txt:5", "M_Leg.mTerms -> M_Terms.maLeg -> M_Leg"),
-                    ("schema/alpha.txt:16", "no row uses"),
-                    ("schema/beta.txt:9", "unknown field 'dNope'"),
-                    ("schema/fields.txt:15", "holds M_Ghost"),
-                    ("schema/fields.txt:16", "positive integer")]
-        got = [(str(loc), msg) for loc, msg in cm.exception.errors]
-        self.assertEqual([loc for loc, _ in got], [loc for loc, _ in expected], got)
-        for (_, msg), (_, fragment) in zip(got, expected):
-            self.assertIn(fragment, msg)
-        self.assertEqual([line.split(": error: ")[0] for line in str(cm.exception).splitlines()],
-                         [loc for loc, _ in expected])
-
-    def test_command_line_writes_only_what_changed_and_removes_what_is_gone(self):
-        out = os.path.join(self.tmp, "out")
-        os.makedirs(out)
-
-        def msggen(schema, *extra):
-            return subprocess.run([sys.executable, os.path.join(ROOT, "generator", "msggen.py"),
-                                   "--schema", schema, "--out", out, *extra],
-                                  capture_output=True, text=True)
-
-        def tree():
-            return {os.path.relpath(os.path.join(base, name), out):
-                    os.stat(os.path.join(base, name)).st_mtime_ns
-                    for base, _, files in os.walk(out) for name in files}
-
-        bad = write_schema(os.path.join(self.tmp, "bad"),
-                           [("beta.txt", 9, row("300  M_Extra dNope")),
-                            ("fields.txt", 15, "110  iX")])
         for extra in ([], ["--check"]):
-            r = msggen(bad, *extra)
-            self.assertEqual(r.returncode, 1, r.stderr)
-            self.assertEqual(re.findall(r"^(schema/\w+\.txt:\d+): error: ", r.stderr, re.M),
-                             ["schema/beta.txt:9", "schema/fields.txt:15"], r.stderr)
+            self.assertEqual(msggen(bad, *extra), (1, [
+                "schema/alpha.txt:5", "schema/alpha.txt:16", "schema/beta.txt:9",
+                "schema/fields.txt:15", "schema/fields.txt:16"]))
             self.assertEqual(tree(), {})
         good = write_schema(os.path.join(self.tmp, "good"))
-        r = msggen(good, "--check")
-        self.assertEqual((r.returncode, tree()), (0, {}), r.stderr)
-        self.assertEqual(msggen(good).returncode, 0)
-        expected = {"callkyt_dat/KytDicData.cpp", "tables/SchemaTables.cpp", "reference/index.html"}
-        for family, names in {"alpha": ["M_Leg", "M_Terms"],
-                              "beta": ["M_Deal", "M_Curve", "M_DealOut"]}.items():
-            expected |= {f"messages/{family}/all.h", f"reference/{family}.html"}
-            expected |= {f"messages/{family}/{n}{ext}" for n in names for ext in (".h", ".cpp")}
-        self.assertEqual(set(tree()), expected)
+        self.assertEqual((msggen(good, "--check"), tree()), ((0, []), {}))
+        self.assertEqual(msggen(good), (0, []))
+        first = set(tree())
+        curve = {"messages/beta/M_Curve.h", "messages/beta/M_Curve.cpp"}
+        self.assertLessEqual(curve, first)
 
         # Back-dated: a file rewritten with the same text would show.
-        for rel in expected:
+        for rel in first:
             os.utime(os.path.join(out, rel), ns=(10**18, 10**18))
-        self.assertEqual(msggen(good).returncode, 0)
-        self.assertEqual(tree(), dict.fromkeys(expected, 10**18))
+        self.assertEqual(msggen(good), (0, []))
+        self.assertEqual(tree(), dict.fromkeys(first, 10**18))
         write_schema(good, [("beta.txt", 5, ""), ("beta.txt", 6, "")])  # M_Curve is gone
-        self.assertEqual(msggen(good).returncode, 0)
+        self.assertEqual(msggen(good), (0, []))
         after = tree()
-        self.assertEqual(set(after), expected - {"messages/beta/M_Curve.h",
-                                                 "messages/beta/M_Curve.cpp"})
+        self.assertEqual(set(after), first - curve)
         self.assertEqual({rel for rel, t in after.items() if t != 10**18},
                          {"messages/beta/all.h", "callkyt_dat/KytDicData.cpp",
                           "tables/SchemaTables.cpp", "reference/index.html", "reference/beta.html"})
-        with open(os.path.join(out, "tables/SchemaTables.cpp"), encoding="utf-8") as fh:
-            self.assertNotIn("M_Curve", fh.read())
         os.remove(os.path.join(good, "beta.txt"))  # the family is gone, and its page
-        self.assertEqual(msggen(good).returncode, 0)
+        self.assertEqual(msggen(good), (0, []))
         self.assertEqual({rel for rel in tree() if rel.startswith("reference/")},
                          {"reference/index.html", "reference/alpha.html"})
-
-    def test_real_schema_replies_follow_the_model(self):
-        # A Hull-White or Black-Derman-Toy model block gives the Hw or Bdt
-        # reply of its frame (the star shapes of hybrids have one Star
-        # reply), and no other request gets one of those.
-        s = load(os.path.join(ROOT, "schema"), "schema")
-        paired = [m for m in s.messages if m.reply]
-        self.assertEqual(len(paired), 523)
-        for m in paired:
-            self.assertEqual(s.message(m.reply).role, "reply", m.name)
-            names = " ".join(f.name for f in m.fields)
-            hw = re.search(r"Hw(Tree|Mc)Param\b", names) and "Star" not in m.name
-            self.assertEqual("Hw" in m.reply, bool(hw), m.name)
-            self.assertEqual("Bdt" in m.reply, "BdtParam" in names, m.name)
 
 
 if __name__ == "__main__":

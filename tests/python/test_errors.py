@@ -1,6 +1,7 @@
 """Failures as Python exceptions, and misuse that must not crash the
 interpreter."""
 
+import concurrent.futures
 import gc
 import threading
 
@@ -82,8 +83,6 @@ def test_message_errors_carry_code_text_and_path(tmp_path):
     assert e.value.code == -57
     with pytest.raises(pricemsg.MessageError, match=r"text:1:2"):
         pricemsg.M_Tiv.from_json("{,")
-    with pytest.raises(pricemsg.MessageError, match="/nDate"):
-        pricemsg.M_Tiv.from_json('{"class": "M_Tiv", "nDate": 5}')
 
 
 def test_handles_outlive_what_they_name():
@@ -217,24 +216,18 @@ def test_threads_share_objects_without_harm():
     req = pricemsg.M_IrNoteFlterHwMc.template()
     expected = req.copy()
     stop = threading.Event()
-    errors = []
 
     def convert():
-        try:
-            while not stop.is_set():
-                out = pricemsg.M_IrNoteFlterHwMc()
-                out.load(req.to_msg())
-                assert out == expected == pricemsg.M_IrNoteFlterHwMc.from_json(req.to_json())
-        except Exception as e:  # noqa: BLE001
-            errors.append(e)
+        while not stop.is_set():
+            out = pricemsg.M_IrNoteFlterHwMc()
+            out.load(req.to_msg())
+            assert out == expected == pricemsg.M_IrNoteFlterHwMc.from_json(req.to_json())
 
-    threads = [threading.Thread(target=convert) for _ in range(3)]
-    for t in threads:
-        t.start()
-    for _ in range(300):
-        req.mIrHwMcParam.maKytRateCrvB = expected.mIrHwMcParam.maKytRateCrvB
-        req.load(expected.to_msg())
-    stop.set()
-    for t in threads:
-        t.join()
-    assert not errors, errors
+    with concurrent.futures.ThreadPoolExecutor(3) as pool:
+        running = [pool.submit(convert) for _ in range(3)]
+        for _ in range(300):
+            req.mIrHwMcParam.maKytRateCrvB = expected.mIrHwMcParam.maKytRateCrvB
+            req.load(expected.to_msg())
+        stop.set()
+    for done in running:
+        done.result()  # raises what the thread raised

@@ -6,36 +6,29 @@ filter finds by near spelling.
 
     browser_check.py DIR    (the build's reference/ directory)
 
-Exits 0 when every case passes, 1 when one fails, 77 when chromium, chromedriver or
-python3-selenium is missing (set CHROMIUM and CHROMEDRIVER to use others than those on PATH).
+Exits 0 when every case passes, 1 when one fails, 77 when chromium, chromedriver
+or python3-selenium is missing (CHROMIUM and CHROMEDRIVER name others).
 """
 
 from __future__ import annotations
 
-import contextlib
-import functools
-import http.server
 import os
+import pathlib
 import re
 import shutil
 import sys
-import threading
-import time
 
 try:
     from selenium import webdriver
     from selenium.common.exceptions import WebDriverException
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
+    from selenium.webdriver.support.wait import WebDriverWait
 except ImportError:
     webdriver = None
 
 SKIP = 77
 WINDOWS = ((1280, 800), (360, 740))
-
-
-class CheckError(Exception):
-    pass
 
 
 def pick_links(pages_dir: str) -> tuple[str, str, str, str, str]:
@@ -54,8 +47,8 @@ def pick_links(pages_dir: str) -> tuple[str, str, str, str, str]:
                 if reply:
                     pairs.append((request, reply.group(1), page))
     if not entries or not pairs:
-        raise CheckError(f"{pages_dir}: no family pages, or no request links to its likely "
-                         "reply on its own page; build the pricemsg_reference target")
+        sys.exit(f"browser_check: {pages_dir}: no family pages, or no request links to its "
+                 "likely reply on its own page; build the pricemsg_reference target")
     far_page = max(entries, key=lambda p: len(entries[p]))
     request, reply, page = max(pairs, key=lambda p: abs(entries[p[2]].index(p[1]) -
                                                          entries[p[2]].index(p[0])))
@@ -74,22 +67,6 @@ def start_browser(chromium: str, chromedriver: str) -> webdriver.Chrome:
 def open_page(browser: webdriver.Chrome, url: str, width: int, height: int) -> None:
     browser.set_window_rect(width=width, height=height)
     browser.get(url)
-
-
-@contextlib.contextmanager
-def serve(directory: str):
-    class Quiet(http.server.SimpleHTTPRequestHandler):
-        def log_message(self, *args):
-            pass
-
-    server = http.server.ThreadingHTTPServer(
-        ("127.0.0.1", 0), functools.partial(Quiet, directory=directory))
-    threading.Thread(target=server.serve_forever, daemon=True).start()
-    try:
-        yield f"http://127.0.0.1:{server.server_address[1]}"
-    finally:
-        server.shutdown()
-        server.server_close()
 
 
 # Where the entry that the address names stands, two frames after the page
@@ -141,27 +118,22 @@ return {shown: shown, count: document.getElementById("count").textContent};
 """
 
 
-def landed(browser: webdriver.Chrome, anchor: str) -> tuple[list[str], dict]:
-    """What is wrong with where the link to the anchor landed, if anything,
-    and the measure."""
-    deadline = time.monotonic() + 20
-    while browser.execute_script("return [location.hash, document.readyState];") != [
-            "#" + anchor, "complete"]:
-        if time.monotonic() > deadline:
-            return [f"the link to #{anchor} was not followed"], {}
-        time.sleep(0.1)
+def landed(browser: webdriver.Chrome, anchor: str, words: str) -> list[str]:
+    """What is wrong with where the link to the anchor landed, with `words`
+    in the filter, if anything."""
+    WebDriverWait(browser, 20).until(
+        lambda b: b.execute_script("return [location.hash, document.readyState];") == [
+            "#" + anchor, "complete"], f"the link to #{anchor} was not followed")
     m = browser.execute_async_script(MEASURE)
     if "error" in m or not m["shown"]:
-        return [m.get("error", "the entry is hidden")], m
-    faults = []
-    if m["top"] < m["headerBottom"] - 0.5:
-        faults.append(f"its heading's top ({m['top']:.0f} px) is under the header, "
-                      f"which ends at {m['headerBottom']:.0f} px")
-    if m["bottom"] > m["window"]:
-        faults.append(f"its heading ends at {m['bottom']:.0f} px, below the window")
-    if m["drawn"] != "heading":
-        faults.append(f"the {m['drawn']} is drawn over its heading")
-    return faults, m
+        return [m.get("error", "the entry is hidden")]
+    checks = [(m["top"] < m["headerBottom"] - 0.5, f"its heading's top ({m['top']:.0f} px) is "
+               f"under the header, which ends at {m['headerBottom']:.0f} px"),
+              (m["bottom"] > m["window"], f"its heading ends at {m['bottom']:.0f} px, below"),
+              (m["drawn"] != "heading", f"the {m['drawn']} is drawn over its heading"),
+              (m["filter"] != words, f"the filter became {m['filter']!r}"),
+              (words and anchor not in m["note"], "no note says that the filter hides it")]
+    return [fault for bad, fault in checks if bad]
 
 
 def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
@@ -176,48 +148,41 @@ def check(pages_dir: str, chromium: str, chromedriver: str) -> int:
             print(f"    {fault}")
         failures += bool(faults)
 
-    with serve(pages_dir) as base:
-        browser = start_browser(chromium, chromedriver)
-        try:
-            for width, height in WINDOWS:
-                # (page opened, filter typed, link clicked, its target)
-                cases = [("index.html", "", f'a[href="{far_page}#{far}"]', far),
-                         (page, "", f'#{request} p.reply a', reply),
-                         (page, request.lower(), f'#{request} p.reply a', reply)]
-                for opened, words, link, target in cases:
-                    open_page(browser, f"{base}/{opened}", width, height)
-                    if words:
-                        shown = browser.execute_script(FILTER, words)["shown"]
-                        if target in shown:
-                            raise CheckError(f"the filter {words!r} does not hide {target}")
-                    browser.find_element(By.CSS_SELECTOR, link).click()
-                    faults, m = landed(browser, target)
-                    if words and not faults and m["filter"] != words:
-                        faults.append(f"the filter became {m['filter']!r}")
-                    if words and not faults and target not in m["note"]:
-                        faults.append(f"no note says that the filter hides it ({m['note']!r})")
-                    report(faults, f"{width}x{height}: {opened}: {link}"
-                                   f"{f', filter {words!r}' if words else ''}")
-                for name in pages:
-                    open_page(browser, f"{base}/{name}", width, height)
-                    m = browser.execute_script(LAYOUT)
-                    report([f"the page is {m['page']} px wide in a window of {m['window']} px: "
-                            + ", ".join(m["past"])] if m["page"] > m["window"] or m["past"] else [],
-                           f"{width}x{height}: {name}: layout")
-            # The filter, on the index and on a family page, the word misspelled.
-            for name in ("index.html", page):
-                open_page(browser, f"{base}/{name}", *WINDOWS[0])
-                right = browser.execute_script(FILTER, "barrier")
-                wrong = browser.execute_script(FILTER, "barier")
-                none = browser.execute_script(FILTER, "zqxwvzqxwv")["shown"]
-                ok = (right["shown"] and sorted(wrong["shown"]) == sorted(right["shown"])
-                      and "barier" in wrong["count"] and not none)
-                report([] if ok else [f"'barrier' shows {len(right['shown'])} entries, 'barier' "
-                                      f"{len(wrong['shown'])} ({wrong['count']!r}), a word near "
-                                      f"no other {len(none)}"],
-                       f"{name}: the filter 'barier' finds what 'barrier' finds")
-        finally:
-            browser.quit()
+    base = pathlib.Path(pages_dir).as_uri()
+    browser = start_browser(chromium, chromedriver)
+    try:
+        for width, height in WINDOWS:
+            # (page opened, filter typed, link clicked, its target)
+            cases = [("index.html", "", f'a[href="{far_page}#{far}"]', far),
+                     (page, "", f'#{request} p.reply a', reply),
+                     (page, request.lower(), f'#{request} p.reply a', reply)]
+            for opened, words, link, target in cases:
+                open_page(browser, f"{base}/{opened}", width, height)
+                if words and target in browser.execute_script(FILTER, words)["shown"]:
+                    sys.exit(f"browser_check: the filter {words!r} does not hide {target}")
+                browser.find_element(By.CSS_SELECTOR, link).click()
+                report(landed(browser, target, words), f"{width}x{height}: {opened}: {link}"
+                       f"{f', filter {words!r}' if words else ''}")
+            for name in pages:
+                open_page(browser, f"{base}/{name}", width, height)
+                m = browser.execute_script(LAYOUT)
+                report([f"the page is {m['page']} px wide in a window of {m['window']} px: "
+                        + ", ".join(m["past"])] if m["page"] > m["window"] or m["past"] else [],
+                       f"{width}x{height}: {name}: layout")
+        # The filter, on the index and on a family page, the word misspelled.
+        for name in ("index.html", page):
+            open_page(browser, f"{base}/{name}", *WINDOWS[0])
+            right = browser.execute_script(FILTER, "barrier")
+            wrong = browser.execute_script(FILTER, "barier")
+            none = browser.execute_script(FILTER, "zqxwvzqxwv")["shown"]
+            ok = (right["shown"] and sorted(wrong["shown"]) == sorted(right["shown"])
+                  and "barier" in wrong["count"] and not none)
+            report([] if ok else [f"'barrier' shows {len(right['shown'])} entries, 'barier' "
+                                  f"{len(wrong['shown'])} ({wrong['count']!r}), a word near "
+                                  f"no other {len(none)}"],
+                   f"{name}: the filter 'barier' finds what 'barrier' finds")
+    finally:
+        browser.quit()
     return 1 if failures else 0
 
 
@@ -234,7 +199,7 @@ def main() -> int:
         return SKIP
     try:
         return check(pages, chromium, chromedriver)
-    except (CheckError, WebDriverException) as e:
+    except WebDriverException as e:
         print(f"browser_check: {e}", file=sys.stderr)
         return 1
 
